@@ -1,0 +1,84 @@
+// The client record: all that the daemon keeps across restarts, and the tests and changes made to it.
+//
+// Texts that can be absent are optional: absent and empty are different things. Lists keep insertion order,
+// which is also their order in the configuration file. Every function here expects that the caller holds
+// the record's lock, unless it says otherwise.
+#pragma once
+
+#include "base/text.h"
+
+#include <netinet/in.h>
+
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <string>
+
+struct qel_addr {
+    in_addr_t addr = 0; // IPv4, network byte order
+};
+
+struct qel_manager {
+    optional_text guid;
+    optional_text target_iqn; // the iSCSI target of the manager's storage
+    std::list<qel_addr> ip_list;
+};
+
+struct qel_group_disk {
+    optional_text disk_guid;
+};
+
+// A consistency group. It has a running CDP job exactly when cdp_start_time and cdp_timeout are non-zero.
+struct qel_group {
+    optional_text name;
+    uint64_t cdp_con_start_time = 0; // seconds since the epoch: the start that the console set
+    uint64_t cdp_start_time = 0;     // seconds since the epoch: the next run
+    uint32_t cdp_timeout = 0;        // interval in seconds; 0: no schedule
+    std::list<qel_group_disk> member_list;
+};
+
+// The periodic snapshot of one protected disk.
+struct qel_cdpsch {
+    optional_text local_lun;         // GUID of the local disk
+    optional_text mirror_lun;        // GUID of the mirror LUN
+    uint64_t cdp_con_start_time = 0; // as in qel_group
+    uint64_t cdp_start_time = 0;
+    uint32_t cdp_timeout = 0;
+};
+
+struct qel_t {
+    optional_text guid; // absent or empty while no manager has adopted the client
+    optional_text alias;
+    int client_port = 0; // TCP port of the listener
+    int server_port = 0; // the manager's port
+    // Local addresses on which connections are refused. Constant while the process serves, so it is read
+    // without the lock.
+    std::list<qel_addr> filter_list;
+    std::unique_ptr<qel_manager> manager; // null: none
+    std::list<qel_cdpsch> cdpsch_list;
+    std::list<qel_group> group_list;
+    std::mutex lock; // guards all of the record but filter_list; taken before the inventory's lock
+};
+
+// The record of this process. Set once before any thread starts; null on the way out.
+extern qel_t *g_client;
+
+// Frees the texts, the filter, the manager, the schedules and the groups; for the way out of the process.
+// The record itself and its lock stay, since threads that still run may be about to take it.
+void qel_release(qel_t *c);
+
+// Appoints a copy of M as the manager of C: GUID and addresses; its target stays absent until a channel is
+// set up. A null M removes the manager and with it the alias that it gave. Returns 0, or -1 with the old
+// manager kept.
+int qel_mngr_appoint(const qel_manager *m, qel_t *c);
+int qel_mngr_remove(qel_t *c);
+
+// Stores a copy of ALIAS. Returns 0, or -1 for a null argument.
+int qel_rename_client(qel_t *c, const char *alias);
+
+// 1 when a manager with a GUID has adopted the client, else 0; -1 for a null record.
+int qel_is_protected(const qel_t *c);
+
+// 1 when a request is addressed by our manager to us, else 0. GUIDs are compared exactly.
+int qel_is_pair(const char *manager_guid, const char *client_guid, const qel_t *c);

@@ -1,0 +1,25 @@
+# Flags that every target of the house shares: warnings, hardening, sanitizers.
+include_directories(${CMAKE_SOURCE_DIR})
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_C_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wundef -Wformat=2
+  $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor> $<$<COMPILE_LANGUAGE:CXX>:-Woverloaded-virtual>)
+if(QELCD_WERROR)
+  add_compile_options(-Werror)
+endif()
+
+add_compile_options(-fstack-protector-strong -fstack-clash-protection -fcf-protection -fno-plt)
+add_link_options(-Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
+
+if(QELCD_SANITIZE)
+  add_compile_options(-fsanitize=${QELCD_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${QELCD_SANITIZE})
+else()
+  # Fortified calls need optimisation, and they hide from the sanitizers what these want to see.
+  add_compile_options($<$<CONFIG:Release,RelWithDebInfo>:-D_FORTIFY_SOURCE=2>)
+  add_compile_options(-ffunction-sections -fdata-sections)
+  add_link_options(-Wl,--gc-sections)
+endif()

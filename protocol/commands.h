@@ -1,0 +1,86 @@
+// Every command code with its name, and every reply status with its meaning: the one list from which the
+// daemon's table and the command-line client are made.
+#pragma once
+
+#include <cstdint>
+
+// Codes up to 69 come from the manager, codes from 30000 from local programs; each is served on both sockets.
+#define QELCD_COMMANDS(X)                                                                                    \
+    X(1, scan_client)                                                                                        \
+    X(2, add_client)                                                                                         \
+    X(3, del_client)                                                                                         \
+    X(4, add_backup)                                                                                         \
+    X(5, establish_channels)                                                                                 \
+    X(6, get_client_info)                                                                                    \
+    X(8, rename_client)                                                                                      \
+    X(14, del_backup)                                                                                        \
+    X(15, set_cdp_schedule)                                                                                  \
+    X(16, init_mirror)                                                                                       \
+    X(17, cancel_init_mirror)                                                                                \
+    X(21, create_snapshot)                                                                                   \
+    X(23, snap_restore)                                                                                      \
+    X(45, db_set)                                                                                            \
+    X(46, bg_create)                                                                                         \
+    X(48, rem_disk_from_bg)                                                                                  \
+    X(49, dbcfg_del)                                                                                         \
+    X(54, refresh_server)                                                                                    \
+    X(55, rescan_devices)                                                                                    \
+    X(57, nop_command)                                                                                       \
+    X(62, del_backup_grp)                                                                                    \
+    X(69, add_disk_to_grp)                                                                                   \
+    X(30000, kav_create_cdp)                                                                                 \
+    X(30001, kav_set_cdp_schedule)                                                                           \
+    X(30002, kav_get_cdp_schedule)                                                                           \
+    X(30003, kav_del_cdp_schedule)                                                                           \
+    X(30004, kav_create_group)                                                                               \
+    X(30005, kav_get_group)                                                                                  \
+    X(30006, kav_delete_group)                                                                               \
+    X(30007, kav_add_member)                                                                                 \
+    X(30008, kav_del_member)                                                                                 \
+    X(30010, local_list)                                                                                     \
+    X(30011, local_withdraw)
+
+// The code that the daemon itself sends to the manager.
+constexpr uint32_t heartbeat_command = 32;
+constexpr uint16_t heartbeat_origin = 3;
+
+constexpr uint32_t max_command_code = 30011;
+
+struct command_name {
+    uint32_t code;
+    const char *name;
+};
+
+#define QELCD_COMMAND_NAME(code, name) {code, #name},
+constexpr command_name command_names[] = {QELCD_COMMANDS(QELCD_COMMAND_NAME)};
+#undef QELCD_COMMAND_NAME
+
+// Reply statuses. A handler's status travels in 16 bits.
+struct status_meaning {
+    uint16_t status;
+    const char *meaning;
+};
+
+constexpr uint16_t status_ok = 0;
+constexpr uint16_t status_failure = 1;
+constexpr uint16_t status_already_adopted = 52;
+
+constexpr status_meaning status_meanings[] = {
+    {status_ok, "success"},
+    {status_failure, "failure"},
+    {4, "the request document could not be read"},
+    {50, "no manager has adopted this client"},
+    {status_already_adopted, "a manager has already adopted this client"},
+    {10000, "the client cannot be released while disks are protected"},
+    {10016, "a disk could not be released from protection"},
+    {10018, "mirror initialisation failed"},
+    {10019, "cancelling the mirror initialisation failed"},
+    {10021, "the CDP agent failed to take a snapshot"},
+    {10023, "a disk is not synchronised yet"},
+    {10024, "a disk has no backup relationship"},
+    {10025, "channel failure"},
+    {10028, "database configuration failed"},
+    {10029, "the group name is already in use"},
+    {10031, "channel failure"},
+    {10039, "channel failure"},
+};
