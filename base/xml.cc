@@ -1,5 +1,6 @@
 #include "base/xml.h"
 
+#include <libxml/chvalid.h>
 #include <libxml/parser.h>
 
 #include <charconv>
