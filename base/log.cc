@@ -7,8 +7,7 @@
 
 std::atomic<int> log_level{LOG_DEBUG};
 
-namespace
-{
+namespace {
 constexpr size_t message_size = 4096;
 
 std::atomic<int> log_to_stdout{0};
@@ -32,7 +31,8 @@ __attribute__((noinline)) void emit_debug(const char *func, int line, const char
     if (length >= 0 && static_cast<size_t>(length) < sizeof text)
         emit(LOG_DEBUG, text);
     else
-        emit(LOG_DEBUG, (std::string("func: ") + func + " line: " + std::to_string(line) + " msg: " + message).c_str());
+        emit(LOG_DEBUG,
+             (std::string("func: ") + func + " line: " + std::to_string(line) + " msg: " + message).c_str());
 }
 } // namespace
 

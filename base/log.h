@@ -15,17 +15,16 @@ extern "C" {
 
 // Formats and writes one line. MESSAGE beyond 4095 characters is cut. Only debug lines carry the function
 // and line. A newline is added when the line has none.
-__attribute__((format(printf, 4, 5), visibility("default"))) void log_write(int level, const char *func,
-                                                                            int line, const char *format,
-                                                                            ...);
+__attribute__((format(printf, 4, 5), visibility("default"))) void
+log_write(int level, const char *func, int line, const char *format, ...);
 
 // Sets threshold and identity; TO_STDOUT non-zero sends lines to standard output, zero opens the system log
 // under IDENT. IDENT is kept, not copied, as openlog(3) does. Further arguments are ignored. Returns 0.
 __attribute__((visibility("default"))) int log_init(const char *ident, int to_stdout, int level, ...);
 
 __attribute__((visibility("default"))) void log_close(void);
-__attribute__((visibility("default"))) void debug_on(void);  // threshold 7
-__attribute__((visibility("default"))) void debug_off(void); // threshold 6
+__attribute__((visibility("default"))) void debug_on(void);          // threshold 7
+__attribute__((visibility("default"))) void debug_off(void);         // threshold 6
 __attribute__((visibility("default"))) int set_log_level(int level); // returns LEVEL
 }
 

@@ -2,8 +2,7 @@
 
 #include <cstddef>
 
-namespace
-{
+namespace {
 constexpr size_t stack_size = 1024 * 1024;
 }
 

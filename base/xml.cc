@@ -8,8 +8,7 @@
 #include <new>
 #include <string_view>
 
-namespace
-{
+namespace {
 constexpr int parse_options = XML_PARSE_NOBLANKS | XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING;
 
 struct xml_text_free {
@@ -153,7 +152,8 @@ xmlNode *xml_add_element(xmlNode *parent, const char *name, const char *text)
     if (!text)
         return xml_add_element(parent, name);
     const std::string clean = is_plain(text) ? std::string() : cleaned(text);
-    return or_throw(xmlNewTextChild(parent, nullptr, to_xml(name), to_xml(clean.empty() ? text : clean.c_str())));
+    return or_throw(
+        xmlNewTextChild(parent, nullptr, to_xml(name), to_xml(clean.empty() ? text : clean.c_str())));
 }
 
 void xml_add_attribute(xmlNode *node, const char *name, const char *value)
@@ -186,11 +186,11 @@ void xml_add_unsigned(xmlNode *node, const char *name, uint64_t value)
     add_decimal(node, name, value);
 }
 
-std::string xml_to_text(const xml_doc &doc)
+std::string xml_to_text(const xml_doc &doc, xml_layout layout)
 {
     xmlChar *raw = nullptr;
     int size = 0;
-    xmlDocDumpFormatMemoryEnc(doc.get(), &raw, &size, "utf-8", 0);
+    xmlDocDumpFormatMemoryEnc(doc.get(), &raw, &size, "utf-8", layout == xml_layout::indented);
     const xml_text text(or_throw(raw));
     return std::string(reinterpret_cast<const char *>(text.get()), static_cast<size_t>(size));
 }

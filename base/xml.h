@@ -89,5 +89,6 @@ void xml_add_attribute(xmlNode *node, const char *name, const std::string &value
 void xml_add_number(xmlNode *node, const char *name, int64_t value);
 void xml_add_unsigned(xmlNode *node, const char *name, uint64_t value);
 
-// The document as text in "utf-8", without indentation, the XML declaration first.
-std::string xml_to_text(const xml_doc &doc);
+// The document as text in "utf-8", the XML declaration first.
+enum class xml_layout { compact, indented };
+std::string xml_to_text(const xml_doc &doc, xml_layout layout = xml_layout::compact);

@@ -1,10 +1,15 @@
 // IPv4 addresses as text.
 #pragma once
 
+#include "base/text.h"
+
 #include <arpa/inet.h>
 #include <netinet/in.h>
 
+#include <algorithm>
+#include <list>
 #include <string>
+#include <string_view>
 
 inline std::string dotted(in_addr_t addr)
 {
@@ -28,4 +33,23 @@ std::string join_addresses(const Addresses &addresses)
         text += dotted(entry.addr);
     }
     return text;
+}
+
+// Appends the addresses of TEXT, which blanks separate, to a list of such records. One that is no address
+// stays in its place as 0.0.0.0; memory that runs out ends the list early.
+template <class Address>
+void append_addresses(std::string_view text, std::list<Address> &addresses)
+{
+    for (;;) {
+        const size_t begin = text.find_first_not_of(' ');
+        if (begin == std::string_view::npos)
+            return;
+        text.remove_prefix(begin);
+        const size_t length = std::min(text.find(' '), text.size());
+        Address *entry = list_append(addresses);
+        if (!entry)
+            return;
+        inet_pton(AF_INET, std::string(text.substr(0, length)).c_str(), &entry->addr);
+        text.remove_prefix(length);
+    }
 }

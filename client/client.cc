@@ -1,0 +1,97 @@
+#include "client/client.h"
+
+#include "base/log.h"
+
+#include <new>
+
+qel_t *g_client = nullptr;
+
+void qel_release(qel_t *c)
+{
+    c->guid.reset();
+    c->alias.reset();
+    c->filter_list.clear();
+    c->manager.reset();
+    c->cdpsch_list.clear();
+    c->group_list.clear();
+}
+
+int qel_mngr_appoint(const qel_manager *m, qel_t *c)
+{
+    if (!c) {
+        log_error("Failed set manager, null pointer.");
+        return -1;
+    }
+    if (!m) {
+        if (c->manager)
+            log_info("Delete manager '%s'", printable(c->manager->guid));
+        else
+            log_info("Delete manager");
+        c->manager.reset();
+        c->alias.reset();
+        return 0;
+    }
+    std::unique_ptr<qel_manager> appointed(new (std::nothrow) qel_manager);
+    if (!appointed) {
+        log_error("Failed to allocate memory");
+        return -1;
+    }
+    appointed->guid = m->guid;
+    for (const qel_addr &address : m->ip_list) {
+        if (qel_addr *entry = list_append(appointed->ip_list))
+            *entry = address;
+        else
+            log_error("Failed to allocate memory");
+    }
+    c->manager = std::move(appointed);
+    log_info("Appoint new manager '%s'", printable(c->manager->guid));
+    return 0;
+}
+
+int qel_mngr_remove(qel_t *c)
+{
+    return qel_mngr_appoint(nullptr, c);
+}
+
+int qel_rename_client(qel_t *c, const char *alias)
+{
+    if (!c || !alias) {
+        log_error("Failed to get context");
+        return -1;
+    }
+    c->alias = alias;
+    return 0;
+}
+
+int qel_is_protected(const qel_t *c)
+{
+    if (!c) {
+        log_error("Fatal: unkown qel handle");
+        return -1;
+    }
+    if (c->manager && c->manager->guid && !c->manager->guid->empty()) {
+        log_debug("Client is managed by %s", c->manager->guid->c_str());
+        return 1;
+    }
+    log_debug("Client is not managed by anyone");
+    return 0;
+}
+
+int qel_is_pair(const char *manager_guid, const char *client_guid, const qel_t *c)
+{
+    if (!manager_guid || !client_guid || !c) {
+        log_error("Invalid input parameter");
+        return 0;
+    }
+    if (!c->guid) {
+        log_error("Fatal: unkown client guid");
+        return 0;
+    }
+    if (!c->manager || !c->manager->guid) {
+        log_debug("There is no manager");
+        return 0;
+    }
+    log_debug("Pair: manager:%s VS recv:%s", c->manager->guid->c_str(), manager_guid);
+    log_debug("Pair: localhost:%s VS recv:%s", c->guid->c_str(), client_guid);
+    return *c->manager->guid == manager_guid && *c->guid == client_guid;
+}

@@ -16,9 +16,6 @@ int qel_get_disks(std::list<qel_disk_t> *list, int flag);
 int qel_get_part_type_lock(std::list<qel_disk_t> &disks, const std::list<qel_backup_t> &backups,
                            std::mutex *mutex);
 
-// Gives each reported disk that has no identity a signature on the disk itself.
-void sign_unidentified_disks(const std::list<qel_disk_t> &disks, bool traced);
-
 // Appends the mirror relationships that are not stopped, each with the times of its CDP schedule, for which
 // it takes CLIENT_LOCK. Returns 0, or -1 when memory is short.
 int qel_get_backups_lock(const qel_t *client, std::list<qel_backup_t> &list, std::mutex &client_lock);

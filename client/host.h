@@ -37,7 +37,7 @@ mount_table read_mount_table();
 int is_boot_dev(const mount_table &mounts, const char *path);
 int is_boot_dev(const char *path);
 
-// Reads one line into BUF of SIZE bytes, which is zeroed first. A carriage return is stored as NUL. Returns the
-// characters stored plus one, -1 when the stream ends before a newline, or SIZE for a line that does not fit,
-// which then has no terminator.
+// Reads one line into BUF of SIZE bytes, which is zeroed first. A carriage return is stored as NUL. Returns
+// the characters stored plus one, -1 when the stream ends before a newline, or SIZE for a line that does not
+// fit, which then has no terminator.
 int read_line(FILE *stream, char *buf, int size);

@@ -1,0 +1,153 @@
+#include "client/inventory.h"
+
+#include "base/log.h"
+#include "client/channels.h"
+#include "client/client.h"
+#include "client/disk_identity.h"
+#include "client/disks.h"
+#include "client/host.h"
+
+#include <kavagt.h>
+
+#include <cstdlib>
+
+qel_inventory_t g_inventory;
+
+namespace {
+void trace(bool traced, const char *message)
+{
+    if (traced)
+        log_debug("%s", message);
+}
+
+void sign_unidentified_disks(bool traced)
+{
+    for (const qel_disk_t &disk : g_inventory.disks) {
+        if (disk.state == 0 || disk.guid)
+            continue;
+        trace(traced, "set disk signature.");
+        set_disk_signature(c_text(disk.path));
+    }
+}
+
+// Host name, addresses, channels and backups: gathered without the inventory's lock, then swapped in under
+// it. The lists that were in place are freed when the lock is no longer held.
+void refresh_host(bool traced)
+{
+    optional_text hostname = get_hostname();
+    const int dboem = get_dboem();
+    std::list<qel_ip_t> ips;
+    get_ipsv4_filter_ip(g_client, ips);
+    std::list<qel_chn_t> chns;
+    qel_get_chns_lock(g_client, chns, g_client->lock);
+    std::list<qel_backup_t> backups;
+    qel_get_backups_lock(g_client, backups, g_client->lock);
+
+    const auto held = qel_inventory_lock();
+    trace(traced, "_scan_cleint_pthread g_client.lock first lock.");
+    g_inventory.hostname.swap(hostname);
+    g_inventory.dboem = dboem;
+    g_inventory.ips.swap(ips);
+    g_inventory.chns.swap(chns);
+    g_inventory.backups.swap(backups);
+}
+
+void refresh_disks(bool traced)
+{
+    trace(traced, "start get disks.");
+    std::list<qel_disk_t> disks;
+    qel_get_disks(&disks, 1);
+    trace(traced, "finish get disks.");
+    qel_get_part_type_lock(disks, g_inventory.backups, &g_inventory.lock);
+    trace(traced, "finish get part.");
+
+    const auto held = qel_inventory_lock();
+    trace(traced, "_scan_cleint_pthread g_client.lock second lock.");
+    g_inventory.disks.swap(disks);
+    sign_unidentified_disks(traced);
+}
+
+qel_db_t to_database(const Kavapp &app)
+{
+    return {
+        .instance_name = optional_copy(app.instance_name),
+        .db_type = app.db_type,
+        .archive_log = app.archive_log,
+        .db_name = optional_copy(app.db_name),
+        .db_user = optional_copy(app.db_user),
+        .db_passwd = optional_copy(app.db_passwd),
+        .oracle_home = optional_copy(app.oracle_home),
+        .host = optional_copy(app.host),
+        .port = optional_copy(app.port),
+    };
+}
+
+void free_app(Kavapp *app)
+{
+    for (char *text : {app->instance_name, app->db_name, app->db_user, app->db_passwd, app->oracle_home,
+                       app->host, app->port})
+        free(text);
+    free(app);
+}
+} // namespace
+
+std::unique_lock<std::mutex> qel_inventory_lock()
+{
+    return std::unique_lock(g_inventory.lock);
+}
+
+int qel_inventory_init()
+{
+    g_inventory.alias = g_client->alias;
+    g_inventory.id = c_text(g_client->guid);
+    g_inventory.systype = get_systype();
+    g_inventory.osver = get_osver();
+    if (g_inventory.osver == "\\S")
+        g_inventory.osver = get_osver_redhat();
+    g_inventory.hostname = get_hostname();
+    g_inventory.dboem = get_dboem();
+
+    get_ipsv4_filter_ip(g_client, g_inventory.ips);
+    qel_get_disks(&g_inventory.disks, 1);
+    sign_unidentified_disks(false);
+    qel_get_chns_lock(g_client, g_inventory.chns, g_client->lock);
+    qel_get_backups_lock(g_client, g_inventory.backups, g_client->lock);
+    qel_get_part_type_lock(g_inventory.disks, g_inventory.backups, nullptr);
+    return qel_get_dbs(&g_inventory.dbs);
+}
+
+qel_inventory_t *qel_get_inventory()
+{
+    return &g_inventory;
+}
+
+void refresh_inventory(bool traced)
+{
+    refresh_host(traced);
+    trace(traced, "_scan_cleint_pthread g_client.lock first unlock.");
+    refresh_disks(traced);
+    trace(traced, "_scan_cleint_pthread g_client.lock second unlock.");
+}
+
+qel_inventory_t *qel_rescan_inventory()
+{
+    refresh_inventory(false);
+    return qel_get_inventory();
+}
+
+int qel_get_dbs(std::list<qel_db_t> *list)
+{
+    if (!list)
+        return -1;
+    list->clear();
+    kav_list apps;
+    kav_list_init(&apps);
+    const int result = Kav_list_app(&apps);
+    while (!kav_list_empty(&apps)) {
+        auto *app = kav_list_entry(apps.next, Kavapp, link);
+        kav_list_unlink(&app->link);
+        list->push_back(to_database(*app));
+        free_app(app);
+    }
+    return result;
+}

@@ -27,15 +27,15 @@ struct qel_part_t {
 
 struct qel_disk_t {
     optional_text name;
-    optional_text path;     // e.g. /dev/sdb
-    optional_text guid;     // see disk_identity.h; only looked for when state is non-zero
-    uint32_t is_lun = 0;    // 1: a volume that the storage system itself presents
-    uint64_t size = 0;      // bytes
-    uint64_t used = 0;      // not known for whole disks
-    optional_text fs;       // likewise
-    optional_text vendor;   // vendor, one blank, model
-    int32_t state = 0;      // the library's state word; 0: neither reported nor touched
-    uint32_t type = 0;      // partition-table type, see get_part_type
+    optional_text path;   // e.g. /dev/sdb
+    optional_text guid;   // see disk_identity.h; only looked for when state is non-zero
+    uint32_t is_lun = 0;  // 1: a volume that the storage system itself presents
+    uint64_t size = 0;    // bytes
+    uint64_t used = 0;    // not known for whole disks
+    optional_text fs;     // likewise
+    optional_text vendor; // vendor, one blank, model
+    int32_t state = 0;    // the library's state word; 0: neither reported nor touched
+    uint32_t type = 0;    // partition-table type, see get_part_type
     std::list<qel_part_t> parts;
 };
 
@@ -110,7 +110,12 @@ int qel_inventory_init();
 
 qel_inventory_t *qel_get_inventory();
 
-// Refreshes the inventory on the calling thread, which holds neither lock. Returns qel_get_inventory().
+// Refreshes the inventory on the calling thread, which holds neither lock. Slow work is done without the
+// lock; each of two steps takes it for a swap of lists, the second also while a disk without identity gets
+// its signature. TRACED: with the scan thread's debug lines.
+void refresh_inventory(bool traced);
+
+// The same on behalf of a command. Returns qel_get_inventory().
 qel_inventory_t *qel_rescan_inventory();
 
 // Replaces LIST by the databases that the CDP agent library lists. Returns 0, or -1.

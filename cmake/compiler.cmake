@@ -14,6 +14,9 @@ endif()
 add_compile_options(-fstack-protector-strong -fstack-clash-protection -fcf-protection -fno-plt)
 add_link_options(-Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
 
+# No copy relocations: each would put another library's symbol among those that the daemon exports.
+add_compile_options(-mno-direct-extern-access)
+
 if(QELCD_SANITIZE)
   add_compile_options(-fsanitize=${QELCD_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${QELCD_SANITIZE})

@@ -1,0 +1,49 @@
+#include "daemon/command_table.h"
+
+#include "commands/membership.h"
+#include "protocol/commands.h"
+
+#include <array>
+
+namespace {
+struct command_row {
+    uint32_t code;
+    command_handler handler;
+};
+
+constexpr command_row rows[] = {
+    {1, scan_client},
+    {55, rescan_devices},
+    {57, nop_command},
+    {30010, local_list},
+};
+
+using command_table = std::array<command_handler, max_command_code + 1>;
+
+constexpr bool rows_are_sound()
+{
+    uint32_t last = 0;
+    for (const command_row &row : rows) {
+        if (row.code <= last || row.code > max_command_code)
+            return false;
+        last = row.code;
+    }
+    return true;
+}
+static_assert(rows_are_sound(), "codes ascend, none twice, none past the table");
+
+constexpr command_table make_table()
+{
+    command_table slots{};
+    for (const command_row &row : rows)
+        slots[row.code] = row.handler;
+    return slots;
+}
+
+constexpr command_table table = make_table();
+} // namespace
+
+command_handler find_handler(uint32_t code)
+{
+    return code < table.size() ? table[code] : nullptr;
+}

@@ -1,0 +1,139 @@
+#include "daemon/listener.h"
+
+#include "base/clock.h"
+#include "base/log.h"
+#include "base/thread.h"
+#include "client/client.h"
+#include "daemon/process_cmd.h"
+#include "protocol/stream.h"
+
+#include <netinet/in.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <new>
+
+namespace {
+constexpr int backlog = 512;
+constexpr unsigned exhausted_pause_ms = 100;
+
+int bind_and_listen(int fd, const sockaddr *address, socklen_t length)
+{
+    if (bind(fd, address, length) != 0) {
+        log_error("Failed to bind (%s)", strerror(errno));
+        return -1;
+    }
+    if (listen(fd, backlog) != 0) {
+        log_error("Failed to listen (%s)", strerror(errno));
+        return -1;
+    }
+    return 0;
+}
+
+int open_tcp(listeners &l, int port)
+{
+    l.tcp = reused_sock();
+    if (l.tcp < 0) {
+        log_error("Failed to socket()");
+        return -1;
+    }
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_ANY);
+    return bind_and_listen(l.tcp, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+}
+
+int open_local(listeners &l)
+{
+    unlink(local_socket_path); // a socket file that an earlier process left
+    l.local = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (l.local < 0) {
+        log_error("Failed to socket()");
+        return -1;
+    }
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    static_assert(sizeof local_socket_path <= sizeof address.sun_path);
+    memcpy(address.sun_path, local_socket_path, sizeof local_socket_path);
+    return bind_and_listen(l.local, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+}
+
+// Whether the connection came in on a local address that the filter names.
+bool is_filtered(int fd)
+{
+    if (g_client->filter_list.empty())
+        return false;
+    sockaddr_in local{};
+    socklen_t length = sizeof local;
+    if (getsockname(fd, reinterpret_cast<sockaddr *>(&local), &length) != 0 || local.sin_family != AF_INET)
+        return false;
+    return std::any_of(g_client->filter_list.begin(), g_client->filter_list.end(),
+                       [&](const qel_addr &entry) { return entry.addr == local.sin_addr.s_addr; });
+}
+
+// One connection from whichever socket is ready, the TCP one first.
+int accept_next(const listeners &l)
+{
+    fd_set ready;
+    FD_ZERO(&ready);
+    FD_SET(l.tcp, &ready);
+    FD_SET(l.local, &ready);
+    select(std::max(l.tcp, l.local) + 1, &ready, nullptr, nullptr, nullptr);
+    return accept4(FD_ISSET(l.tcp, &ready) ? l.tcp : l.local, nullptr, nullptr, SOCK_CLOEXEC);
+}
+
+void report_failed_accept()
+{
+    if (errno == EINTR) {
+        log_debug("Accept is interrupted");
+        return;
+    }
+    log_error("Failed to accept socket (%s)", strerror(errno));
+    // Out of descriptors or memory the connection stays in the queue, and select would return at once.
+    clock_sleep_ms(exhausted_pause_ms);
+}
+} // namespace
+
+int open_listeners(listeners &l, int port)
+{
+    return open_tcp(l, port) == 0 && open_local(l) == 0 ? 0 : -1;
+}
+
+void close_listeners(listeners &l)
+{
+    for (int *fd : {&l.tcp, &l.local}) {
+        if (*fd >= 0)
+            close(*fd);
+        *fd = -1;
+    }
+}
+
+void accept_connections(const listeners &l)
+{
+    for (;;) {
+        const int fd = accept_next(l);
+        std::unique_ptr<int> cell(new (std::nothrow) int(fd));
+        if (!cell) {
+            log_error("Failed to allocate memory");
+            if (fd >= 0)
+                close(fd);
+            return;
+        }
+        if (fd < 0) {
+            report_failed_accept();
+        } else if (is_filtered(fd)) {
+            close(fd);
+        } else {
+            pthread_t thread;
+            // A connection for which no thread can be had stays open, unserved.
+            start_thread(&thread, process_cmd, cell.release());
+        }
+    }
+}

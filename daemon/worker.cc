@@ -1,0 +1,96 @@
+#include "daemon/worker.h"
+
+#include "base/clock.h"
+#include "base/log.h"
+#include "base/thread.h"
+#include "base/xml.h"
+#include "client/client.h"
+#include "client/inventory.h"
+#include "client/scan_thread.h"
+#include "config/config.h"
+#include "daemon/listener.h"
+#include "jobs/heartbeat.h"
+#include "jobs/timer.h"
+
+#include <sys/resource.h>
+
+#include <csignal>
+
+namespace {
+// Each connection holds a descriptor, and their number is not capped.
+void raise_descriptor_limit()
+{
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0)
+        return;
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+int start_background_threads()
+{
+    pthread_t thread;
+    if (start_thread(&thread, _scan_client_thread, nullptr) != 0)
+        return -1;
+    return start_thread(&thread, _timeout_thread, nullptr) == 0 ? 0 : -1;
+}
+
+bool timer_runs()
+{
+    const std::lock_guard held(g_timeout_thread_running_lock);
+    log_debug("g_timeout_thread_running = %d", g_timeout_thread_running);
+    return g_timeout_thread_running != 0;
+}
+
+// Jobs that are registered before the timer waits for the first time would not wake it.
+void wait_for_timer()
+{
+    do {
+        clock_sleep_ms(1000);
+        log_debug("Waiting timeout_thread for 1 second");
+    } while (!timer_runs());
+}
+
+int start(listeners &l)
+{
+    g_client = qel_load().release();
+    if (!g_client)
+        return -1;
+    if (qel_is_protected(g_client)) {
+        const std::lock_guard held(g_heartbeat_running_lock);
+        g_heartbeat_running = 1;
+    }
+    qel_inventory_init();
+    if (start_background_threads() != 0)
+        return -1;
+    wait_for_timer();
+    return open_listeners(l, g_client->client_port);
+}
+
+// The scan thread may still be reading the record, so only its contents go, and under its lock.
+void shut_down(listeners &l)
+{
+    close_listeners(l);
+    job_free_all();
+    if (!g_client)
+        return;
+    {
+        const auto held = qel_inventory_lock();
+        g_inventory.id = nullptr; // it belongs to the record
+    }
+    const std::lock_guard held(g_client->lock);
+    qel_release(g_client);
+}
+} // namespace
+
+int _main()
+{
+    signal(SIGPIPE, SIG_IGN); // a peer that has gone is an error of write, not the end of the process
+    raise_descriptor_limit();
+    xml_init();
+    listeners l;
+    if (start(l) == 0)
+        accept_connections(l);
+    shut_down(l);
+    return -1;
+}

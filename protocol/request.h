@@ -10,7 +10,7 @@
 #include <string>
 
 struct request {
-    malloc_text recv_xml;  // the received body, NUL-terminated; null when the frame had none
+    malloc_text recv_xml;   // the received body, NUL-terminated; null when the frame had none
     optional_text send_xml; // the body to send; its length is send_head.data_len
     message_head recv_head{};
     message_head send_head{};

@@ -1,0 +1,28 @@
+// Numbers out of texts, read as generously as stdio does: leading blanks and a sign are taken, what follows
+// the digits is ignored, and a text that does not begin with a number gives 0. A value out of range ends at
+// the nearest limit of 64 bits; the narrower forms keep its lower 32 bits.
+#pragma once
+
+#include <cstdint>
+#include <cstdlib>
+
+inline int64_t scan_signed(const char *text)
+{
+    return strtoll(text, nullptr, 10);
+}
+
+inline int scan_int(const char *text)
+{
+    return static_cast<int>(scan_signed(text));
+}
+
+// A negative number is taken modulo 2^64, as "%lu" does.
+inline uint64_t scan_unsigned(const char *text)
+{
+    return strtoull(text, nullptr, 10);
+}
+
+inline uint32_t scan_u32(const char *text)
+{
+    return static_cast<uint32_t>(scan_unsigned(text));
+}
