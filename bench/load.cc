@@ -1,0 +1,122 @@
+// Sends command 57 from a number of clients, one connection after another each, to the daemon and to the bare
+// server in turns, and prints how the daemon compares.
+//
+//   bench-load DAEMON-PORT DAEMON-SOCKET BARE-PORT BARE-SOCKET ROUNDS SECONDS
+
+#include "protocol/head.h"
+#include "tools/exchange.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <thread>
+#include <vector>
+
+namespace {
+using steady = std::chrono::steady_clock;
+
+struct target {
+    bool tcp;
+    endpoint host;
+    std::string path;
+};
+
+struct result {
+    double rate = 0; // requests per second
+    double p50 = 0;  // microseconds
+    double p99 = 0;
+};
+
+bool one_request(const target &to)
+{
+    std::string error;
+    const connection peer = to.tcp ? connect_tcp(to.host, 10, error) : connect_local(to.path, 10, error);
+    message_head head{};
+    head.version = protocol_version;
+    head.cmd = 57;
+    return peer.fd >= 0 && write(peer.fd, &head, sizeof head) == sizeof head &&
+           recv(peer.fd, &head, sizeof head, MSG_WAITALL) == sizeof head && head.cmd == 57;
+}
+
+void client(const target &to, steady::time_point end, std::vector<float> &latencies)
+{
+    for (auto start = steady::now(); start < end;) {
+        if (!one_request(to)) {
+            fprintf(stderr, "bench-load: a request failed\n");
+            exit(1);
+        }
+        const auto done = steady::now();
+        latencies.push_back(std::chrono::duration<float, std::micro>(done - start).count());
+        start = done;
+    }
+}
+
+result measure(const target &to, size_t clients, double seconds)
+{
+    const auto start = steady::now();
+    const auto end =
+        start + std::chrono::duration_cast<steady::duration>(std::chrono::duration<double>(seconds));
+    std::vector<std::vector<float>> latencies(clients);
+    {
+        std::vector<std::jthread> threads;
+        for (auto &own : latencies)
+            threads.emplace_back([&to, end, &own] { client(to, end, own); });
+    }
+    const double elapsed = std::chrono::duration<double>(steady::now() - start).count();
+    std::vector<float> all;
+    for (const auto &own : latencies)
+        all.insert(all.end(), own.begin(), own.end());
+    std::sort(all.begin(), all.end());
+    return {static_cast<double>(all.size()) / elapsed, all[all.size() / 2], all[all.size() * 99 / 100]};
+}
+
+// The middle one of several results by its rate.
+result median(std::vector<result> results)
+{
+    std::sort(results.begin(), results.end(),
+              [](const result &a, const result &b) { return a.rate < b.rate; });
+    return results[results.size() / 2];
+}
+
+void compare(const char *name, const target &daemon, const target &bare, size_t clients, int rounds,
+             double seconds)
+{
+    std::vector<result> ours;
+    std::vector<result> theirs;
+    for (int round = 0; round < rounds; ++round) {
+        ours.push_back(measure(daemon, clients, seconds));
+        theirs.push_back(measure(bare, clients, seconds));
+    }
+    const result a = median(ours);
+    const result b = median(theirs);
+    printf("| %s | %zu | %.0f | %.0f | %.0f %% | %.0f / %.0f | %.0f / %.0f |\n", name, clients, a.rate,
+           b.rate, 100 * a.rate / b.rate, a.p50, a.p99, b.p50, b.p99);
+    fflush(stdout);
+}
+} // namespace
+
+int main(int argc, char **argv)
+{
+    if (argc != 7)
+        return 2;
+    init_tool();
+    const auto port = [](const char *text) { return static_cast<uint16_t>(atoi(text)); };
+    const target daemon_tcp{true, {"127.0.0.1", port(argv[1])}, ""};
+    const target daemon_local{false, {}, argv[2]};
+    const target bare_tcp{true, {"127.0.0.1", port(argv[3])}, ""};
+    const target bare_local{false, {}, argv[4]};
+    const int rounds = atoi(argv[5]);
+    const double seconds = atof(argv[6]);
+
+    puts("| socket | clients | daemon, requests/s | bare, requests/s | daemon / bare | daemon p50 / p99, µs |"
+         " bare p50 / p99, µs |");
+    puts("|---|---:|---:|---:|---:|---:|---:|");
+    for (const size_t clients : {1u, 8u, 64u}) {
+        compare("UNIX", daemon_local, bare_local, clients, rounds, seconds);
+        compare("TCP", daemon_tcp, bare_tcp, clients, rounds, seconds);
+    }
+}
