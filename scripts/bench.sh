@@ -1,0 +1,11 @@
+#!/bin/bash
+# Measures the daemon and prints the tables of docs/performance.md. From a fresh Debian machine, as root.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+rounds=${1-7} # turns of daemon and bare server per row
+seconds=${2-1} # of each turn
+
+scripts/install-packages build demo
+scripts/build.sh release
+scripts/private-host -n bench scripts/bench/host.sh build/release "$rounds" "$seconds"
