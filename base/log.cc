@@ -8,7 +8,10 @@
 std::atomic<int> log_level{LOG_DEBUG};
 
 namespace {
-constexpr size_t message_size = 4096;
+constexpr size_t message_size = 4096; // a longer message is cut
+// Nearly every message fits this. A connection thread starts with an untouched stack, on which a larger
+// buffer would cost a page fault per request.
+constexpr size_t short_size = 256;
 
 std::atomic<int> log_to_stdout{0};
 const char *log_ident = nullptr;
@@ -23,16 +26,21 @@ void emit(int level, const char *line)
         syslog(level, "%s%s", line, end);
 }
 
-// Apart from the rest, so that only a debug line pays for its buffer on the stack.
-__attribute__((noinline)) void emit_debug(const char *func, int line, const char *message)
+void write_message(int level, const char *func, int line, const char *message)
 {
-    char text[message_size + 512];
-    const int length = snprintf(text, sizeof text, "func: %s line: %d msg: %s", func, line, message);
-    if (length >= 0 && static_cast<size_t>(length) < sizeof text)
-        emit(LOG_DEBUG, text);
-    else
-        emit(LOG_DEBUG,
+    if (level == LOG_DEBUG)
+        emit(level,
              (std::string("func: ") + func + " line: " + std::to_string(line) + " msg: " + message).c_str());
+    else
+        emit(level, message);
+}
+
+__attribute__((noinline)) void write_long(int level, const char *func, int line, const char *format,
+                                          va_list arguments)
+{
+    char message[message_size];
+    vsnprintf(message, sizeof message, format, arguments);
+    write_message(level, func, line, message);
 }
 } // namespace
 
@@ -40,17 +48,18 @@ extern "C" void log_write(int level, const char *func, int line, const char *for
 {
     if (!log_enabled(level))
         return;
-    char message[message_size];
     va_list arguments;
     va_start(arguments, format);
+    va_list again;
+    va_copy(again, arguments);
+    char message[short_size];
     const int length = vsnprintf(message, sizeof message, format, arguments);
-    va_end(arguments);
-    if (length < 0)
-        message[0] = '\0';
-    if (level == LOG_DEBUG)
-        emit_debug(func, line, message);
+    if (length >= static_cast<int>(sizeof message))
+        write_long(level, func, line, format, again);
     else
-        emit(level, message);
+        write_message(level, func, line, length < 0 ? "" : message);
+    va_end(again);
+    va_end(arguments);
 }
 
 extern "C" int log_init(const char *ident, int to_stdout, int level, ...)

@@ -118,14 +118,12 @@ void close_listeners(listeners &l)
 void accept_connections(const listeners &l)
 {
     for (;;) {
-        const int fd = accept_next(l);
-        std::unique_ptr<int> cell(new (std::nothrow) int(fd));
+        std::unique_ptr<int> cell(new (std::nothrow) int(-1));
         if (!cell) {
             log_error("Failed to allocate memory");
-            if (fd >= 0)
-                close(fd);
             return;
         }
+        const int fd = *cell = accept_next(l);
         if (fd < 0) {
             report_failed_accept();
         } else if (is_filtered(fd)) {
