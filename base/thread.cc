@@ -3,7 +3,7 @@
 #include <cstddef>
 
 namespace {
-constexpr size_t stack_size = 1024 * 1024;
+constexpr size_t stack_size = size_t{1024} * 1024;
 }
 
 int start_thread(pthread_t *thread, void *(*fn)(void *), void *arg)

@@ -143,9 +143,9 @@ int qel_get_dbs(std::list<qel_db_t> *list)
     kav_list apps;
     kav_list_init(&apps);
     const int result = Kav_list_app(&apps);
-    while (!kav_list_empty(&apps)) {
-        auto *app = kav_list_entry(apps.next, Kavapp, link);
-        kav_list_unlink(&app->link);
+    for (kav_list *link = apps.next; link != &apps;) {
+        auto *app = kav_list_entry(link, Kavapp, link);
+        link = link->next;
         list->push_back(to_database(*app));
         free_app(app);
     }

@@ -1,6 +1,7 @@
 // The timer queue: all periodic work as one list of jobs with due times, and the thread that fires them.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -14,13 +15,14 @@ struct job_status {
     // Called when the job fires, with the job list locked: it may only start a thread. Heartbeat jobs are
     // handed null, CDP jobs their own record. A negative result is a failure.
     int32_t (*handler)(const job_status *job) = nullptr;
-    int64_t next_time = 0; // due time, whole seconds of clock_monotonic
-    uint32_t interval = 0; // seconds
-    uint32_t backoff = 0;  // half of it, rounded down, is added in seconds to each re-arm
-    int32_t released = 0;  // 1: to be freed at the timer thread's next pass
-    std::string group;     // consistency group (group CDP jobs)
-    std::string local;     // local disk (disk CDP jobs)
-    std::string mirror;    // mirror disk's GUID (disk CDP jobs)
+    // Atomic, since the heartbeat worker sets these two of its own job without the lock of the list.
+    std::atomic<int64_t> next_time = 0; // due time, whole seconds of clock_monotonic
+    std::atomic<uint32_t> backoff = 0;  // half of it, rounded down, is added in seconds to each re-arm
+    uint32_t interval = 0;              // seconds
+    int32_t released = 0;               // 1: to be freed at the timer thread's next pass
+    std::string group;                  // consistency group (group CDP jobs)
+    std::string local;                  // local disk (disk CDP jobs)
+    std::string mirror;                 // mirror disk's GUID (disk CDP jobs)
 };
 
 // A new, zero job; null after a log line when memory is short.

@@ -1,0 +1,80 @@
+#include "base/log.h"
+#include "requests/document.h"
+#include "requests/manager.h"
+
+namespace {
+optional_text required(const xmlNode *snap, const char *name)
+{
+    optional_text value = xml_attribute(snap, name);
+    if (!value)
+        log_error("Failed to retrieve property %s from Snap node.", name);
+    return value;
+}
+
+int read_volume(const xmlNode *snap, std::list<std::string> &list)
+{
+    const optional_text guid = xml_attribute(snap, "SnapVolGUID");
+    if (!guid) {
+        log_error("Node Snap doesn't contain SnapVolGUID property, ignore!");
+        return 0;
+    }
+    std::string *entry = list_append(list);
+    if (!entry) {
+        log_error("Failed to allocate memory for extracting snapshots' guids.");
+        return -1;
+    }
+    *entry = *guid;
+    log_debug("Extracted GUID: %s", entry->c_str());
+    take_braced(*entry);
+    return 0;
+}
+} // namespace
+
+int xml_to_snap_guid(const char *text, snap_request *snap)
+{
+    const xml_doc doc = open_document(text, {.empty = "Failed to retrieve root element of the XML doc."});
+    if (!doc)
+        return -1;
+    const xmlNode *node = find_child(xml_root(doc), "Snap");
+    if (!node) {
+        log_error("Failed to retrieve node Snap from XML request.");
+        return -1;
+    }
+    const optional_text source_type = required(node, "SourceType");
+    if (!source_type)
+        return -1;
+    snap->source_type = source_type == "0" ? snap_disk : snap_group;
+    log_info("Source type for manual CDP creation: %d.", snap->source_type);
+    snap->source = required(node, "Source");
+    if (!snap->source)
+        return -1;
+    if (snap->source_type == snap_disk)
+        take_braced(*snap->source);
+    log_info("Source identity for manual CDP creation: %s.", snap->source->c_str());
+    const optional_text is_cluster = required(node, "IsCluster");
+    if (!is_cluster)
+        return -1;
+    snap->is_cluster = is_true(is_cluster);
+    return 0;
+}
+
+int xml_to_snap_vol_guid(const char *text, std::list<std::string> *list)
+{
+    if (!text) {
+        log_error("Null xml doc.");
+        return -1;
+    }
+    if (!list) {
+        log_error("Null list of guids.");
+        return -1;
+    }
+    list->clear();
+    const xml_doc doc = open_document(text);
+    if (!doc)
+        return -1;
+    for (const xmlNode *child : xml_children{xml_root(doc)}) {
+        if (xml_is_named(child, "Snap") && read_volume(child, *list) < 0)
+            return -1;
+    }
+    return 0;
+}
