@@ -1,0 +1,123 @@
+// libkavdisk as a script has it.
+#include "tests/scripted/script_folder.h"
+
+#include <kavdisk.h>
+
+#include <cstdlib>
+
+namespace {
+bool set_part_field(kavdisk_part *part, const script_entry &entry)
+{
+    if (entry.key == "guid")
+        part->guid = script_copy(entry.value);
+    else if (entry.key == "fs")
+        part->fs = script_copy(entry.value);
+    else if (entry.key == "size")
+        part->size = script_number(entry);
+    else if (entry.key == "used")
+        part->used = script_number(entry);
+    else
+        return false;
+    return true;
+}
+
+bool set_disk_field(kavdisk_dev *disk, const script_entry &entry)
+{
+    if (entry.key == "path")
+        disk->path = script_copy(entry.value);
+    else if (entry.key == "vendor")
+        disk->vendor = script_copy(entry.value);
+    else if (entry.key == "model")
+        disk->model = script_copy(entry.value);
+    else if (entry.key == "sectors")
+        disk->sectors = script_number(entry);
+    else if (entry.key == "state")
+        disk->state = static_cast<uint32_t>(script_number(entry));
+    else
+        return false;
+    return true;
+}
+
+void free_part(kavdisk_part *part)
+{
+    free(part->name);
+    free(part->guid);
+    free(part->fs);
+    free(part);
+}
+
+void free_parts(kav_list *parts)
+{
+    while (!kav_list_empty(parts)) {
+        auto *part = kav_list_entry(parts->next, kavdisk_part, link);
+        kav_list_unlink(&part->link);
+        free_part(part);
+    }
+}
+
+void append_disks(kav_list *devs)
+{
+    kavdisk_dev *disk = nullptr;
+    kavdisk_part *part = nullptr;
+    for (const script_entry &entry : script_read("disks")) {
+        if (entry.key == "disk") {
+            disk = script_new<kavdisk_dev>();
+            disk->name = script_copy(entry.value);
+            kav_list_init(&disk->parts);
+            kav_list_append(devs, &disk->link);
+            part = nullptr;
+        } else if (disk && entry.key == "partition") {
+            part = script_new<kavdisk_part>();
+            part->name = script_copy(entry.value);
+            kav_list_append(&disk->parts, &part->link);
+        } else if (!disk || !(part ? set_part_field(part, entry) : set_disk_field(disk, entry))) {
+            script_unknown("disks", entry);
+        }
+    }
+}
+
+} // namespace
+
+#pragma GCC visibility push(default)
+
+int kavdisk_get_devs(kav_list *devs, int flag)
+{
+    const int result = script_query("kavdisk_get_devs", {std::to_string(flag)}, 0);
+    if (result != 0)
+        return result;
+    append_disks(devs);
+    for (kav_list *link = devs->next; flag == 0 && link != devs; link = link->next)
+        free_parts(&kav_list_entry(link, kavdisk_dev, link)->parts);
+    return 0;
+}
+
+void kavdisk_free_devs(kav_list *devs)
+{
+    script_query("kavdisk_free_devs", {}, 0);
+    while (!kav_list_empty(devs)) {
+        auto *disk = kav_list_entry(devs->next, kavdisk_dev, link);
+        kav_list_unlink(&disk->link);
+        free_parts(&disk->parts);
+        free(disk->name);
+        free(disk->vendor);
+        free(disk->model);
+        free(disk->path);
+        free(disk);
+    }
+}
+
+int kavdisk_rescan_dev(int flag)
+{
+    return script_action("kavdisk_rescan_dev", {std::to_string(flag)}, 0);
+}
+
+uint32_t get_part_type(const char *path)
+{
+    const std::string word = script_word(path);
+    int type = 0;
+    for (const script_entry &entry : script_read("part-types")) {
+        if (entry.key == word)
+            type = static_cast<int>(script_number(entry));
+    }
+    return static_cast<uint32_t>(script_query("get_part_type", {word}, type));
+}
