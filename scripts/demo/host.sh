@@ -29,7 +29,9 @@ wait_until() {
 log=/var/log/messages
 trap remove_disks EXIT
 
-title "A host with three disks: a GPT with file systems, an MBR, and a blank one"
+title "A host with four disks: a GPT with file systems, an MBR, a blank one, and one that is all swap"
+ip link add net0 type veth peer name net1
+ip address add 10.77.0.1/24 dev net0
 busybox syslogd -n -O "$log" &
 make_disks
 show cat /proc/partitions | grep -E 'major|loop'
@@ -52,10 +54,10 @@ wait_until 10 qelc nop_command
 show cat /var/run/qelcd.pid
 
 title "The manager scans it"
-show standin-manager scan 127.0.0.1:9410
+show standin-manager scan 10.77.0.1:9410
 
 title "The same answer as it travels"
-show qelc --host 127.0.0.1:9410 --raw scan_client
+show qelc --host 10.77.0.1:9410 --raw scan_client
 
 title "Local tools ask on the UNIX socket"
 show qelc local_list

@@ -78,8 +78,8 @@ TEST_F(dispatch, DebugModeTracesTheExchange)
 {
     daemon.start({"-d"});
     const std::string request = frame(request_head(nop_command, 5), "hello");
+    size_t mark = log.size(); // the daemon begins to read as soon as it has the connection
     const peer connection = connect_tcp();
-    size_t mark = log.size();
     const auto expect_trace = [&](const std::string &function, const std::string &message) {
         mark = log.expect_match(LOG_DEBUG, "func: " + function + " line: \\d+ msg: " + message, mark);
     };

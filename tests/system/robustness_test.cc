@@ -123,7 +123,7 @@ TEST_F(robustness, NonsenseFromTheNetwork)
             byte = static_cast<char>(random());
         return bytes;
     };
-    for (int round = 0; round < 100; round++) {
+    for (int round = 0; round < 40; round++) {
         std::string bytes = nonsense(1 + random() % 64);
         bytes[0] |= 4; // never our version: a code that does not exist would rightly end the worker
         const peer stranger = connect_tcp();
@@ -142,7 +142,7 @@ TEST_F(robustness, ManyConnectionsAtOnce)
     start();
     constexpr size_t count = 512;
     const std::string request = frame(request_head(nop_command));
-    const size_t mappings = mapping_count(worker_);
+    [[maybe_unused]] const size_t mappings = mapping_count(worker_);
     std::vector<peer> peers;
     for (size_t i = 0; i < count; i++) {
         peers.push_back(connect_tcp());
@@ -152,10 +152,15 @@ TEST_F(robustness, ManyConnectionsAtOnce)
     EXPECT_TRUE(is_serving());
     for (const peer &one : peers)
         EXPECT_TRUE(one.send(request.substr(8)));
-    for (const peer &one : peers)
-        EXPECT_EQ(one.receive().bytes, request);
+    for (const peer &one : peers) {
+        const auto answer = one.receive();
+        EXPECT_EQ(answer.bytes, request);
+        ASSERT_TRUE(answer.closed);
+    }
+#ifndef QELCD_SANITIZED // which maps memory of its own
     // A thread that nobody detached or joined would keep its stack.
     EXPECT_TRUE(eventually([&] { return mapping_count(worker_) < mappings + count; }));
+#endif
 }
 
 TEST_F(robustness, NoDescriptorsLeft)
