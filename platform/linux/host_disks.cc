@@ -7,7 +7,7 @@
 
 namespace {
 
-const std::string BLOCK_FOLDER = "/sys/block/";
+const std::string block_folder = "/sys/block/";
 
 // NAME is PREFIX and a number.
 bool is_numbered(std::string_view name, std::string_view prefix)
@@ -19,7 +19,7 @@ bool is_disk(const std::string &name)
 {
     if (is_numbered(name, "ram") || is_numbered(name, "zram"))
         return false;
-    const std::string folder = BLOCK_FOLDER + name;
+    const std::string folder = block_folder + name;
     if (is_numbered(name, "loop") && read_attribute(folder + "/loop/backing_file").value_or("").empty())
         return false;
     return read_number(folder + "/hidden").value_or(0) == 0;
@@ -58,7 +58,7 @@ std::vector<partition_facts> read_partitions(const std::string &folder)
 
 std::optional<std::vector<std::string>> host_disk_names()
 {
-    auto names = list_folder(BLOCK_FOLDER);
+    auto names = list_folder(block_folder);
     if (names)
         std::erase_if(*names, [](const std::string &name) { return !is_disk(name); });
     return names;
@@ -68,7 +68,7 @@ std::optional<disk_facts> read_disk(const std::string &name)
 {
     disk_facts disk;
     disk.name = name;
-    disk.folder = BLOCK_FOLDER + name;
+    disk.folder = block_folder + name;
     disk.path = "/dev/" + name;
     const auto device = read_device_number(disk.folder);
     const auto sectors = read_number(disk.folder + "/size");

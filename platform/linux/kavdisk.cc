@@ -23,9 +23,9 @@
 
 namespace {
 
-constexpr uint32_t STATE_LEFT_ALONE = 0;
-constexpr uint32_t STATE_USABLE = 1;
-constexpr int WITH_PARTITIONS = 1;
+constexpr uint32_t state_left_alone = 0;
+constexpr uint32_t state_usable = 1;
+constexpr int with_partitions = 1;
 
 void free_part(kavdisk_part *part)
 {
@@ -124,8 +124,8 @@ std::unique_ptr<kavdisk_dev, dev_freer> make_dev(const disk_facts &disk,
     dev->model = copy_of(disk.model);
     dev->path = copy_of(disk.path);
     dev->sectors = disk.sectors;
-    dev->state = may_carry_signature(disk, mounts) ? STATE_USABLE : STATE_LEFT_ALONE;
-    if (flag == WITH_PARTITIONS)
+    dev->state = may_carry_signature(disk, mounts) ? state_usable : state_left_alone;
+    if (flag == with_partitions)
         append_parts(dev.get(), disk, mounts);
     if (!dev->name || !dev->path)
         dev.reset();

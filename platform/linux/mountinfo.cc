@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr size_t MOUNTINFO_LIMIT = size_t{16} * 1024 * 1024;
+constexpr size_t mountinfo_limit = size_t{16} * 1024 * 1024;
 
 std::vector<std::string_view> split(std::string_view text, char separator)
 {
@@ -86,7 +86,7 @@ std::vector<mount_record> parse_mountinfo(std::string_view text)
 
 std::vector<mount_record> read_mounts()
 {
-    return parse_mountinfo(read_bytes("/proc/self/mountinfo", MOUNTINFO_LIMIT).value_or(""));
+    return parse_mountinfo(read_bytes("/proc/self/mountinfo", mountinfo_limit).value_or(""));
 }
 
 bool mounts_device(const mount_record &mount, dev_t device)

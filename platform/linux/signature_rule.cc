@@ -16,20 +16,20 @@
 namespace {
 
 // libblkid does not look for RAID members on anything that could be a floppy, so blank means nothing there.
-constexpr uint64_t FLOPPY_SECTORS = 2880;
+constexpr uint64_t floppy_sectors = 2880;
 
-constexpr int CLAIM_ATTEMPTS = 5;
-constexpr useconds_t CLAIM_PAUSE_US = 2000;
+constexpr int claim_attempts = 5;
+constexpr useconds_t claim_pause_us = 2000;
 
-constexpr size_t SIGNATURE_OFFSET = 440;
-constexpr size_t SIGNATURE_SIZE = 4;
+constexpr size_t signature_offset = 440;
+constexpr size_t signature_size = 4;
 
 bool is_plain_disk(const disk_facts &disk)
 {
     const bool composed =
         access((disk.folder + "/dm").c_str(), F_OK) == 0 || access((disk.folder + "/md").c_str(), F_OK) == 0;
     const auto holders = list_folder(disk.folder + "/holders");
-    return disk.sectors > FLOPPY_SECTORS && !composed && holders && holders->empty() &&
+    return disk.sectors > floppy_sectors && !composed && holders && holders->empty() &&
            read_number(disk.folder + "/ro") == 0U && read_number(disk.folder + "/removable") == 0U;
 }
 
@@ -41,7 +41,7 @@ bool is_unclaimed(const disk_facts &disk)
 {
     static std::mutex one_check_at_a_time;
     const std::scoped_lock lock(one_check_at_a_time);
-    for (int attempt = 0; attempt < CLAIM_ATTEMPTS; attempt++) {
+    for (int attempt = 0; attempt < claim_attempts; attempt++) {
         const int fd = open(disk.path.c_str(), O_RDONLY | O_CLOEXEC | O_EXCL);
         if (fd >= 0) {
             close(fd);
@@ -49,7 +49,7 @@ bool is_unclaimed(const disk_facts &disk)
         }
         if (errno != EBUSY)
             return false;
-        usleep(CLAIM_PAUSE_US);
+        usleep(claim_pause_us);
     }
     return false;
 }
@@ -62,7 +62,7 @@ bool first_sector_is_empty(int fd)
     std::vector<char> sector(static_cast<size_t>(sector_size));
     if (pread(fd, sector.data(), sector.size(), 0) != sector_size)
         return false;
-    std::fill_n(sector.begin() + SIGNATURE_OFFSET, SIGNATURE_SIZE, '\0');
+    std::fill_n(sector.begin() + signature_offset, signature_size, '\0');
     return std::all_of(sector.begin(), sector.end(), [](char byte) { return byte == '\0'; });
 }
 

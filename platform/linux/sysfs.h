@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
-inline constexpr size_t ATTRIBUTE_LIMIT = size_t{64} * 1024;
+inline constexpr size_t attribute_limit = size_t{64} * 1024;
 
 // The first LIMIT bytes of a file.
-std::optional<std::string> read_bytes(const std::string &path, size_t limit = ATTRIBUTE_LIMIT);
+std::optional<std::string> read_bytes(const std::string &path, size_t limit = attribute_limit);
 
 // A text attribute without its closing newline; blanks stay.
 std::optional<std::string> read_attribute(const std::string &path);

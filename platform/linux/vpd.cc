@@ -9,8 +9,8 @@
 namespace {
 
 enum class designator_type : uint8_t { t10 = 1, naa = 3 };
-constexpr uint8_t CODE_SET_BINARY = 1;
-constexpr uint8_t ASSOCIATION_LUN = 0;
+constexpr uint8_t code_set_binary = 1;
+constexpr uint8_t association_lun = 0;
 
 struct designator {
     uint8_t code_set = 0;
@@ -62,7 +62,7 @@ std::vector<designator> designators(std::string_view body)
 std::optional<std::string> naa_name(const designator &from)
 {
     // NAA 2, 3 and 5 are 8 bytes long, NAA 6 is 16.
-    if (from.code_set != CODE_SET_BINARY || (from.value.size() != 8 && from.value.size() != 16))
+    if (from.code_set != code_set_binary || (from.value.size() != 8 && from.value.size() != 16))
         return std::nullopt;
     std::string name;
     for (size_t i = 0; i < from.value.size(); i++) {
@@ -108,7 +108,7 @@ std::optional<std::string> identifier_of_designation_page(std::string_view page)
     for (const bool of_the_lun : {true, false}) {
         for (const designator_type type : {designator_type::naa, designator_type::t10}) {
             for (const designator &candidate : all) {
-                if ((candidate.association == ASSOCIATION_LUN) != of_the_lun)
+                if ((candidate.association == association_lun) != of_the_lun)
                     continue;
                 if (auto identifier = identifier_of(candidate, type))
                     return identifier;
