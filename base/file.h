@@ -2,6 +2,8 @@
 #pragma once
 
 #include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <memory>
@@ -11,10 +13,15 @@ struct file_close {
 };
 using file_stream = std::unique_ptr<FILE, file_close>;
 
-// For reading, close-on-exec; null with errno on failure.
+// A file of the host for reading, close-on-exec; null with errno on failure. Whatever stands in its place, a
+// pipe say, is not waited for.
 inline file_stream open_for_reading(const char *path)
 {
-    return file_stream(fopen(path, "re"));
+    const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    file_stream stream(fd < 0 ? nullptr : fdopen(fd, "r"));
+    if (fd >= 0 && !stream)
+        close(fd);
+    return stream;
 }
 
 struct folder_close {

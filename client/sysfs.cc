@@ -14,7 +14,7 @@ int sysfs_read_attribute(std::string *dst, const char *path)
 {
     if (!dst || !path)
         return -1;
-    const int fd = open(path, O_RDONLY | O_CLOEXEC);
+    const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0) {
         log_error("Failed to open '%s': %s", path, strerror(errno));
         return -1;

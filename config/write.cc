@@ -5,17 +5,31 @@
 
 #include <libxml/xmlsave.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <ctime>
 #include <new>
 
 namespace {
-// Hands NODE over to PARENT's document.
 bool attach(xmlNode *parent, xml_node node)
 {
     if (!xmlAddChild(parent, node.get()))
         return false;
-    static_cast<void>(node.release());
+    node.release(); // the document's now
+    return true;
+}
+
+// The same for a section, with what is logged when it could not be built or attached.
+bool attach_section(xmlNode *parent, xml_node node, const char *not_built, const char *not_attached)
+{
+    if (!node) {
+        log_error("%s", not_built);
+        return false;
+    }
+    if (!attach(parent, std::move(node))) {
+        log_error("%s", not_attached);
+        return false;
+    }
     return true;
 }
 
@@ -41,64 +55,37 @@ void add_comment(xmlNode *root)
 
 bool add_filter(xmlNode *root, const qel_t &c)
 {
-    xml_node node = _cfg_filter_to_xml(c.filter_list);
-    if (!node) {
-        log_error("Failed to generate node IPAddrFilter.");
-        return false;
-    }
-    if (!attach(root, std::move(node))) {
-        log_error("Failed to attach node IPAddrFilter to root.");
-        return false;
-    }
-    return true;
+    return attach_section(root, _cfg_filter_to_xml(c.filter_list), "Failed to generate node IPAddrFilter.",
+                          "Failed to attach node IPAddrFilter to root.");
 }
 
 bool add_manager(xmlNode *root, const qel_t &c)
 {
     xml_node node = _cfg_mngr_to_xml(c.manager.get());
-    if (!node && !c.manager) {
+    if (!c.manager) {
         log_info("No manager node is generated.");
         return true;
     }
-    if (!node || !attach(root, std::move(node))) {
-        log_error("Failed to attach node Manager to root.");
-        return false;
-    }
-    return true;
+    constexpr char failure[] = "Failed to attach node Manager to root.";
+    return attach_section(root, std::move(node), failure, failure);
 }
 
 bool add_groups(xmlNode *root, const qel_t &c)
 {
     xmlNode *list = xml_add_element(root, "DiskGroupList");
-    for (const qel_group &group : c.group_list) {
-        xml_node node = _cfg_backup_grp_to_xml(group);
-        if (!node) {
-            log_error("Failed to generate node DiskGroup.");
-            return false;
-        }
-        if (!attach(list, std::move(node))) {
-            log_error("Failed to attach node DiskGroup to list.");
-            return false;
-        }
-    }
-    return true;
+    return std::all_of(c.group_list.begin(), c.group_list.end(), [list](const qel_group &group) {
+        return attach_section(list, _cfg_backup_grp_to_xml(group), "Failed to generate node DiskGroup.",
+                              "Failed to attach node DiskGroup to list.");
+    });
 }
 
 bool add_schedules(xmlNode *root, const qel_t &c)
 {
     xmlNode *list = xml_add_element(root, "CDPScheduleList");
-    for (const qel_cdpsch &schedule : c.cdpsch_list) {
-        xml_node node = _cfg_cdpsch_to_xml(schedule);
-        if (!node) {
-            log_error("Failed to generate node CDPSchedule.");
-            return false;
-        }
-        if (!attach(list, std::move(node))) {
-            log_error("Failed to attach node CDPSChedule to list.");
-            return false;
-        }
-    }
-    return true;
+    return std::all_of(c.cdpsch_list.begin(), c.cdpsch_list.end(), [list](const qel_cdpsch &schedule) {
+        return attach_section(list, _cfg_cdpsch_to_xml(schedule), "Failed to generate node CDPSchedule.",
+                              "Failed to attach node CDPSChedule to list.");
+    });
 }
 
 // Null after a log line. Built whole before the file is touched, so that a failure leaves the old one.

@@ -57,7 +57,7 @@ bool read_body(const options &wanted, optional_text &body)
         return true;
     }
     const std::string name = wanted.body_file == "-" ? "/dev/stdin" : wanted.body_file;
-    const file_stream file = open_for_reading(name.c_str());
+    const file_stream file(fopen(name.c_str(), "re"));
     if (!file)
         return false;
     std::string text;

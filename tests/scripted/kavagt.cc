@@ -3,50 +3,19 @@
 
 #include <kavagt.h>
 
-#include <cstring>
-
 namespace {
-bool set_app_field(Kavapp *app, const script_entry &entry)
-{
-    struct {
-        const char *key;
-        char *&field;
-    } texts[] = {{"db_name", app->db_name},         {"db_user", app->db_user}, {"db_passwd", app->db_passwd},
-                 {"oracle_home", app->oracle_home}, {"host", app->host},       {"port", app->port}};
-    for (auto &text : texts) {
-        if (entry.key == text.key) {
-            text.field = script_copy(entry.value);
-            return true;
-        }
-    }
-    if (entry.key == "db_type")
-        app->db_type = static_cast<uint32_t>(script_number(entry));
-    else if (entry.key == "archive_log")
-        app->archive_log = static_cast<int32_t>(script_number(entry));
-    else
-        return false;
-    return true;
-}
+const script_field app_fields[] = {
+    SCRIPT_FIELD(number, Kavapp, db_type), SCRIPT_FIELD(number, Kavapp, archive_log),
+    SCRIPT_FIELD(text, Kavapp, db_name),   SCRIPT_FIELD(text, Kavapp, db_user),
+    SCRIPT_FIELD(text, Kavapp, db_passwd), SCRIPT_FIELD(text, Kavapp, oracle_home),
+    SCRIPT_FIELD(text, Kavapp, host),      SCRIPT_FIELD(text, Kavapp, port),
+};
 
-bool set_device_field(Kavdev *device, const script_entry &entry)
-{
-    if (entry.key == "path")
-        device->path = script_copy(entry.value);
-    else if (entry.key == "flag")
-        device->flag = static_cast<uint8_t>(script_number(entry));
-    else
-        return false;
-    return true;
-}
-
-void set_guid(Kavdev *device, const script_entry &entry)
-{
-    const std::string guid = entry.value.value_or("");
-    if (guid.size() >= sizeof device->guid)
-        script_unknown("devices", entry);
-    else
-        memcpy(device->guid, guid.c_str(), guid.size() + 1);
-}
+const script_field device_fields[] = {
+    SCRIPT_FIELD(characters, Kavdev, guid),
+    SCRIPT_FIELD(text, Kavdev, path),
+    SCRIPT_FIELD(number, Kavdev, flag),
+};
 
 // The group's name, and then "{GUID}:FLAG:PATH" of each device.
 std::vector<std::string> group_words(const Kavdevgrp *group)
@@ -105,8 +74,8 @@ int Kav_list_app(kav_list *apps)
             app = script_new<Kavapp>();
             app->instance_name = script_copy(entry.value);
             kav_list_append(apps, &app->link);
-        } else if (!app || !set_app_field(app, entry)) {
-            script_unknown("apps", entry);
+        } else {
+            script_set(app, app_fields, "apps", entry);
         }
     }
     return 0;
@@ -121,10 +90,10 @@ int Kav_list_dev(kav_list *devs)
     for (const script_entry &entry : script_read("devices")) {
         if (entry.key == "device") {
             device = script_new<Kavdev>();
-            set_guid(device, entry);
+            script_set(device, device_fields, "devices", {"guid", entry.value, entry.line});
             kav_list_append(devs, &device->link);
-        } else if (!device || !set_device_field(device, entry)) {
-            script_unknown("devices", entry);
+        } else {
+            script_set(device, device_fields, "devices", entry);
         }
     }
     return 0;

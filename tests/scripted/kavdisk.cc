@@ -6,37 +6,18 @@
 #include <cstdlib>
 
 namespace {
-bool set_part_field(kavdisk_part *part, const script_entry &entry)
-{
-    if (entry.key == "guid")
-        part->guid = script_copy(entry.value);
-    else if (entry.key == "fs")
-        part->fs = script_copy(entry.value);
-    else if (entry.key == "size")
-        part->size = script_number(entry);
-    else if (entry.key == "used")
-        part->used = script_number(entry);
-    else
-        return false;
-    return true;
-}
+const script_field disk_fields[] = {
+    SCRIPT_FIELD(text, kavdisk_dev, path),    SCRIPT_FIELD(text, kavdisk_dev, vendor),
+    SCRIPT_FIELD(text, kavdisk_dev, model),   SCRIPT_FIELD(number, kavdisk_dev, sectors),
+    SCRIPT_FIELD(number, kavdisk_dev, state),
+};
 
-bool set_disk_field(kavdisk_dev *disk, const script_entry &entry)
-{
-    if (entry.key == "path")
-        disk->path = script_copy(entry.value);
-    else if (entry.key == "vendor")
-        disk->vendor = script_copy(entry.value);
-    else if (entry.key == "model")
-        disk->model = script_copy(entry.value);
-    else if (entry.key == "sectors")
-        disk->sectors = script_number(entry);
-    else if (entry.key == "state")
-        disk->state = static_cast<uint32_t>(script_number(entry));
-    else
-        return false;
-    return true;
-}
+const script_field part_fields[] = {
+    SCRIPT_FIELD(text, kavdisk_part, guid),
+    SCRIPT_FIELD(text, kavdisk_part, fs),
+    SCRIPT_FIELD(number, kavdisk_part, size),
+    SCRIPT_FIELD(number, kavdisk_part, used),
+};
 
 void free_part(kavdisk_part *part)
 {
@@ -70,8 +51,10 @@ void append_disks(kav_list *devs)
             part = script_new<kavdisk_part>();
             part->name = script_copy(entry.value);
             kav_list_append(&disk->parts, &part->link);
-        } else if (!disk || !(part ? set_part_field(part, entry) : set_disk_field(disk, entry))) {
-            script_unknown("disks", entry);
+        } else if (part) {
+            script_set(part, part_fields, "disks", entry);
+        } else {
+            script_set(disk, disk_fields, "disks", entry);
         }
     }
 }
@@ -117,7 +100,7 @@ uint32_t get_part_type(const char *path)
     int type = 0;
     for (const script_entry &entry : script_read("part-types")) {
         if (entry.key == word)
-            type = static_cast<int>(script_number(entry));
+            type = atoi(entry.value.value_or("0").c_str());
     }
     return static_cast<uint32_t>(script_query("get_part_type", {word}, type));
 }

@@ -32,21 +32,16 @@ void append_line(const std::string &path, const std::string &line)
     std::ofstream(path, std::ios::app) << line + "\n";
 }
 
-void put(std::ostream &out, const char *key, const scripted_text &value)
+// A record as lines: the first one stands there even when its value is null.
+std::string record(const std::string &key, const scripted_text &value,
+                   std::initializer_list<std::pair<const char *, scripted_text>> fields)
 {
-    if (value)
-        out << key << ' ' << *value << '\n';
-}
-
-void put_number(std::ostream &out, const char *key, uint64_t value)
-{
-    out << key << ' ' << value << '\n';
-}
-
-// The first line of a record, which must stand there even when its value is null.
-void put_first(std::ostream &out, const char *key, const scripted_text &value)
-{
-    out << key << (value ? " " + *value : "") << '\n';
+    std::string lines = key + (value ? " " + *value : "") + "\n";
+    for (const auto &[name, field] : fields) {
+        if (field)
+            lines += std::string(name) + " " + *field + "\n";
+    }
+    return lines;
 }
 
 std::string result_line(const std::string &mode, const std::string &function, const std::string &result,
@@ -75,69 +70,64 @@ script::~script()
 
 void script::disks(const std::vector<scripted_disk> &disks)
 {
-    std::ostringstream out;
+    std::string lines;
     for (const scripted_disk &disk : disks) {
-        put_first(out, "disk", disk.name);
-        put(out, "path", disk.path);
-        put(out, "vendor", disk.vendor);
-        put(out, "model", disk.model);
-        put_number(out, "sectors", disk.sectors);
-        put_number(out, "state", disk.state);
-        for (const scripted_partition &part : disk.parts) {
-            put_first(out, "partition", part.name);
-            put(out, "guid", part.guid);
-            put(out, "fs", part.fs);
-            put_number(out, "size", part.size);
-            put_number(out, "used", part.used);
-        }
+        lines += record("disk", disk.name,
+                        {{"path", disk.path},
+                         {"vendor", disk.vendor},
+                         {"model", disk.model},
+                         {"sectors", std::to_string(disk.sectors)},
+                         {"state", std::to_string(disk.state)}});
+        for (const scripted_partition &part : disk.parts)
+            lines += record("partition", part.name,
+                            {{"guid", part.guid},
+                             {"fs", part.fs},
+                             {"size", std::to_string(part.size)},
+                             {"used", std::to_string(part.used)}});
     }
-    replace_file(folder_ + "/disks", out.str());
+    replace_file(folder_ + "/disks", lines);
 }
 
 void script::relationships(const std::vector<scripted_relationship> &relationships)
 {
-    std::ostringstream out;
-    for (const scripted_relationship &one : relationships) {
-        put_first(out, "relationship", std::nullopt);
-        put_number(out, "percent", one.percent);
-        put(out, "sync_state", one.sync_state);
-        put(out, "status", one.status);
-        put(out, "src_link", one.src_link);
-        put(out, "src_path", one.src_path);
-        put(out, "src_guid", one.src_guid);
-        put(out, "dest_link", one.dest_link);
-        put(out, "dest_path", one.dest_path);
-        put(out, "dest_guid", one.dest_guid);
-    }
-    replace_file(folder_ + "/relationships", out.str());
+    std::string lines;
+    for (const scripted_relationship &one : relationships)
+        lines += record("relationship", std::nullopt,
+                        {{"percent", std::to_string(one.percent)},
+                         {"sync_state", one.sync_state},
+                         {"status", one.status},
+                         {"src_link", one.src_link},
+                         {"src_path", one.src_path},
+                         {"src_guid", one.src_guid},
+                         {"dest_link", one.dest_link},
+                         {"dest_path", one.dest_path},
+                         {"dest_guid", one.dest_guid}});
+    replace_file(folder_ + "/relationships", lines);
 }
 
 void script::apps(const std::vector<scripted_app> &apps)
 {
-    std::ostringstream out;
-    for (const scripted_app &app : apps) {
-        put_first(out, "app", app.instance_name);
-        put_number(out, "db_type", app.db_type);
-        put(out, "archive_log", std::to_string(app.archive_log));
-        put(out, "db_name", app.db_name);
-        put(out, "db_user", app.db_user);
-        put(out, "db_passwd", app.db_passwd);
-        put(out, "oracle_home", app.oracle_home);
-        put(out, "host", app.host);
-        put(out, "port", app.port);
-    }
-    replace_file(folder_ + "/apps", out.str());
+    std::string lines;
+    for (const scripted_app &app : apps)
+        lines += record("app", app.instance_name,
+                        {{"db_type", std::to_string(app.db_type)},
+                         {"archive_log", std::to_string(app.archive_log)},
+                         {"db_name", app.db_name},
+                         {"db_user", app.db_user},
+                         {"db_passwd", app.db_passwd},
+                         {"oracle_home", app.oracle_home},
+                         {"host", app.host},
+                         {"port", app.port}});
+    replace_file(folder_ + "/apps", lines);
 }
 
 void script::devices(const std::vector<scripted_device> &devices)
 {
-    std::ostringstream out;
-    for (const scripted_device &device : devices) {
-        put_first(out, "device", device.guid);
-        put(out, "path", device.path);
-        put_number(out, "flag", device.flag);
-    }
-    replace_file(folder_ + "/devices", out.str());
+    std::string lines;
+    for (const scripted_device &device : devices)
+        lines +=
+            record("device", device.guid, {{"path", device.path}, {"flag", std::to_string(device.flag)}});
+    replace_file(folder_ + "/devices", lines);
 }
 
 void script::scsi_guid(const std::string &path, const std::string &guid)

@@ -32,6 +32,11 @@ void append_line(const std::string &file, const std::string &text)
         close(fd);
 }
 
+void script_unknown(const std::string &file, const script_entry &entry)
+{
+    script_unexpected(file + ":" + std::to_string(entry.line) + ": cannot make sense of " + entry.key);
+}
+
 std::vector<std::string> words_of(const std::string &text)
 {
     std::istringstream stream(text);
@@ -153,11 +158,6 @@ void script_unexpected(const std::string &what)
     append_line("unexpected", what);
 }
 
-void script_unknown(const std::string &file, const script_entry &entry)
-{
-    script_unexpected(file + ":" + std::to_string(entry.line) + ": cannot make sense of " + entry.key);
-}
-
 std::string script_word(const char *text)
 {
     if (!text)
@@ -205,7 +205,25 @@ char *script_copy(const std::optional<std::string> &value)
     return copy;
 }
 
-unsigned long long script_number(const script_entry &entry)
+void script_set(void *record, std::span<const script_field> fields, const std::string &file,
+                const script_entry &entry)
 {
-    return strtoull(entry.value.value_or("0").c_str(), nullptr, 0);
+    const auto field = std::find_if(fields.begin(), fields.end(),
+                                    [&](const script_field &one) { return entry.key == one.key; });
+    const std::string value = entry.value.value_or("");
+    if (!record || field == fields.end() ||
+        (field->of == script_field::characters && value.size() >= field->size)) {
+        script_unknown(file, entry);
+        return;
+    }
+    char *target = static_cast<char *>(record) + field->offset;
+    if (field->of == script_field::characters) {
+        memcpy(target, value.c_str(), value.size() + 1);
+    } else if (field->of == script_field::text) {
+        char *const copy = script_copy(entry.value);
+        memcpy(target, &copy, sizeof copy);
+    } else {
+        const unsigned long long number = strtoull(value.c_str(), nullptr, 0);
+        memcpy(target, &number, field->size); // its low bytes come first
+    }
 }

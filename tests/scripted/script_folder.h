@@ -6,28 +6,30 @@
 // A file holds one entry a line: a key and, after one blank, a value up to the end of the line, blanks
 // included. A key alone has no value. Empty lines, and lines that start with '#', are comments.
 //
-//   disks           disk NAME, then its path, vendor, model, sectors, state; then, each followed by its guid,
-//   fs,
-//                   size and used, partition NAME
-//   relationships   relationship, then percent, sync_state, status, src_link, src_path, src_guid, dest_link,
-//                   dest_path, dest_guid
-//   apps            app INSTANCE, then db_type, archive_log, db_name, db_user, db_passwd, oracle_home, host,
-//   port devices         device GUID, then path, flag scsi-guids      PATH GUID part-types      PATH TYPE
-//   results         once FUNCTION RESULT [ARGUMENT...]: what the next call with these arguments returns
-//                   always FUNCTION RESULT [ARGUMENT...]: the same for every call; a RESULT exit:N ends the
-//                   process
-//   delays          FUNCTION SECONDS [from N]: what every call, or every one from the Nth on, waits before it
-//   returns
+//   disks          disk NAME, then its path, vendor, model, sectors, state; then partition NAME, each with
+//                  its guid, fs, size and used
+//   relationships  relationship, then percent, sync_state, status, src_link, src_path, src_guid,
+//                  dest_link, dest_path, dest_guid
+//   apps           app INSTANCE, then db_type, archive_log, db_name, db_user, db_passwd, oracle_home, host,
+//                  port
+//   devices        device GUID, then path, flag
+//   scsi-guids     PATH GUID
+//   part-types     PATH TYPE
+//   results        once FUNCTION RESULT [ARGUMENT...]: what the next call with these arguments returns
+//                  always FUNCTION RESULT [ARGUMENT...]: the same for every call
+//                  A RESULT exit:N ends the process.
+//   delays         FUNCTION SECONDS [from N]: what every call, or every one from the Nth on, waits first
 //
 // and is written by the libraries, a line a time:
 //
-//   calls           FUNCTION [ARGUMENT...] of each call, when it begins
-//   used            the number of each "once" line of results that a call has taken
-//   unexpected      what the script does not foresee: an action without a result, an entry that makes no
-//   sense
+//   calls          FUNCTION [ARGUMENT...] of each call, when it begins
+//   used           the number of each "once" line of results that a call has taken
+//   unexpected     what the script does not foresee: an action without a result, an entry without sense
 #pragma once
 
+#include <cstddef>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -41,7 +43,6 @@ std::vector<script_entry> script_read(const std::string &file);
 
 // A fault of the script or of its user; fails the test at its end.
 void script_unexpected(const std::string &what);
-void script_unknown(const std::string &file, const script_entry &entry);
 
 // One word of a call: a null text is "(null)", an empty one "\"\"", and blanks are escaped.
 std::string script_word(const char *text);
@@ -50,6 +51,23 @@ std::string script_word(const char *text);
 // A query has a natural answer without one; an action must have been foreseen, and fails if not.
 int script_query(const std::string &function, const std::vector<std::string> &arguments, int natural);
 int script_action(const std::string &function, const std::vector<std::string> &arguments, int failure);
+
+// A field of a record of the platform libraries, set by the entry that has its name.
+struct script_field {
+    enum kind { text, number, characters } of; // a malloc text, an integer, an array of char
+    const char *key;
+    size_t offset;
+    size_t size;
+};
+#define SCRIPT_FIELD(kind, record, member)                                                                   \
+    {                                                                                                        \
+        script_field::kind, #member, offsetof(record, member), sizeof(record::member)                        \
+    }
+
+// Sets the field that ENTRY names; without such a field, or when the value does not fit, it is unexpected.
+// RECORD may be null: then nothing is expected.
+void script_set(void *record, std::span<const script_field> fields, const std::string &file,
+                const script_entry &entry);
 
 // A malloc copy of a value; null for none. Memory that runs out ends the process.
 char *script_copy(const std::optional<std::string> &value);
@@ -60,6 +78,3 @@ Record *script_new()
 {
     return static_cast<Record *>(script_allocate(sizeof(Record)));
 }
-
-// A value as a number, 0 for none.
-unsigned long long script_number(const script_entry &entry);

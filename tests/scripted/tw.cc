@@ -7,40 +7,17 @@
 #include <cstring>
 
 namespace {
-template <size_t size>
-void fill(char (&field)[size], const script_entry &entry)
-{
-    const std::string value = entry.value.value_or("");
-    if (value.size() >= size)
-        script_unexpected("relationships:" + std::to_string(entry.line) + ": too long");
-    else
-        memcpy(field, value.c_str(), value.size() + 1);
-}
-
-bool set_field(tw_relationship *one, const script_entry &entry)
-{
-    if (entry.key == "percent")
-        one->percent = static_cast<uint32_t>(script_number(entry));
-    else if (entry.key == "sync_state")
-        fill(one->sync_state, entry);
-    else if (entry.key == "status")
-        fill(one->status, entry);
-    else if (entry.key == "src_link")
-        fill(one->src_link, entry);
-    else if (entry.key == "src_path")
-        fill(one->src_path, entry);
-    else if (entry.key == "src_guid")
-        fill(one->src_guid, entry);
-    else if (entry.key == "dest_link")
-        fill(one->dest_link, entry);
-    else if (entry.key == "dest_path")
-        fill(one->dest_path, entry);
-    else if (entry.key == "dest_guid")
-        fill(one->dest_guid, entry);
-    else
-        return false;
-    return true;
-}
+const script_field fields[] = {
+    SCRIPT_FIELD(number, tw_relationship, percent),
+    SCRIPT_FIELD(characters, tw_relationship, sync_state),
+    SCRIPT_FIELD(characters, tw_relationship, status),
+    SCRIPT_FIELD(characters, tw_relationship, src_link),
+    SCRIPT_FIELD(characters, tw_relationship, src_path),
+    SCRIPT_FIELD(characters, tw_relationship, src_guid),
+    SCRIPT_FIELD(characters, tw_relationship, dest_link),
+    SCRIPT_FIELD(characters, tw_relationship, dest_path),
+    SCRIPT_FIELD(characters, tw_relationship, dest_guid),
+};
 
 void free_chain(tw_relationship *chain)
 {
@@ -61,8 +38,8 @@ tw_relationship *read_chain()
             one = script_new<tw_relationship>();
             *tail = one;
             tail = &one->next;
-        } else if (!one || !set_field(one, entry)) {
-            script_unknown("relationships", entry);
+        } else {
+            script_set(one, fields, "relationships", entry);
         }
     }
     return chain;

@@ -3,6 +3,8 @@
 #include "tests/support/loop_disk.h"
 #include "tests/support/system_test.h"
 
+#include <sys/stat.h>
+
 #include <csignal>
 #include <cstring>
 #include <filesystem>
@@ -62,6 +64,16 @@ TEST_F(host, VersionComesFromWhateverTheIssueFileHolds)
         EXPECT_EQ(reported_version(), one.version) << one.issue.value_or("no file");
     }
     log.expect(LOG_ERR, "Failed to open file /etc/issue");
+}
+
+TEST_F(host, FileOfAnotherKindIsNotWaitedFor)
+{
+    for (const char *path : {"/etc/issue", "/etc/mtab"})
+        std::filesystem::remove(path);
+    ASSERT_EQ(mkfifo("/etc/issue", 0600), 0);
+    std::filesystem::create_directory("/etc/mtab");
+    daemon.start();
+    EXPECT_EQ(reported_version(), "");
 }
 
 TEST_F(host, EndlessIssueFileIsCut)
