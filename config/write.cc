@@ -15,7 +15,7 @@ bool attach(xmlNode *parent, xml_node node)
 {
     if (!xmlAddChild(parent, node.get()))
         return false;
-    node.release(); // the document's now
+    static_cast<void>(node.release()); // the document's now
     return true;
 }
 
