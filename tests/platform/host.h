@@ -1,55 +1,64 @@
-// What the tests borrow from the host, given back even when the test process dies: mounts are made in a
-// mount namespace of its own, loop devices detach themselves when their last descriptor closes.
+// What the tests borrow from the host, given back even when the test process dies: mounts are made in a mount
+// namespace of its own, loop devices detach themselves when their last descriptor closes.
 #pragma once
 
 #include "platform/include/kavdisk.h"
+#include "tests/support/files.h"
 
-#include <cstdint>
-#include <map>
+#include <gtest/gtest.h>
+
+#include <optional>
 #include <string>
 
-// Moves this process into its own mount namespace, once. False, with a reason, where that is not allowed.
-bool enter_private_mounts(std::string &reason);
+// Runs a shell command, output discarded. True when it exits with 0.
+bool run(const std::string &command);
 
-// Runs a shell command with VARIABLES in its environment, output discarded. True when it exits with 0.
-bool run(const std::string &command, const std::map<std::string, std::string> &variables = {});
+// Writes files as sysfs has them: FACTS are words, each FILE=TEXT, with files below the folder.
+void write_facts(const std::string &folder, const std::string &facts);
 
-std::string read_file(const std::string &path);
-void write_file(const std::string &path, const std::string &text); // with the folders above it
-
-struct borrowed {
-    borrowed() = default;
-    borrowed(const borrowed &) = delete;
-    borrowed &operator=(const borrowed &) = delete;
+// Moves this process into its own mount namespace, once; skips the test where that is not allowed.
+class private_mounts : public testing::Test {
+protected:
+    void SetUp() override;
 };
 
-struct temp_folder : borrowed {
-    temp_folder();
-    ~temp_folder();
-    const std::string path;
-};
+// A loop device over an image file. Commands know the two as $DEV and $IMG.
+class disk_image : public private_mounts {
+protected:
+    void SetUp() override;
+    void TearDown() override { detach(); }
 
-// An empty tmpfs over an existing folder.
-struct covered_folder : borrowed {
-    explicit covered_folder(const std::string &folder);
-    ~covered_folder();
-    const std::string path;
-};
+    // Has COMMAND make the content of an image of 16 MiB, and attaches that.
+    void attach(const std::string &command, const std::string &losetup_options = "");
+    void detach();
 
-// A loop device over an image file.
-struct loop_device : borrowed {
-    loop_device(const std::string &image, bool read_only);
-    ~loop_device();
-    std::string path; // empty when none could be attached
+    const std::string image = "/mnt/image";
+    std::string name; // of the device
+    std::string path; // the same with /dev/
+
+private:
+    std::optional<fake_folder> folder;
     int node = -1;
 };
 
-struct disk_list : borrowed {
+// The record of that kernel name; null for none.
+template <class Record>
+const Record *find_record(const kav_list &list, const std::string &name)
+{
+    for (kav_list *link = list.next; link != &list; link = link->next) {
+        const Record *record = kav_list_entry(link, Record, link);
+        if (name == record->name)
+            return record;
+    }
+    return nullptr;
+}
+
+struct disk_list {
     explicit disk_list(int flag);
     ~disk_list();
-    const kavdisk_dev *find(const std::string &path) const;
+    disk_list(const disk_list &) = delete;
+    disk_list &operator=(const disk_list &) = delete;
+    const kavdisk_dev *find(const std::string &name) const { return find_record<kavdisk_dev>(head, name); }
     int result = 0;
     kav_list head;
 };
-
-const kavdisk_part *find_part(const kavdisk_dev *dev, const std::string &name);

@@ -1,4 +1,4 @@
-// The log of unit tests, linked in place of the real one: it keeps the lines for the test to compare.
+// A log that keeps its lines for the test to compare; linked in place of the daemon's own.
 #pragma once
 
 #include "base/log.h"
