@@ -55,6 +55,7 @@ TEST_F(PartitionedDisk, GptPartitionsAreListedWithGuidFileSystemAndUsage)
 
     // The mount keeps the whole disk's page cache alive, in which this third partition is still empty.
     ASSERT_TRUE(run("mkfs.ext4 -F ${DEV}p3 && mount -t tmpfs none '/mnt/mount point'"));
+    write_file(point + "/data", std::string(MIB, 'x'));
     const disk_list after(1);
     EXPECT_STREQ(part(after, "p3")->fs, "ext4");
     EXPECT_EQ(part(after, "p1")->used, 0U) << "something is mounted over it";

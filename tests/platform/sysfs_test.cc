@@ -77,6 +77,7 @@ TEST_F(MadeHost, RescanWritesToEveryScsiHostAndReportsTheOneThatRefuses)
     EXPECT_EQ(kavdisk_rescan_dev(0), 1);
     EXPECT_EQ(take_log(), "");
     std::filesystem::create_directories("/sys/class/scsi_host/host1/scan");
+    write_facts("/sys/class/scsi_host", "host0/scan= host2/scan=");
     EXPECT_EQ(kavdisk_rescan_dev(0), 0);
     expect_log("host1/scan");
     for (const std::string host : {"host0", "host2"})

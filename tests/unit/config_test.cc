@@ -61,8 +61,9 @@ TEST_F(Config, OddItemsAreSkippedReplacedOrReadAsStdioReadsThem)
          "<IPAddrFilter><IPAddr>10.0.0.1</IPAddr></IPAddrFilter>"
          "<IPAddrFilter><IPAddr>10.0.0.2</IPAddr></IPAddrFilter>"
          "<Manager><ManagerGUID>a</ManagerGUID><TargetIQN>t</TargetIQN></Manager>"
-         "<Manager><ManagerGUID>b</ManagerGUID><ManagerIPAddr>300.1.1.1</ManagerIPAddr></Manager>",
-         "b - 0 0; 10.0.0.1 10.0.0.2; b - [0.0.0.0];;", ""},
+         "<Manager><ManagerGUID>b</ManagerGUID><ManagerIPAddr>300.1.1.1</ManagerIPAddr>"
+         "<ManagerIPAddr>10.0.0.3</ManagerIPAddr></Manager>",
+         "b - 0 0; 10.0.0.1 10.0.0.2; b - [0.0.0.0 10.0.0.3];;", ""},
         {"<ClientPort> +12x</ClientPort><ServerPort>99999999999999999999</ServerPort><DiskGroupList>"
          "<DiskGroup GroupName='' CDPConStartTime='abc' CDPStartTime=' +12x' CDPTimeout='4294967296'/>"
          "<DiskGroup GroupName='' CDPConStartTime='99999999999999999999' CDPStartTime='-1' CDPTimeout='-1'/>"

@@ -86,7 +86,7 @@ std::string instance_name(const char *text)
 #define REQUEST(body) "<Tessaron>" body "</Tessaron>"
 #define BACKUPS(source_type)                                                                                 \
     REQUEST("<BackupList><Backup SrcGUID='l' KavGUID='kav_{m}'/><x/>"                                        \
-            "<Backup SrcGUID='s' KavGUID='abcdef'/></BackupList><Schedule StartTime=' 100' "                 \
+            "<Backup SrcGUID='s' KavGUID='abc'/></BackupList><Schedule StartTime=' 100' "                    \
             "IntervalSeconds='60s' Source='g' SourceType='" source_type "'/>")
 
 TEST(Requests, WhatIsThereIsTakenAndWhatIsMissingIsNamed)
