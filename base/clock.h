@@ -18,6 +18,12 @@ void clock_sleep_ms(unsigned milliseconds);
 // with status 1: a condition without that clock would let every period follow the wall clock.
 void clock_cond_init(pthread_cond_t *cond);
 
+// A condition that is so initialised when it is made.
+struct clock_cond {
+    pthread_cond_t cond;
+    clock_cond() { clock_cond_init(&cond); }
+};
+
 // Waits on COND, which clock_cond_init made, until it is signalled or DEADLINE (whole seconds of
 // clock_monotonic) has come. MUTEX is held by the caller, released while waiting and held again on return.
 void clock_cond_wait(pthread_cond_t *cond, pthread_mutex_t *mutex, int64_t deadline);

@@ -10,7 +10,6 @@ void qel_release(qel_t *c)
 {
     c->guid.reset();
     c->alias.reset();
-    c->filter_list.clear();
     c->manager.reset();
     c->cdpsch_list.clear();
     c->group_list.clear();

@@ -64,8 +64,9 @@ struct qel_t {
 // The record of this process. Set once before any thread starts; null on the way out.
 extern qel_t *g_client;
 
-// Frees the texts, the filter, the manager, the schedules and the groups; for the way out of the process.
-// The record itself and its lock stay, since threads that still run may be about to take it.
+// Frees the texts, the manager, the schedules and the groups; for the way out of the process. The record
+// itself, its lock and its filter stay: threads that still run may be about to take the one, and read the
+// other without it.
 void qel_release(qel_t *c);
 
 // Appoints a copy of M as the manager of C: GUID and addresses; its target stays absent until a channel is

@@ -16,10 +16,8 @@ std::mutex scan_lock; // held by the scan thread but while it waits
 // Made at first use, since a heartbeat may wake the thread before it runs.
 pthread_cond_t *scan_cond()
 {
-    static pthread_cond_t cond;
-    static const bool made = (clock_cond_init(&cond), true);
-    static_cast<void>(made);
-    return &cond;
+    static clock_cond woken;
+    return &woken.cond;
 }
 } // namespace
 

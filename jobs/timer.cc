@@ -22,12 +22,8 @@ std::list<std::unique_ptr<job_status>> job_list;
 // Made at first use: a job may be added before the timer thread runs.
 pthread_cond_t *timeout_cond()
 {
-    struct condition {
-        pthread_cond_t cond;
-        condition() { clock_cond_init(&cond); }
-    };
-    static condition instance;
-    return &instance.cond;
+    static clock_cond added;
+    return &added.cond;
 }
 
 template <class Predicate>
