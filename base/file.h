@@ -7,6 +7,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <string_view>
 
 struct file_close {
     void operator()(FILE *open) const noexcept { fclose(open); }
@@ -32,4 +33,11 @@ using folder_stream = std::unique_ptr<DIR, folder_close>;
 inline folder_stream open_folder(const char *path)
 {
     return folder_stream(opendir(path));
+}
+
+// True for the name of an entry of a folder: not empty, without a slash, neither the folder itself nor its
+// parent. Only such a name may be put behind a folder's path when it came from outside.
+constexpr bool is_file_name(std::string_view name)
+{
+    return !name.empty() && name != "." && name != ".." && name.find('/') == std::string_view::npos;
 }

@@ -8,6 +8,7 @@ qel_t *g_client = nullptr;
 
 void qel_release(qel_t *c)
 {
+    const std::lock_guard changing(c->content_lock);
     c->guid.reset();
     c->alias.reset();
     c->manager.reset();
@@ -26,6 +27,7 @@ int qel_mngr_appoint(const qel_manager *m, qel_t *c)
             log_info("Delete manager '%s'", printable(c->manager->guid));
         else
             log_info("Delete manager");
+        const std::lock_guard changing(c->content_lock);
         c->manager.reset();
         c->alias.reset();
         return 0;
@@ -42,7 +44,10 @@ int qel_mngr_appoint(const qel_manager *m, qel_t *c)
         else
             log_error("Failed to allocate memory");
     }
-    c->manager = std::move(appointed);
+    {
+        const std::lock_guard changing(c->content_lock);
+        c->manager = std::move(appointed);
+    }
     log_info("Appoint new manager '%s'", printable(c->manager->guid));
     return 0;
 }
@@ -58,8 +63,29 @@ int qel_rename_client(qel_t *c, const char *alias)
         log_error("Failed to get context");
         return -1;
     }
+    const std::lock_guard changing(c->content_lock);
     c->alias = alias;
     return 0;
+}
+
+void qel_set_target_iqn(qel_t *c, const char *iqn)
+{
+    const std::lock_guard changing(c->content_lock);
+    if (c->manager)
+        c->manager->target_iqn = optional_copy(iqn);
+}
+
+void qel_remove_schedules(qel_t *c, const char *local_lun)
+{
+    const std::lock_guard changing(c->content_lock);
+    c->cdpsch_list.remove_if(
+        [local_lun](const qel_cdpsch &schedule) { return !local_lun || schedule.local_lun == local_lun; });
+}
+
+void qel_remove_groups(qel_t *c)
+{
+    const std::lock_guard changing(c->content_lock);
+    c->group_list.clear();
 }
 
 int qel_is_protected(const qel_t *c)

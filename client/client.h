@@ -2,7 +2,7 @@
 //
 // Texts that can be absent are optional: absent and empty are different things. Lists keep insertion order,
 // which is also their order in the configuration file. Every function here expects that the caller holds
-// the record's lock, unless it says otherwise.
+// the record's lock, unless it says otherwise; those that change the record take its content_lock themselves.
 #pragma once
 
 #include "base/text.h"
@@ -59,6 +59,9 @@ struct qel_t {
     std::list<qel_cdpsch> cdpsch_list;
     std::list<qel_group> group_list;
     std::mutex lock; // guards all of the record but filter_list; taken before the inventory's lock
+    // Held for the moment of a change by whoever holds LOCK and changes the record, and by readers who must
+    // not wait for LOCK, which is held across slow tools. No lock is taken under it.
+    mutable std::mutex content_lock;
 };
 
 // The record of this process. Set once before any thread starts; null on the way out.
@@ -78,8 +81,18 @@ int qel_mngr_remove(qel_t *c);
 // Stores a copy of ALIAS. Returns 0, or -1 for a null argument.
 int qel_rename_client(qel_t *c, const char *alias);
 
-// 1 when a manager with a GUID has adopted the client, else 0; -1 for a null record.
+// Stores a copy of IQN as the target of the appointed manager; without one nothing happens.
+void qel_set_target_iqn(qel_t *c, const char *iqn);
+
+// Frees the CDP schedules of the disk LOCAL_LUN, or all of them for null.
+void qel_remove_schedules(qel_t *c, const char *local_lun);
+
+// Frees all consistency groups.
+void qel_remove_groups(qel_t *c);
+
+// 1 when a manager with a GUID has adopted the client, else 0; -1 for a null record. Either lock will do.
 int qel_is_protected(const qel_t *c);
 
-// 1 when a request is addressed by our manager to us, else 0. GUIDs are compared exactly.
+// 1 when a request is addressed by our manager to us, else 0. GUIDs are compared exactly. Either lock will
+// do.
 int qel_is_pair(const char *manager_guid, const char *client_guid, const qel_t *c);

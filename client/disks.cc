@@ -2,9 +2,9 @@
 
 #include "base/log.h"
 #include "client/disk_identity.h"
+#include "client/relationship_chain.h"
 
 #include <kavdisk.h>
-#include <tw.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -13,16 +13,7 @@
 namespace {
 constexpr unsigned sector_shift = 9; // the library counts in sectors of 512 bytes
 
-// The mirrors that the library lists, given back to it at the end.
-struct relationship_chain {
-    tw_relationship *first = tw_disk_stat(nullptr);
-    relationship_chain() = default;
-    relationship_chain(const relationship_chain &) = delete;
-    relationship_chain &operator=(const relationship_chain &) = delete;
-    ~relationship_chain() { tw_disk_stat_release(first); }
-};
-
-// The devices that the library lists, likewise.
+// The devices that the library lists, given back to it at the end.
 struct device_list {
     kav_list head{};
     explicit device_list(int flag)

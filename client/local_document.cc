@@ -19,6 +19,7 @@ void add_schedule(xmlNode *root, const qel_cdpsch &schedule)
 
 std::string build_document(const qel_t &c)
 {
+    const std::lock_guard reading(c.content_lock);
     const xml_doc doc = xml_new_document("Tessaron");
     xmlNode *root = xml_root(doc);
     xmlNode *client = xml_add_element(root, "Client");

@@ -6,7 +6,8 @@
 
 #include <memory>
 
-// The document of C without indentation; absent for a null record.
+// The document of C without indentation; absent for a null record. Takes the content_lock only, so that it
+// waits for no command.
 optional_text qel_to_xml(const qel_t *c);
 
 // A new record from such a document; null for a null text and, after a log line, for one that is none.

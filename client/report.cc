@@ -137,6 +137,7 @@ const qel_disk_t *find_disk(const qel_inventory_t &inventory, const optional_tex
 
 void add_group_list(xmlNode *client_node, const qel_inventory_t &inventory, const qel_t &client)
 {
+    const std::lock_guard reading(client.content_lock);
     xmlNode *list_node = xml_add_element(client_node, "GroupList");
     for (const qel_group &group : client.group_list) {
         xmlNode *node = xml_add_element(list_node, "Group");

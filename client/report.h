@@ -9,7 +9,7 @@
 #include <string>
 
 // The report. FULL 0: the host alone; 1: with disks, channels, backups and databases and, when CLIENT is not
-// null, its groups. The caller holds the inventory's lock.
+// null, its groups. The caller holds the inventory's lock; of the record only the content_lock is taken.
 std::string client_to_xml(const qel_inventory_t &inventory, const qel_t *client, int full);
 
 // The 32 bits of VALUE as '0' and '1', most significant first.

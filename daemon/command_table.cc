@@ -1,5 +1,6 @@
 #include "daemon/command_table.h"
 
+#include "commands/channels.h"
 #include "commands/membership.h"
 #include "protocol/commands.h"
 
@@ -12,10 +13,10 @@ struct command_row {
 };
 
 constexpr command_row rows[] = {
-    {1, scan_client},
-    {55, rescan_devices},
-    {57, nop_command},
-    {30010, local_list},
+    {1, scan_client},        {add_client_code, add_client}, {del_client_code, del_client},
+    {5, establish_channels}, {6, get_client_info},          {8, rename_client},
+    {54, refresh_server},    {55, rescan_devices},          {57, nop_command},
+    {30010, local_list},     {30011, local_withdraw},
 };
 
 using command_table = std::array<command_handler, max_command_code + 1>;

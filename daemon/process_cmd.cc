@@ -2,6 +2,7 @@
 
 #include "base/log.h"
 #include "daemon/command_table.h"
+#include "jobs/heartbeat.h"
 #include "protocol/commands.h"
 #include "protocol/request.h"
 
@@ -10,6 +11,7 @@
 
 #include <cstdlib>
 #include <memory>
+#include <mutex>
 #include <new>
 
 namespace {
@@ -24,6 +26,18 @@ int run_handler(command_handler handler, request &req)
         req.send_head.data_len = 0;
         return status_failure;
     }
+}
+
+// The commands alone decide, not what became of them: a failed adoption leaves heartbeats on, and a refused
+// release leaves them off.
+void switch_heartbeat(uint32_t code)
+{
+    if (code != add_client_code && code != del_client_code)
+        return;
+    const std::lock_guard held(g_heartbeat_running_lock);
+    g_heartbeat_running = code == add_client_code;
+    if (g_heartbeat_running)
+        log_info("Client added, turn on heartbeat!");
 }
 
 // Fills the reply of a request that was read. False when there is to be no reply.
@@ -48,6 +62,7 @@ bool answer(request &req)
     if (!handler)
         std::abort();
     req.send_head.ret = static_cast<uint16_t>(run_handler(handler, req));
+    switch_heartbeat(code);
     return true;
 }
 } // namespace

@@ -7,6 +7,7 @@
 #include "client/client.h"
 #include "client/inventory.h"
 #include "client/scan_thread.h"
+#include "commands/adoption.h"
 #include "config/config.h"
 #include "daemon/listener.h"
 #include "jobs/heartbeat.h"
@@ -51,12 +52,21 @@ void wait_for_timer()
     } while (!timer_runs());
 }
 
+// A client that was adopted before this process started goes on reporting itself.
+int resume_heartbeat()
+{
+    if (!is_adopted() || _register_for_heartbeat() >= 0)
+        return 0;
+    log_error("Failed to create heartbeat");
+    return -1;
+}
+
 int start(listeners &l)
 {
     g_client = qel_load().release();
     if (!g_client)
         return -1;
-    if (qel_is_protected(g_client)) {
+    if (is_adopted()) {
         const std::lock_guard held(g_heartbeat_running_lock);
         g_heartbeat_running = 1;
     }
@@ -64,7 +74,9 @@ int start(listeners &l)
     if (start_background_threads() != 0)
         return -1;
     wait_for_timer();
-    return open_listeners(l, g_client->client_port);
+    if (open_listeners(l, g_client->client_port) != 0)
+        return -1;
+    return resume_heartbeat();
 }
 
 // The scan thread may still be reading the record, so only its contents go, and under its lock.

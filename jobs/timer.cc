@@ -17,7 +17,7 @@ namespace {
 constexpr int64_t longest_wait = 600; // seconds
 
 std::mutex job_list_lock; // guards the list and the jobs on it, but for the heartbeat's two atomic fields
-std::list<std::unique_ptr<job_status>> job_list;
+std::list<std::shared_ptr<job_status>> job_list; // shared with a heartbeat worker, for as long as it works
 
 // Made at first use: a job may be added before the timer thread runs.
 pthread_cond_t *timeout_cond()
@@ -26,15 +26,25 @@ pthread_cond_t *timeout_cond()
     return &added.cond;
 }
 
+// The caller holds job_list_lock.
+template <class Predicate>
+std::shared_ptr<job_status> find_held(Predicate wanted)
+{
+    const auto found =
+        std::find_if(job_list.begin(), job_list.end(), [&](const auto &job) { return wanted(*job); });
+    return found == job_list.end() ? nullptr : *found;
+}
+
 template <class Predicate>
 job_status *find_job(Predicate wanted)
 {
     const std::lock_guard guard(job_list_lock);
-    for (const auto &job : job_list) {
-        if (wanted(*job))
-            return job.get();
-    }
-    return nullptr;
+    return find_held(wanted).get();
+}
+
+bool is_heartbeat(const job_status &job)
+{
+    return job.type == JOB_HEARTBEAT;
 }
 
 void reap_released()
@@ -120,6 +130,13 @@ int job_add(std::unique_ptr<job_status> job)
     return 0;
 }
 
+bool job_stays(int32_t type)
+{
+    const std::lock_guard guard(job_list_lock);
+    job_list.remove_if([type](const auto &job) { return job->type == type && job->released != 0; });
+    return find_held([type](const job_status &job) { return job.type == type; }) != nullptr;
+}
+
 void job_remove(const job_status *job)
 {
     const std::lock_guard guard(job_list_lock);
@@ -160,7 +177,25 @@ job_status *job_find_grp(const char *group)
 
 job_status *job_find_heartbeat()
 {
-    return find_job([](const job_status &job) { return job.type == JOB_HEARTBEAT; });
+    return find_job(is_heartbeat);
+}
+
+std::shared_ptr<job_status> job_hold_heartbeat()
+{
+    const std::lock_guard guard(job_list_lock);
+    return find_held(is_heartbeat);
+}
+
+void job_hurry_heartbeat(int64_t next_time)
+{
+    {
+        const std::lock_guard guard(job_list_lock);
+        if (const auto job = find_held(is_heartbeat)) {
+            job->backoff = 1;
+            job->next_time = next_time;
+        }
+    }
+    wake_timer();
 }
 
 int heartbeat_registered()
@@ -170,8 +205,7 @@ int heartbeat_registered()
 
 int heartbeat_healthy()
 {
-    return find_job([](const job_status &job) { return job.type == JOB_HEARTBEAT && job.backoff == 1; }) ? 1
-                                                                                                         : 0;
+    return find_job([](const job_status &job) { return is_heartbeat(job) && job.backoff == 1; }) ? 1 : 0;
 }
 
 void wake_timer()

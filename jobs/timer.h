@@ -31,6 +31,10 @@ std::unique_ptr<job_status> _alloc_job_status();
 // Appends the job and wakes the timer. Returns 0, or -1 for a null job.
 int job_add(std::unique_ptr<job_status> job);
 
+// True when a job of that type is on the list to stay. Released ones are freed at once, so that a new one can
+// take their place: the lookups below still find a released job, and it would pass for one.
+bool job_stays(int32_t type);
+
 // Unlinks and frees a job; null, and a job that is not on the list, are ignored.
 void job_remove(const job_status *job);
 
@@ -45,6 +49,13 @@ void job_free_all();
 job_status *job_find_cdp(const char *local);
 job_status *job_find_grp(const char *group);
 job_status *job_find_heartbeat();
+
+// The heartbeat's job for somebody who keeps it over a while: it outlives its place on the list. Null without
+// one.
+std::shared_ptr<job_status> job_hold_heartbeat();
+
+// Takes back the heartbeat's back-off and has it fire at NEXT_TIME; wakes the timer.
+void job_hurry_heartbeat(int64_t next_time);
 
 int heartbeat_registered();
 

@@ -40,6 +40,10 @@
     X(30010, local_list)                                                                                     \
     X(30011, local_withdraw)
 
+// The two after which the daemon starts and stops to report itself.
+constexpr uint32_t add_client_code = 2;
+constexpr uint32_t del_client_code = 3;
+
 // The code that the daemon itself sends to the manager.
 constexpr uint32_t heartbeat_command = 32;
 constexpr uint16_t heartbeat_origin = 3;
@@ -63,7 +67,13 @@ struct status_meaning {
 
 constexpr uint16_t status_ok = 0;
 constexpr uint16_t status_failure = 1;
+constexpr uint16_t status_unreadable_request = 4;
+constexpr uint16_t status_not_adopted = 50;
 constexpr uint16_t status_already_adopted = 52;
+constexpr uint16_t status_still_protected = 10000;
+constexpr uint16_t status_no_initiator_tool = 10025;
+constexpr uint16_t status_no_initiator_service = 10031;
+constexpr uint16_t status_channel_failure = 10039;
 
 constexpr status_meaning status_meanings[] = {
     {status_ok, "success"},
@@ -78,9 +88,9 @@ constexpr status_meaning status_meanings[] = {
     {10021, "the CDP agent failed to take a snapshot"},
     {10023, "a disk is not synchronised yet"},
     {10024, "a disk has no backup relationship"},
-    {10025, "channel failure"},
+    {10025, "the iSCSI initiator tool is not installed"},
     {10028, "database configuration failed"},
     {10029, "the group name is already in use"},
-    {10031, "channel failure"},
-    {10039, "channel failure"},
+    {10031, "the iSCSI login failed and the iSCSI service does not run"},
+    {10039, "the iSCSI channel could not be established"},
 };

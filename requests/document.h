@@ -1,4 +1,4 @@
-// What the parsers of request documents share. Internal to this folder.
+// What the parsers of request documents share.
 #pragma once
 
 #include "base/xml.h"

@@ -1,4 +1,5 @@
 // What a manager, or a local tool, learns about a host.
+#include "tests/support/manager.h"
 #include "tests/support/system_test.h"
 
 namespace {
@@ -41,6 +42,8 @@ TEST_F(membership, AdoptedClientIsListedButNotScanned)
          .more = "<CDPScheduleList><CDPSchedule><CDPLocalLUN>L</CDPLocalLUN><CDPMirrorLUN>M</CDPMirrorLUN>"
                  "<CDPConStartTime>0</CDPConStartTime><CDPStartTime>4102444800</CDPStartTime>"
                  "<CDPTimeout>300</CDPTimeout></CDPSchedule></CDPScheduleList>"});
+    fake_manager manager;
+    manager.answer(0, fake_manager::record("M-1", "127.0.0.1"));
     daemon.start();
     const auto scanned = ask(scan_client);
     ASSERT_TRUE(scanned);
