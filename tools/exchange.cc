@@ -2,8 +2,8 @@
 
 #include "base/log.h"
 #include "base/xml.h"
-#include "protocol/commands.h"
 
+#include <arpa/inet.h>
 #include <netdb.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -56,6 +56,12 @@ std::optional<endpoint> parse_endpoint(const std::string &text, uint16_t default
     return parsed;
 }
 
+bool is_address(const std::string &text)
+{
+    in_addr address{};
+    return inet_pton(AF_INET, text.c_str(), &address) == 1;
+}
+
 connection connect_tcp(const endpoint &peer, unsigned timeout, std::string &error)
 {
     addrinfo hints{};
@@ -83,6 +89,17 @@ connection connect_local(const std::string &path, unsigned timeout, std::string 
     return connect_to(AF_UNIX, reinterpret_cast<const sockaddr *>(&address), sizeof address, timeout, error);
 }
 
+std::string local_address(const connection &peer)
+{
+    sockaddr_in address{};
+    socklen_t length = sizeof address;
+    char text[INET_ADDRSTRLEN] = "";
+    if (getsockname(peer.fd, reinterpret_cast<sockaddr *>(&address), &length) == 0 &&
+        address.sin_family == AF_INET)
+        inet_ntop(AF_INET, &address.sin_addr, text, sizeof text);
+    return text;
+}
+
 std::unique_ptr<request> exchange(const connection &peer, uint32_t code, uint16_t origin,
                                   const optional_text &body, std::string &error)
 {
@@ -105,6 +122,15 @@ std::unique_ptr<request> exchange(const connection &peer, uint32_t code, uint16_
         return nullptr;
     }
     return req;
+}
+
+const char *name_of(uint32_t code)
+{
+    for (const command_name &known : command_names) {
+        if (known.code == code)
+            return known.name;
+    }
+    return "command";
 }
 
 const char *meaning_of(uint16_t status)

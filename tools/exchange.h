@@ -2,12 +2,14 @@
 #pragma once
 
 #include "base/text.h"
+#include "protocol/commands.h"
 #include "protocol/request.h"
 
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 // The ports of the configuration that an installation starts with.
 constexpr uint16_t default_client_port = 9410; // where a daemon listens
@@ -20,6 +22,19 @@ struct endpoint {
 
 // "ADDR[:PORT]"; empty when it is no such text.
 std::optional<endpoint> parse_endpoint(const std::string &text, uint16_t default_port);
+
+// True for a dotted IPv4 address.
+bool is_address(const std::string &text);
+
+// The code of a command, known when the tool is built; a name that is none does not compile.
+consteval uint32_t command_code(std::string_view name)
+{
+    for (const command_name &known : command_names) {
+        if (name == known.name)
+            return known.code;
+    }
+    throw "no such command";
+}
 
 // A descriptor that closes itself.
 struct connection {
@@ -37,10 +52,16 @@ struct connection {
 connection connect_tcp(const endpoint &peer, unsigned timeout, std::string &error);
 connection connect_local(const std::string &path, unsigned timeout, std::string &error);
 
+// The address of this end of a TCP connection; "" when it has none.
+std::string local_address(const connection &peer);
+
 // Sends one command with an optional body and reads the answer into the record. Null on failure, and ERROR
 // then says why.
 std::unique_ptr<request> exchange(const connection &peer, uint32_t code, uint16_t origin,
                                   const optional_text &body, std::string &error);
+
+// The name of a command; "command" for a code that is not listed.
+const char *name_of(uint32_t code);
 
 // What a reply status means; "unknown status" for one that is not listed.
 const char *meaning_of(uint16_t status);
