@@ -11,7 +11,8 @@
 // The first line of a file, at most SIZE - 1 bytes, without its newline, into BUF, which is zeroed first.
 int get_value(char *buf, const char *path, int size);
 
-// 1 when the kernel has a session to the target, bound to the initiator's iface record when it has one; else 0.
+// 1 when the kernel has a session to the target, bound to the initiator's iface record when it has one; else
+// 0.
 int qel_iscsi_channel_exist(const qel_iscsi_node *target, const qel_iscsi_node *initiator);
 
 // Discovers and logs in from every address of this host that the client record does not filter. 0 when at
@@ -26,6 +27,6 @@ int establish_channel_to_any(const char *iqn, const std::list<qel_addr> &address
 int qel_cancel_iscsi_channel_all(const char *iqn);
 
 // Sets the channel to the appointed manager up again when it has none. 0 when it did; -1 when there is
-// nothing to do (no manager, no target, a session that stands) and when no address could be reached. Takes the
-// client record's lock, and holds it while the tools run.
+// nothing to do (no manager, no target, a session that stands) and when no address could be reached. Takes
+// the client record's lock, and holds it while the tools run.
 int qel_is_iscsi_channel_login();

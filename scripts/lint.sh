@@ -13,7 +13,7 @@ if [[ ${1-} == --tidy ]]; then
     echo "== clang-tidy"
     mkdir -p build/tidy # what only g++ understands is taken out of the commands
     sed 's/ -mno-direct-extern-access//' build/release/compile_commands.json >build/tidy/compile_commands.json
-    git ls-files 'base/*.cc' 'client/*.cc' 'commands/*.cc' 'config/*.cc' 'daemon/*.cc' 'jobs/*.cc' 'platform/*.cc' \
+    git ls-files 'base/*.cc' 'client/*.cc' 'commands/*.cc' 'config/*.cc' 'daemon/*.cc' 'iscsi/*.cc' 'jobs/*.cc' 'platform/*.cc' \
         'protocol/*.cc' 'requests/*.cc' 'tools/*.cc' |
         xargs -n 4 -P "$(nproc)" clang-tidy -p build/tidy --quiet
 fi

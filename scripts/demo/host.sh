@@ -6,6 +6,8 @@ here=$(dirname "$0")
 export PATH=$PATH:/usr/sbin:/sbin:$PWD/$build/bin
 # shellcheck source=scripts/demo/disks.sh
 source "$here/disks.sh"
+# shellcheck source=scripts/demo/manager.sh
+source "$here/manager.sh"
 
 title() {
     printf '\n=== %s\n' "$*"
@@ -30,8 +32,7 @@ log=/var/log/messages
 trap remove_disks EXIT
 
 title "A host with four disks: a GPT with file systems, an MBR, a blank one, and one that is all swap"
-ip link add net0 type veth peer name net1
-ip address add 10.77.0.1/24 dev net0
+make_manager_network
 busybox syslogd -n -O "$log" &
 make_disks
 show cat /proc/partitions | grep -E 'major|loop'
@@ -41,6 +42,7 @@ show xxd -s 440 -l 4 "$blank_disk"
 before=$(xxd -p -s 440 -l 4 "$blank_disk")
 
 title "The daemon starts"
+script_initiator
 cat >/etc/kavtessaron/qelcd.conf <<'END'
 <?xml version="1.0" encoding="utf-8"?>
 <Tessaron>
@@ -54,10 +56,10 @@ wait_until 10 qelc nop_command
 show cat /var/run/qelcd.pid
 
 title "The manager scans it"
-show standin-manager scan 10.77.0.1:9410
+show in_manager standin-manager scan "$host_address:9410"
 
 title "The same answer as it travels"
-show qelc --host 10.77.0.1:9410 --raw scan_client
+show in_manager qelc --host "$host_address:9410" --raw scan_client
 
 title "Local tools ask on the UNIX socket"
 show qelc local_list
@@ -72,6 +74,55 @@ if [[ $before == "$after" ]]; then
     exit 1
 fi
 show_untouched
+
+title "The manager adopts it; the report now holds the disks"
+start_manager
+show in_manager standin-manager adopt "$host_address:9410" --ip "$manager_address"
+title "Three heartbeats, as the manager sees them"
+wait_until 30 heartbeats 3
+show cat "$manager_log"
+
+title "The manager gives it a name"
+show in_manager qelc --host "$host_address:9410" rename_client --alias "Demo host"
+show qelc local_list
+
+title "A storage channel; iscsiadm is a script here, tests/lab shows the real one"
+show in_manager qelc --host "$host_address:9410" establish_channels --initiator-iqn iqn.2020-01.demo:host \
+    --target-iqn "$storage_iqn" --initiator-ip "$host_address" --target-ip "$manager_address"
+show cat /var/log/iscsiadm
+show cat /var/lib/iscsi/ifaces/qel_iface_net0
+show cat /etc/kavtessaron/qelcd.conf
+
+title "The working process is killed; the next one goes on reporting"
+before=$(grep -c 'command 32' "$manager_log")
+kill -KILL "$(tr -d ' ' <"/proc/$(cat /var/run/qelcd.pid)/task/$(cat /var/run/qelcd.pid)/children")"
+wait_until 30 heartbeats $((before + 2))
+show tail -n 2 "$manager_log"
+
+title "The manager's host goes silent: the gaps between the attempts grow"
+failures() {
+    (($(grep -c 'Failed to connect to manager' "$log") >= $1))
+}
+stop_manager
+in_manager ip address delete "$manager_address/24" dev net1
+wait_until 60 failures 6 # two lines each
+grep 'Failed to connect to manager' "$log" | sed -n 'n;p'
+
+title "It comes back"
+in_manager ip address add "$manager_address/24" dev net1
+: >"$manager_log"
+start_manager
+wait_until 60 heartbeats 1
+show cat "$manager_log"
+
+title "It answers 50, no longer adopted: the host forgets it, and can be adopted anew"
+manager_option "answer 50"
+wait_until 20 grep -q "No manager node is generated" "$log"
+show in_manager standin-manager scan "$host_address:9410"
+show tail -n 1 "$manager_log"
+show tail -n 1 /var/log/iscsiadm
+show cat /etc/kavtessaron/qelcd.conf
+stop_manager
 
 title "A command that no slot holds ends the working process; the supervisor starts a new one"
 show qelc 30009 || true

@@ -1,0 +1,189 @@
+# A manager's storage beside the host, for tests in the lab: targets in a network namespace, the host's
+# initiator, and the shipped daemon. Sourced by a test that is called with the build folder; from there on
+# errors end the test.
+set -euo pipefail
+build=$1
+export PATH=$build/bin:$PATH
+
+log=/var/log/messages
+config=/etc/kavtessaron/qelcd.conf
+host_address=10.77.0.1
+initiator_iqn=iqn.2020-01.lab:host
+manager_guid=0b7e4a55-1f0c-4d9e-8b7a-5a1f4f0d3c21
+config_head='<?xml version="1.0" encoding="utf-8"?>
+<Tessaron>
+  <ClientGUID>6f1c2a52-6b0e-4c57-9a54-2f4f5d6a7b81</ClientGUID>
+  <ClientPort>9410</ClientPort>
+  <ServerPort>9411</ServerPort>'
+
+# --- Checks ---------------------------------------------------------------------------------------------
+
+# What a failed test leaves in sight.
+fail() {
+    printf 'FAILED: %s\n' "$*"
+    printf '%s\n' '--- sessions, interfaces, records, configuration'
+    iscsiadm -m session 2>&1 || true
+    head -n 3 /var/lib/iscsi/ifaces/qel_iface* 2>/dev/null || true
+    find /var/lib/iscsi/nodes 2>/dev/null || true
+    cat "$config" 2>/dev/null || true
+    printf '%s\n' '--- the daemon'
+    grep -E ' (qelcd|iscsid)' "$log" | tail -n 150 || true
+    exit 1
+}
+trap 'fail "line $LINENO: $BASH_COMMAND"' ERR
+set -o errtrace
+
+# check WHAT COMMAND...: prints WHAT when the command succeeds, and ends the test with its output when not.
+check() {
+    local what=$1 found
+    shift
+    found=$("$@" 2>&1) || fail "$what: $*: $found"
+    echo "ok: $what"
+}
+
+# check_within SECONDS WHAT COMMAND...: asks again until the command succeeds.
+check_within() {
+    local limit=$1 start=$SECONDS what=$2 found
+    shift 2
+    until found=$("$@" 2>&1); do
+        ((SECONDS - start < limit)) || fail "$what: not within $limit seconds: $*: $found"
+        sleep 0.2
+    done
+    echo "ok: $what ($((SECONDS - start)) s)"
+}
+
+none() {
+    ! "$@"
+}
+
+# answered STATUS COMMAND...: the daemon's answer to this qelc has that status.
+answered() {
+    local status=$1 answer
+    shift
+    answer=$("$@") || true
+    echo "$answer"
+    [[ $answer == "status $status: "* ]]
+}
+
+logged() {
+    grep -F -- "$1" "$log"
+}
+
+# --- The manager's side -----------------------------------------------------------------------------------
+
+in_manager() {
+    ip netns exec manager "$@"
+}
+
+# start_network ADDRESS...: net0 of the host leads to the manager, which has these addresses.
+start_network() {
+    local address
+    ip netns add manager
+    ip link add net0 type veth peer name net1 netns manager
+    ip address add "$host_address/24" dev net0
+    ip link set net0 up
+    for address in "$@"; do
+        ip -n manager address add "$address/24" dev net1
+    done
+    ip -n manager link set net1 up
+    ip -n manager link set lo up
+}
+
+# silence ADDRESS...: nothing answers at the manager's addresses any more, not even with a refusal. The
+# neighbours' entries stay, for without them the host would soon know that nobody is there.
+silence() {
+    local address hardware
+    hardware=$(in_manager cat /sys/class/net/net1/address)
+    for address in "$@"; do
+        ip neighbour replace "$address" lladdr "$hardware" dev net0 nud permanent
+    done
+    ip -n manager address flush dev net1
+}
+
+# start_manager ADDRESS IQN: takes the host's heartbeats, with this record of the manager for an answer.
+start_manager() {
+    ip netns exec manager standin-manager --guid "$manager_guid" --ip "$1" --target-iqn "$2" >/var/log/manager &
+    manager=$!
+    check_within 20 "a manager on $1" grep listening /var/log/manager
+}
+
+stop_manager() {
+    kill "$manager"
+    wait "$manager" 2>/dev/null || true
+}
+
+# start_target NUMBER ADDRESS IQN GUID: a target with one disk of the storage system. A tgtd serves one address
+# only, so each target has its own.
+start_target() {
+    local disk=/var/tmp/target$1
+    local admin=(in_manager tgtadm --control-port "$1" --lld iscsi) lun=(--mode logicalunit --tid 1 --lun 1)
+    truncate -s 32M "$disk"
+    mkdir -p /run/tgtd
+    in_manager tgtd --control-port "$1" --iscsi "portal=$2:3260" 2>/dev/null
+    check_within 20 "a target on $2" "${admin[@]}" --mode target --op new --tid 1 --targetname "$3"
+    "${admin[@]}" "${lun[@]}" --op new --backing-store "$disk"
+    "${admin[@]}" "${lun[@]}" --op update \
+        --params "vendor_id=QRZ,product_id=KAVSolution,product_rev=0001,scsi_sn=$4"
+    "${admin[@]}" --mode target --op bind --tid 1 --initiator-address ALL
+}
+
+# --- The host's side --------------------------------------------------------------------------------------
+
+# With the limits of a shipped iscsid.conf a login that cannot succeed takes a minute and a half. Debian's
+# initiator keeps its records in /etc/iscsi, others in /var/lib/iscsi, where the daemon looks for them; links
+# join the two.
+start_initiator() {
+    local records
+    for records in ifaces nodes send_targets static isns; do
+        mkdir -p "/var/lib/iscsi/$records"
+        ln -s "/var/lib/iscsi/$records" "/etc/iscsi/$records"
+    done
+    echo "InitiatorName=$initiator_iqn" >/etc/iscsi/initiatorname.iscsi
+    cat >/etc/iscsi/iscsid.conf <<'END'
+iscsid.startup = /bin/false
+node.startup = manual
+node.session.timeo.replacement_timeout = 5
+node.conn[0].timeo.login_timeout = 4
+node.conn[0].timeo.logout_timeout = 4
+node.conn[0].timeo.noop_out_interval = 2
+node.conn[0].timeo.noop_out_timeout = 2
+node.session.initial_login_retry_max = 1
+node.session.reopen_max = 1
+END
+    modprobe -a iscsi_tcp sd_mod
+    iscsid
+}
+
+# session_to IQN [IFACE]: succeeds when the kernel has a session to it, bound to the interface record.
+session_to() {
+    local session
+    for session in /sys/class/iscsi_session/*; do
+        [[ -e $session && $(<"$session/targetname") == "$1" ]] || continue
+        [[ $# == 1 || $(<"$session/ifacename") == "$2" ]] && return
+    done
+    echo "no such session among:"
+    cat /sys/class/iscsi_session/*/{targetname,ifacename} 2>/dev/null
+    return 1
+}
+
+# A disk of the storage system whose serial number holds GUID.
+disk_with() {
+    grep -q -a -i -- "$1" /sys/block/sd*/device/vpd_pg80
+}
+
+# start_daemon [ELEMENT...]: with these elements at the end of its configuration.
+start_daemon() {
+    printf '%s\n' "$config_head" "$@" '</Tessaron>' >"$config"
+    qelcd
+    check_within 20 "the daemon answers" qelc nop_command
+}
+
+# report_has GUID [TARGET-IQN]: the report holds the disk with this GUID, and a channel to the target.
+report_has() {
+    local report
+    report=$(qelc get_client_info)
+    echo "$report"
+    grep -q "<Disk .*Guid=\"$1\".*Vendor=\"QRZ KAVSolution\"" <<<"$report" || return
+    [[ $# == 1 ]] ||
+        grep -q "<Channel Type=\"ISCSI\" InitiatorIqn=\"$initiator_iqn\" TargetIqn=\"$2\"" <<<"$report"
+}
