@@ -25,6 +25,7 @@ worker_pid() {
 
 # --- The host: a network interface, an initiator tool that fails now and then, the daemon --------------------
 
+rm -f /dev/loop* # no disks: others on this machine may be at work with theirs
 mkdir -p "$tools" /var/soak/counts /var/lib/iscsi/{ifaces,nodes}
 ip link add net0 type veth peer name net1
 ip address add 10.77.0.1/24 dev net0
