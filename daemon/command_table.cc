@@ -12,12 +12,21 @@ struct command_row {
     command_handler handler;
 };
 
+// clang-format off
 constexpr command_row rows[] = {
-    {1, scan_client},        {add_client_code, add_client}, {del_client_code, del_client},
-    {5, establish_channels}, {6, get_client_info},          {8, rename_client},
-    {54, refresh_server},    {55, rescan_devices},          {57, nop_command},
-    {30010, local_list},     {30011, local_withdraw},
+    {1, scan_client},
+    {add_client_code, add_client},
+    {del_client_code, del_client},
+    {5, establish_channels},
+    {6, get_client_info},
+    {8, rename_client},
+    {54, refresh_server},
+    {55, rescan_devices},
+    {57, nop_command},
+    {30010, local_list},
+    {30011, local_withdraw},
 };
+// clang-format on
 
 using command_table = std::array<command_handler, max_command_code + 1>;
 
