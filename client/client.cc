@@ -2,7 +2,9 @@
 
 #include "base/log.h"
 
+#include <algorithm>
 #include <new>
+#include <utility>
 
 qel_t *g_client = nullptr;
 
@@ -75,11 +77,30 @@ void qel_set_target_iqn(qel_t *c, const char *iqn)
         c->manager->target_iqn = optional_copy(iqn);
 }
 
+qel_cdpsch &qel_add_schedule(qel_t *c, qel_cdpsch schedule)
+{
+    const std::lock_guard changing(c->content_lock);
+    return c->cdpsch_list.emplace_back(std::move(schedule));
+}
+
+void qel_remove_schedule(qel_t *c, const qel_cdpsch *schedule)
+{
+    const std::lock_guard changing(c->content_lock);
+    c->cdpsch_list.remove_if([schedule](const qel_cdpsch &entry) { return &entry == schedule; });
+}
+
 void qel_remove_schedules(qel_t *c, const char *local_lun)
 {
     const std::lock_guard changing(c->content_lock);
     c->cdpsch_list.remove_if(
         [local_lun](const qel_cdpsch &schedule) { return !local_lun || schedule.local_lun == local_lun; });
+}
+
+qel_group *qel_find_group(qel_t *c, const std::string &name)
+{
+    const auto found = std::find_if(c->group_list.begin(), c->group_list.end(),
+                                    [&](const qel_group &group) { return group.name == name; });
+    return found == c->group_list.end() ? nullptr : &*found;
 }
 
 void qel_remove_groups(qel_t *c)

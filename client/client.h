@@ -6,6 +6,7 @@
 #pragma once
 
 #include "base/text.h"
+#include "client/cdp_times.h"
 
 #include <netinet/in.h>
 
@@ -84,8 +85,27 @@ int qel_rename_client(qel_t *c, const char *alias);
 // Stores a copy of IQN as the target of the appointed manager; without one nothing happens.
 void qel_set_target_iqn(qel_t *c, const char *iqn);
 
+// Appends a CDP schedule; the reference is good for as long as the record keeps the schedule.
+qel_cdpsch &qel_add_schedule(qel_t *c, qel_cdpsch schedule);
+
+// Frees one CDP schedule of the record.
+void qel_remove_schedule(qel_t *c, const qel_cdpsch *schedule);
+
 // Frees the CDP schedules of the disk LOCAL_LUN, or all of them for null.
 void qel_remove_schedules(qel_t *c, const char *local_lun);
+
+// Sets the times of a group's or a disk's schedule.
+template <class Scheduled>
+void qel_set_times(qel_t *c, Scheduled &schedule, const cdp_times &times)
+{
+    const std::lock_guard changing(c->content_lock);
+    schedule.cdp_con_start_time = times.con_start_time;
+    schedule.cdp_start_time = times.start_time;
+    schedule.cdp_timeout = times.timeout;
+}
+
+// The first group of that name; null for none.
+qel_group *qel_find_group(qel_t *c, const std::string &name);
 
 // Frees all consistency groups.
 void qel_remove_groups(qel_t *c);

@@ -9,6 +9,7 @@
 
 #include <kavagt.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 qel_inventory_t g_inventory;
@@ -133,6 +134,39 @@ qel_inventory_t *qel_rescan_inventory()
 {
     refresh_inventory(false);
     return qel_get_inventory();
+}
+
+void qel_refresh_backups()
+{
+    std::list<qel_backup_t> backups;
+    qel_get_backups_lock(g_client, backups, g_client->lock);
+    const auto held = qel_inventory_lock();
+    g_inventory.backups.swap(backups);
+}
+
+bool qel_is_disk_present(const optional_text &guid)
+{
+    if (!guid || guid->empty()) // a LUN that does not say who it is has an empty one
+        return false;
+    const qel_inventory_t *inventory = qel_rescan_inventory();
+    const auto held = qel_inventory_lock();
+    return std::any_of(inventory->disks.begin(), inventory->disks.end(), [&](const qel_disk_t &disk) {
+        return disk.guid == guid || std::any_of(disk.parts.begin(), disk.parts.end(),
+                                                [&](const qel_part_t &part) { return part.guid == guid; });
+    });
+}
+
+mirror_level qel_mirror_level(std::string qel_backup_t::*end, const optional_text &guid)
+{
+    auto worst = mirror_level::none;
+    for (const qel_backup_t &backup : g_inventory.backups) {
+        if (backup.*end != guid)
+            continue;
+        if (backup.state != backup_synchronised)
+            return mirror_level::behind;
+        worst = mirror_level::level;
+    }
+    return worst;
 }
 
 int qel_get_dbs(std::list<qel_db_t> *list)

@@ -118,5 +118,19 @@ void refresh_inventory(bool traced);
 // The same on behalf of a command. Returns qel_get_inventory().
 qel_inventory_t *qel_rescan_inventory();
 
+// Replaces the inventory's mirror relationships by those that twinvault reports now. The caller holds neither
+// lock.
+void qel_refresh_backups();
+
+// True when this host, looked at anew as by qel_rescan_inventory, has a disk or a partition with that GUID.
+bool qel_is_disk_present(const optional_text &guid);
+
+// How far the mirrors of a disk are.
+enum class mirror_level { none, behind, level };
+
+// The worst of the relationships whose END, src_guid or dest_guid, is GUID. The caller holds the inventory's
+// lock.
+mirror_level qel_mirror_level(std::string qel_backup_t::*end, const optional_text &guid);
+
 // Replaces LIST by the databases that the CDP agent library lists. Returns 0, or -1.
 int qel_get_dbs(std::list<qel_db_t> *list);

@@ -4,8 +4,9 @@
 #include <tw.h>
 
 struct relationship_chain {
-    tw_relationship *first = tw_disk_stat(nullptr); // null: none
-    relationship_chain() = default;
+    tw_relationship *first; // null: none
+    // Those of one source disk; for a null GUID all of them.
+    explicit relationship_chain(const char *src_guid = nullptr) : first(tw_disk_stat(src_guid)) {}
     relationship_chain(const relationship_chain &) = delete;
     relationship_chain &operator=(const relationship_chain &) = delete;
     ~relationship_chain() { tw_disk_stat_release(first); }

@@ -86,11 +86,8 @@ void catch_up(qel_cdpsch &schedule, int64_t now)
     const auto con_start_time = static_cast<int64_t>(schedule.cdp_con_start_time);
     if (con_start_time == 0 || schedule.cdp_timeout == 0 || con_start_time >= now)
         return;
-    const auto present = static_cast<uint64_t>(now);
-    if (schedule.cdp_start_time > present)
-        return;
-    const uint64_t into_slot = (present - schedule.cdp_start_time) % schedule.cdp_timeout;
-    schedule.cdp_start_time = present + (schedule.cdp_timeout - into_slot);
+    if (schedule.cdp_start_time <= static_cast<uint64_t>(now))
+        schedule.cdp_start_time = cdp_next_slot(schedule.cdp_start_time, schedule.cdp_timeout, now);
 }
 
 int _cfg_xml_to_grp(const xmlNode *node, std::list<qel_group> *list)

@@ -2,6 +2,9 @@
 
 #include "commands/channels.h"
 #include "commands/membership.h"
+#include "commands/mirrors.h"
+#include "commands/protection.h"
+#include "commands/schedules.h"
 #include "protocol/commands.h"
 
 #include <array>
@@ -17,9 +20,14 @@ constexpr command_row rows[] = {
     {1, scan_client},
     {add_client_code, add_client},
     {del_client_code, del_client},
+    {4, add_backup},
     {5, establish_channels},
     {6, get_client_info},
     {8, rename_client},
+    {14, del_backup},
+    {15, set_cdp_schedule},
+    {16, init_mirror},
+    {17, cancel_init_mirror},
     {54, refresh_server},
     {55, rescan_devices},
     {57, nop_command},

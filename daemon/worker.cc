@@ -10,6 +10,7 @@
 #include "commands/adoption.h"
 #include "config/config.h"
 #include "daemon/listener.h"
+#include "jobs/cdp_schedule.h"
 #include "jobs/heartbeat.h"
 #include "jobs/timer.h"
 
@@ -69,6 +70,23 @@ int resume_heartbeat()
     return -1;
 }
 
+// Every disk's schedule, and the groups' that are set. No connection is served yet, but a heartbeat may have
+// been answered already that makes the client forget them.
+int resume_schedules()
+{
+    const std::lock_guard held(g_client->lock);
+    for (const qel_cdpsch &schedule : g_client->cdpsch_list) {
+        if (_register_for_cdpsch(&schedule) < 0)
+            return -1;
+    }
+    for (const qel_group &group : g_client->group_list) {
+        const bool is_set = group.cdp_start_time != 0 && group.cdp_timeout != 0;
+        if (is_set && _register_for_grpsch(&group) < 0)
+            return -1;
+    }
+    return 0;
+}
+
 int start(listeners &l)
 {
     g_client = qel_load().release();
@@ -84,7 +102,9 @@ int start(listeners &l)
     wait_for_timer();
     if (open_listeners(l, g_client->client_port) != 0)
         return -1;
-    return resume_heartbeat();
+    if (resume_heartbeat() != 0)
+        return -1;
+    return resume_schedules();
 }
 
 // The scan thread may still be reading the record, so only its contents go, and under its lock.

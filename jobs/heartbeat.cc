@@ -221,7 +221,7 @@ void *_process_heartbeat(void *)
     recipient manager;
     if (find_recipient(manager) != 0)
         return nullptr;
-    const std::shared_ptr<job_status> job = job_hold_heartbeat();
+    const std::shared_ptr<job_status> job = job_find_heartbeat();
     if (!job) {
         log_error("Error: there must be one and only one heartbeat status");
         return nullptr;
@@ -246,7 +246,7 @@ int _register_for_heartbeat()
 {
     static std::mutex registering; // two adoptions at once must not both find no job
     const std::lock_guard held(registering);
-    if (job_stays(JOB_HEARTBEAT))
+    if (heartbeat_stays())
         return 0;
     log_debug("Registering for heartbeat");
     std::unique_ptr<job_status> job = _alloc_job_status();

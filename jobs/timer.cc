@@ -3,11 +3,11 @@
 #include "base/clock.h"
 #include "base/log.h"
 #include "client/scan_thread.h"
+#include "jobs/job_list.h"
 
 #include <pthread.h>
 
 #include <algorithm>
-#include <list>
 #include <new>
 
 std::mutex g_timeout_thread_running_lock;
@@ -17,7 +17,7 @@ namespace {
 constexpr int64_t longest_wait = 600; // seconds
 
 std::mutex job_list_lock; // guards the list and the jobs on it, but for the heartbeat's two atomic fields
-std::list<std::shared_ptr<job_status>> job_list; // shared with a heartbeat worker, for as long as it works
+job_list jobs;
 
 // Made at first use: a job may be added before the timer thread runs.
 pthread_cond_t *timeout_cond()
@@ -26,31 +26,18 @@ pthread_cond_t *timeout_cond()
     return &added.cond;
 }
 
-// The caller holds job_list_lock.
-template <class Predicate>
-std::shared_ptr<job_status> find_held(Predicate wanted)
+std::shared_ptr<job_status> find_job(int32_t type, const char *name)
 {
-    const auto found =
-        std::find_if(job_list.begin(), job_list.end(), [&](const auto &job) { return wanted(*job); });
-    return found == job_list.end() ? nullptr : *found;
-}
-
-template <class Predicate>
-job_status *find_job(Predicate wanted)
-{
+    if (!name)
+        return nullptr;
     const std::lock_guard guard(job_list_lock);
-    return find_held(wanted).get();
-}
-
-bool is_heartbeat(const job_status &job)
-{
-    return job.type == JOB_HEARTBEAT;
+    return jobs.find(type, name);
 }
 
 void reap_released()
 {
     const std::lock_guard guard(job_list_lock);
-    job_list.remove_if([](const auto &job) { return job->released != 0; });
+    jobs.erase_released();
 }
 
 int32_t dispatch(const job_status &job)
@@ -87,7 +74,7 @@ int64_t fire_due(int64_t now)
     int64_t wake = now + longest_wait;
     int count = 0;
     const std::lock_guard guard(job_list_lock);
-    for (const auto &job : job_list) {
+    for (const auto &job : jobs) {
         const int64_t period = int64_t{job->interval} + (job->backoff >> 1);
         log_debug("[#%d]%d next: %d, timeout: %d(%s)\n", count, job->type,
                   static_cast<int>(job->next_time - now), static_cast<int>(period), job->mirror.c_str());
@@ -124,73 +111,60 @@ int job_add(std::unique_ptr<job_status> job)
         return -1;
     {
         const std::lock_guard guard(job_list_lock);
-        job_list.push_back(std::move(job));
+        jobs.append(std::move(job));
     }
     wake_timer();
     return 0;
 }
 
-bool job_stays(int32_t type)
+bool heartbeat_stays()
 {
     const std::lock_guard guard(job_list_lock);
-    job_list.remove_if([type](const auto &job) { return job->type == type && job->released != 0; });
-    return find_held([type](const job_status &job) { return job.type == type; }) != nullptr;
+    jobs.erase_released();
+    return jobs.find(JOB_HEARTBEAT, "") != nullptr;
 }
 
 void job_remove(const job_status *job)
 {
+    if (!job)
+        return;
     const std::lock_guard guard(job_list_lock);
-    const auto found = std::find_if(job_list.begin(), job_list.end(),
-                                    [job](const auto &linked) { return linked.get() == job; });
-    if (found != job_list.end())
-        job_list.erase(found);
+    jobs.erase(job);
 }
 
 void job_release_all()
 {
     const std::lock_guard guard(job_list_lock);
-    for (const auto &job : job_list)
+    for (const auto &job : jobs)
         job->released = 1;
 }
 
 void job_free_all()
 {
     const std::lock_guard guard(job_list_lock);
-    job_list.clear();
+    jobs.clear();
 }
 
-job_status *job_find_cdp(const char *local)
+std::shared_ptr<job_status> job_find_cdp(const char *local)
 {
-    if (!local)
-        return nullptr;
-    return find_job(
-        [local](const job_status &job) { return job.type == JOB_CDP_DISK && job.local == local; });
+    return find_job(JOB_CDP_DISK, local);
 }
 
-job_status *job_find_grp(const char *group)
+std::shared_ptr<job_status> job_find_grp(const char *group)
 {
-    if (!group)
-        return nullptr;
-    return find_job(
-        [group](const job_status &job) { return job.type == JOB_CDP_GROUP && job.group == group; });
+    return find_job(JOB_CDP_GROUP, group);
 }
 
-job_status *job_find_heartbeat()
+std::shared_ptr<job_status> job_find_heartbeat()
 {
-    return find_job(is_heartbeat);
-}
-
-std::shared_ptr<job_status> job_hold_heartbeat()
-{
-    const std::lock_guard guard(job_list_lock);
-    return find_held(is_heartbeat);
+    return find_job(JOB_HEARTBEAT, "");
 }
 
 void job_hurry_heartbeat(int64_t next_time)
 {
     {
         const std::lock_guard guard(job_list_lock);
-        if (const auto job = find_held(is_heartbeat)) {
+        if (const auto job = jobs.find(JOB_HEARTBEAT, "")) {
             job->backoff = 1;
             job->next_time = next_time;
         }
@@ -205,7 +179,8 @@ int heartbeat_registered()
 
 int heartbeat_healthy()
 {
-    return find_job([](const job_status &job) { return is_heartbeat(job) && job.backoff == 1; }) ? 1 : 0;
+    const auto job = job_find_heartbeat();
+    return job && job->backoff == 1 ? 1 : 0;
 }
 
 void wake_timer()

@@ -31,11 +31,11 @@ std::unique_ptr<job_status> _alloc_job_status();
 // Appends the job and wakes the timer. Returns 0, or -1 for a null job.
 int job_add(std::unique_ptr<job_status> job);
 
-// True when a job of that type is on the list to stay. Released ones are freed at once, so that a new one can
-// take their place: the lookups below still find a released job, and it would pass for one.
-bool job_stays(int32_t type);
+// True when the heartbeat's job is on the list to stay. Released jobs are freed at once, so that a new one
+// can take their place: the lookups below still find a released job, and it would pass for one.
+bool heartbeat_stays();
 
-// Unlinks and frees a job; null, and a job that is not on the list, are ignored.
+// Unlinks a job; null, and a job that is not on the list, are ignored.
 void job_remove(const job_status *job);
 
 // Marks every job for the timer thread to free at its next pass. The timer is not woken.
@@ -44,15 +44,10 @@ void job_release_all();
 // Frees every job now; for the way out of the process.
 void job_free_all();
 
-// The first job of that kind and name, or null. The list is unlocked again on return: the result serves to
-// remove the job, or as a yes or no.
-job_status *job_find_cdp(const char *local);
-job_status *job_find_grp(const char *group);
-job_status *job_find_heartbeat();
-
-// The heartbeat's job for somebody who keeps it over a while: it outlives its place on the list. Null without
-// one.
-std::shared_ptr<job_status> job_hold_heartbeat();
+// The first job of that kind and name, or null. It outlives its place on the list for as long as it is held.
+std::shared_ptr<job_status> job_find_cdp(const char *local);
+std::shared_ptr<job_status> job_find_grp(const char *group);
+std::shared_ptr<job_status> job_find_heartbeat();
 
 // Takes back the heartbeat's back-off and has it fire at NEXT_TIME; wakes the timer.
 void job_hurry_heartbeat(int64_t next_time);

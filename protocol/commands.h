@@ -71,6 +71,8 @@ constexpr uint16_t status_unreadable_request = 4;
 constexpr uint16_t status_not_adopted = 50;
 constexpr uint16_t status_already_adopted = 52;
 constexpr uint16_t status_still_protected = 10000;
+constexpr uint16_t status_init_failed = 10018;
+constexpr uint16_t status_cancel_init_failed = 10019;
 constexpr uint16_t status_no_initiator_tool = 10025;
 constexpr uint16_t status_no_initiator_service = 10031;
 constexpr uint16_t status_channel_failure = 10039;
@@ -78,19 +80,19 @@ constexpr uint16_t status_channel_failure = 10039;
 constexpr status_meaning status_meanings[] = {
     {status_ok, "success"},
     {status_failure, "failure"},
-    {4, "the request document could not be read"},
-    {50, "no manager has adopted this client"},
+    {status_unreadable_request, "the request document could not be read"},
+    {status_not_adopted, "no manager has adopted this client"},
     {status_already_adopted, "a manager has already adopted this client"},
-    {10000, "the client cannot be released while disks are protected"},
+    {status_still_protected, "the client cannot be released while disks are protected"},
     {10016, "a disk could not be released from protection"},
-    {10018, "mirror initialisation failed"},
-    {10019, "cancelling the mirror initialisation failed"},
+    {status_init_failed, "mirror initialisation failed"},
+    {status_cancel_init_failed, "cancelling the mirror initialisation failed"},
     {10021, "the CDP agent failed to take a snapshot"},
     {10023, "a disk is not synchronised yet"},
     {10024, "a disk has no backup relationship"},
-    {10025, "the iSCSI initiator tool is not installed"},
+    {status_no_initiator_tool, "the iSCSI initiator tool is not installed"},
     {10028, "database configuration failed"},
     {10029, "the group name is already in use"},
-    {10031, "the iSCSI login failed and the iSCSI service does not run"},
-    {10039, "the iSCSI channel could not be established"},
+    {status_no_initiator_service, "the iSCSI login failed and the iSCSI service does not run"},
+    {status_channel_failure, "the iSCSI channel could not be established"},
 };

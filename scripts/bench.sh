@@ -9,3 +9,4 @@ seconds=${2-1} # of each turn
 scripts/install-packages build demo
 scripts/build.sh release
 scripts/private-host -n bench scripts/bench/host.sh build/release "$rounds" "$seconds"
+scripts/private-host -n bench scripts/bench/schedules.sh build/release

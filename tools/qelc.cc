@@ -1,10 +1,10 @@
-// qelc: sends one command to a daemon and prints the answer.
+// qelc: sends one command to a daemon and prints the answer. The command is given as such, or as a verb.
 
 #include "base/file.h"
-#include "base/xml.h"
 #include "protocol/commands.h"
-#include "tools/bodies.h"
-#include "tools/exchange.h"
+#include "tools/mirror_watch.h"
+#include "tools/qelc_help.h"
+#include "tools/qelc_options.h"
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
@@ -13,22 +13,6 @@
 #include <cstring>
 
 namespace {
-enum exit_status { exit_ok = 0, exit_refused = 1, exit_usage = 2, exit_no_answer = 3 };
-
-struct options {
-    std::string command;
-    std::vector<std::string> body_words;
-    std::string body_file;
-    option_values body_options;
-    std::string host;
-    std::string socket_path = "/var/run/qelcd.sock";
-    uint16_t origin = 0;
-    unsigned timeout = 120;
-    bool raw = false;
-    bool list = false;
-    bool print_body = false;
-};
-
 std::optional<uint32_t> find_code(const std::string &command)
 {
     for (const command_name &known : command_names) {
@@ -49,12 +33,6 @@ void print_lists()
     puts("statuses:");
     for (const status_meaning &known : status_meanings)
         printf("  %5u  %s\n", known.status, known.meaning);
-}
-
-int fail(int status, const std::string &what, const std::string &why)
-{
-    fprintf(stderr, "qelc: %s: %s\n", what.c_str(), why.c_str());
-    return status;
 }
 
 // False when the file cannot be read.
@@ -100,102 +78,82 @@ bool take_body(const options &wanted, uint32_t code, optional_text &body)
     return false;
 }
 
-void print_answer(const request &reply, bool raw)
+// What the daemon is asked: a command, or a verb, whose answer may have a view of its own.
+struct question {
+    uint32_t code = 0;
+    optional_text body;
+    std::string (*view)(const char *answer) = nullptr;
+};
+
+// What does not go with a verb; "" for nothing.
+std::string complaint_about(const options &wanted, const verb &given)
 {
-    const char *text = reply.recv_xml.get();
-    if (raw) {
-        fwrite(text ? text : "", 1, reply.recv_head.data_len, stdout);
-        return;
-    }
-    printf("status %u: %s\n", reply.recv_head.ret, meaning_of(reply.recv_head.ret));
-    if (!text)
-        return;
-    if (const xml_doc doc = xml_parse_text(text))
-        fputs(xml_to_text(doc, xml_layout::indented).c_str(), stdout);
-    else
-        printf("%s\n", text);
+    std::string misplaced = wanted.command;
+    if (!wanted.body_options.empty())
+        misplaced = "--" + wanted.body_options.begin()->first;
+    else if (!wanted.body_file.empty())
+        misplaced = "--file";
+    if (!misplaced.empty())
+        return misplaced + " does not belong to this verb";
+    if (wanted.raw && wanted.given_to_verb.watch)
+        return "--raw and --watch exclude each other";
+    return given.complaint(wanted.given_to_verb);
 }
 
-int run(const options &wanted)
+// False after a complaint.
+bool from_verb(const options &wanted, const verb &given, question &asked)
+{
+    const std::string complaint = complaint_about(wanted, given);
+    if (!complaint.empty()) {
+        fail(exit_usage, given.name, complaint);
+        return false;
+    }
+    asked = {given.code, given.body(wanted.given_to_verb), given.view};
+    return true;
+}
+
+// False after a complaint.
+bool from_command(const options &wanted, question &asked)
 {
     const std::optional<uint32_t> code = find_code(wanted.command);
-    if (!code)
-        return fail(exit_usage, wanted.command, "no such command (qelc --list names them all)");
-    optional_text body;
-    if (!take_body(wanted, *code, body))
+    if (!code) {
+        fail(exit_usage, wanted.command, "no such command (qelc --list names them all)");
+        return false;
+    }
+    asked.code = *code;
+    return take_body(wanted, *code, asked.body);
+}
+
+int run(const options &wanted, const verb *given)
+{
+    question asked;
+    if (given ? !from_verb(wanted, *given, asked) : !from_command(wanted, asked))
         return exit_usage;
     if (wanted.print_body) {
-        fputs(body.value_or("").c_str(), stdout);
+        fputs(asked.body.value_or("").c_str(), stdout);
         return exit_ok;
     }
+    if (wanted.given_to_verb.watch)
+        return watch_mirrors(wanted.peer, *wanted.given_to_verb.watch);
 
-    std::optional<endpoint> host;
-    if (!wanted.host.empty() && !(host = parse_endpoint(wanted.host, default_client_port)))
-        return fail(exit_usage, wanted.host, "not ADDR[:PORT]");
-    const std::string peer_name = host ? wanted.host : wanted.socket_path;
-    std::string error;
-    const connection peer = host ? connect_tcp(*host, wanted.timeout, error)
-                                 : connect_local(wanted.socket_path, wanted.timeout, error);
-    if (peer.fd < 0)
-        return fail(exit_no_answer, peer_name, error);
-    const std::unique_ptr<request> reply = exchange(peer, *code, wanted.origin, body, error);
+    int status = exit_ok;
+    const std::unique_ptr<request> reply = ask(wanted.peer, asked.code, asked.body, status);
     if (!reply)
-        return fail(exit_no_answer, peer_name, error);
-    print_answer(*reply, wanted.raw);
-    if (wanted.raw && reply->recv_head.ret != status_ok)
-        fprintf(stderr, "qelc: status %u: %s\n", reply->recv_head.ret, meaning_of(reply->recv_head.ret));
-    return reply->recv_head.ret == status_ok ? exit_ok : exit_refused;
+        return status;
+    if (!asked.view || wanted.raw || reply->recv_head.ret != status_ok)
+        return print_answer(*reply, wanted.raw);
+    const char *text = reply->recv_xml.get();
+    fputs(asked.view(text ? text : "").c_str(), stdout);
+    return exit_ok;
 }
 
-constexpr char body_group[] = "Body";
-
-// The options of all commands' bodies; whether they fit the command is found out later.
-void add_body_options(CLI::App &app, options &wanted)
+// Complaints of the parser about a verb look like those of the verb itself.
+int complain(const CLI::App &app, const CLI::ParseError &error)
 {
-    constexpr int any_number = CLI::detail::expected_max_vector_size;
-    for (const std::string &name : body_option_names()) {
-        const auto take = [&wanted, name](const CLI::results_t &values) {
-            wanted.body_options[name] = values;
-            return true;
-        };
-        app.add_option("--" + name, take)
-            ->expected(1, any_number)
-            ->allow_extra_args(false)
-            ->group(body_group);
-    }
-    app.footer("Instead of a body, by these options:\n" + body_usage());
-}
-
-// The lines of body_usage say more about the options of bodies than a list of these could.
-std::string help(const CLI::App &app)
-{
-    class formatter : public CLI::Formatter {
-        std::string make_group(std::string group, bool positional,
-                               std::vector<const CLI::Option *> options) const override
-        {
-            return group == body_group ? "" : CLI::Formatter::make_group(group, positional, options);
-        }
-    };
-    return formatter().make_help(&app, app.get_name(), CLI::AppFormatMode::Normal);
-}
-
-void add_options(CLI::App &app, options &wanted)
-{
-    auto *command = app.add_option("command", wanted.command, "name or code of the command");
-    auto *body =
-        app.add_option("body", wanted.body_words, "body of the request, an XML document, sent as it is");
-    app.add_option("-f,--file", wanted.body_file, "read the body from a file, - for standard input")
-        ->excludes(body);
-    app.add_option("--host", wanted.host, "send over TCP to ADDR[:PORT] instead of the local socket");
-    app.add_option("--socket", wanted.socket_path, "path of the local socket")->capture_default_str();
-    app.add_option("--origin", wanted.origin, "sender tag of the request")->capture_default_str();
-    app.add_option("--timeout", wanted.timeout, "seconds to wait for an answer, 0 for ever")
-        ->capture_default_str();
-    app.add_flag("--raw", wanted.raw, "print the answer's body as it came, and nothing else");
-    app.add_flag("--print-body", wanted.print_body, "print the body of the request, and send nothing");
-    app.add_flag("--list", wanted.list, "list the commands and the statuses, and send nothing")
-        ->excludes(command);
-    add_body_options(app, wanted);
+    if (const verb *given = parsed_verb(app))
+        return fail(exit_usage, given->name, error.what());
+    app.exit(error);
+    return exit_usage;
 }
 } // namespace
 
@@ -204,24 +162,28 @@ int main(int argc, char **argv)
     init_tool();
     options wanted;
     CLI::App app{"Sends one command to a qelcd daemon and prints the status and the answer.\n"
-                 "Exit status: 0 for status 0, 1 for any other status, 2 for wrong usage, 3 for no answer."};
+                 "Exit status: 0 for status 0, 1 for any other status, 2 for wrong usage, 3 for no answer.",
+                 "qelc"};
+    app.formatter(help_format());
     add_options(app, wanted);
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp &) {
-        fputs(help(app).c_str(), stdout);
+        fputs(app.help().c_str(), stdout);
         return exit_ok;
     } catch (const CLI::ParseError &error) {
-        app.exit(error);
-        return exit_usage;
+        return complain(app, error);
     }
     if (wanted.list) {
         print_lists();
         return exit_ok;
     }
-    if (wanted.command.empty()) {
-        fputs(help(app).c_str(), stderr);
+    const verb *given = parsed_verb(app);
+    if (!given && wanted.command.empty()) {
+        fputs(app.help().c_str(), stderr);
         return exit_usage;
     }
-    return run(wanted);
+    if (app.count("--timeout") == 0)
+        allow_for_disks(wanted);
+    return run(wanted, given);
 }

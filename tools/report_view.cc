@@ -1,24 +1,9 @@
 #include "tools/report_view.h"
 
 #include "base/number.h"
-#include "base/xml.h"
-
-#include <algorithm>
-#include <vector>
+#include "tools/text_table.h"
 
 namespace {
-constexpr char no_report[] = "not a client report";
-
-std::string value(const xmlNode *node, const char *attribute)
-{
-    return xml_attribute(node, attribute).value_or("");
-}
-
-const xmlNode *client_of(const xml_doc &doc)
-{
-    return doc && xml_root(doc) ? find_child(xml_root(doc), "Client") : nullptr;
-}
-
 size_t count_children(const xmlNode *list, const char *name)
 {
     size_t count = 0;
@@ -44,32 +29,11 @@ std::string partition_table(const std::string &type)
     return type == "1" ? "MBR" : type == "2" ? "GPT" : "-";
 }
 
-using table = std::vector<std::vector<std::string>>;
-
-// Rows of cells with aligned columns, two blanks between them; the first row is the heading.
-std::string align(const table &rows)
-{
-    std::vector<size_t> widths;
-    for (const auto &row : rows) {
-        widths.resize(std::max(widths.size(), row.size()));
-        for (size_t i = 0; i < row.size(); ++i)
-            widths[i] = std::max(widths[i], row[i].size());
-    }
-    std::string text;
-    for (const auto &row : rows) {
-        std::string line = "  ";
-        for (size_t i = 0; i < row.size(); ++i)
-            line += row[i] + std::string(widths[i] + 2 - row[i].size(), ' ');
-        text += line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
-    }
-    return text;
-}
-
-void add_row(table &rows, const xmlNode *node, std::initializer_list<const char *> attributes)
+void add_row(text_table &rows, const xmlNode *node, std::initializer_list<const char *> attributes)
 {
     auto &row = rows.emplace_back();
     for (const char *attribute : attributes)
-        row.push_back(value(node, attribute));
+        row.push_back(report_value(node, attribute));
 }
 
 // One of the report's plain lists: a column per attribute, under the attribute's own name.
@@ -79,7 +43,7 @@ std::string plain_list(const xmlNode *client, const char *list_name, const char 
     const xmlNode *list = find_child(client, list_name);
     if (count_children(list, element) == 0)
         return "";
-    table rows{{attributes.begin(), attributes.end()}};
+    text_table rows{{attributes.begin(), attributes.end()}};
     for (const xmlNode *child : xml_children{list}) {
         if (xml_is_named(child, element))
             add_row(rows, child, attributes);
@@ -92,28 +56,40 @@ std::string disk_list(const xmlNode *client)
     const xmlNode *list = find_child(client, "DiskList");
     if (!list)
         return "";
-    table rows{{"Disk", "Size", "Table", "GUID", "FS", "Used", "System", "Vendor"}};
+    text_table rows{{"Disk", "Size", "Table", "GUID", "FS", "Used", "System", "Vendor"}};
     for (const xmlNode *disk : xml_children{list}) {
         if (!xml_is_named(disk, "Disk"))
             continue;
-        rows.push_back({value(disk, "Name"), human_size(value(disk, "Size")),
-                        partition_table(value(disk, "Type")), value(disk, "Guid"), value(disk, "FS"), "",
-                        value(disk, "SysDisk") == "1" ? "yes" : "", value(disk, "Vendor")});
+        rows.push_back({report_value(disk, "Name"), human_size(report_value(disk, "Size")),
+                        partition_table(report_value(disk, "Type")), report_value(disk, "Guid"),
+                        report_value(disk, "FS"), "", report_value(disk, "SysDisk") == "1" ? "yes" : "",
+                        report_value(disk, "Vendor")});
         for (const xmlNode *part : xml_children{disk})
-            rows.push_back({"  " + value(part, "Name"), human_size(value(part, "Size")), "",
-                            value(part, "Guid"), value(part, "FS"), human_size(value(part, "Used"))});
+            rows.push_back({"  " + report_value(part, "Name"), human_size(report_value(part, "Size")), "",
+                            report_value(part, "Guid"), report_value(part, "FS"),
+                            human_size(report_value(part, "Used"))});
     }
     return "DiskList\n" + align(rows);
 }
 } // namespace
 
+const xmlNode *report_client(const xml_doc &doc)
+{
+    return doc ? find_child(xml_root(doc), "Client") : nullptr;
+}
+
+std::string report_value(const xmlNode *node, const char *attribute)
+{
+    return xml_attribute(node, attribute).value_or("");
+}
+
 std::string report_line(const char *report)
 {
     const xml_doc doc = xml_parse_text(report);
-    const xmlNode *client = client_of(doc);
+    const xmlNode *client = report_client(doc);
     if (!client)
         return no_report;
-    std::string line = "host " + value(client, "HostName") + " [" + value(client, "IPs") + "]";
+    std::string line = "host " + report_value(client, "HostName") + " [" + report_value(client, "IPs") + "]";
     constexpr struct {
         const char *list, *element, *what;
     } lists[] = {
@@ -132,10 +108,10 @@ std::string report_line(const char *report)
 std::string report_page(const char *report)
 {
     const xml_doc doc = xml_parse_text(report);
-    const xmlNode *client = client_of(doc);
+    const xmlNode *client = report_client(doc);
     if (!client)
         return std::string(no_report) + "\n";
-    table facts;
+    text_table facts;
     for (const char *attribute :
          {"Name", "HostName", "IPs", "SysVersion", "SystemType", "ID", "Alias", "DBOEM"}) {
         if (const optional_text fact = xml_attribute(client, attribute))

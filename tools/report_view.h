@@ -1,7 +1,17 @@
 // A client report for a person to read.
 #pragma once
 
+#include "base/xml.h"
+
 #include <string>
+
+constexpr char no_report[] = "not a client report";
+
+// The element of the host that the report is about; null when the document is null or no client report.
+const xmlNode *report_client(const xml_doc &doc);
+
+// The value of an attribute; "" for none.
+std::string report_value(const xmlNode *node, const char *attribute);
 
 // The report in one line: host, addresses and, as far as it holds them, counts. Says so when the text is
 // none.

@@ -16,6 +16,8 @@ login() {
 
 start_network 10.77.0.2 10.77.0.3
 start_target 1 10.77.0.2 "$first_iqn" "$first_guid"
+mkfs.ext4 -q /var/tmp/target2 32M # a mirror that carries what its disk carried
+content=$(sha256sum </var/tmp/target2)
 start_target 2 10.77.0.3 "$second_iqn" "$second_guid"
 start_initiator
 iscsiadm -m iface -I bound -o new >/dev/null
@@ -39,3 +41,4 @@ check "and still the first" report_has "$first_guid"
 iscsiadm -m node -T "$first_iqn" -u >/dev/null
 check_within 40 "without its session the first disk leaves the report" none report_has "$first_guid"
 check "the second stays" report_has "$second_guid"
+check "nothing was written to it" test "$content" = "$(sha256sum </var/tmp/target2)"

@@ -1,18 +1,17 @@
 // The command-line tools against the shipped daemon and against each other.
-#include "tests/support/system_test.h"
+#include "tests/system/adopted_test.h"
 
 #include <sys/wait.h>
 
-#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <regex>
 
 namespace {
-class tools : public system_test {
+template <class Base>
+class with_tools : public Base {
 protected:
-    tools()
+    with_tools()
     {
         const std::string program = qelcd_path();
         setenv("BIN", program.substr(0, program.rfind('/')).c_str(), 1);
@@ -39,6 +38,14 @@ protected:
         return result;
     }
 };
+using tools = with_tools<system_test>;
+using mirror_tools = with_tools<adopted_test>;
+
+scripted_relationship mirror(int number, const char *state, unsigned percent, const char *link = "Up")
+{
+    const std::string text = std::to_string(number);
+    return {"/dev/sda" + text, "L" + text, "M" + text, state, "Running", "Up", link, "", percent};
+}
 
 constexpr char control_path[] = "/var/tmp/control";
 constexpr char served_path[] = "/var/tmp/served";
@@ -130,6 +137,7 @@ TEST_F(tools, QelcPrintsStatusAndAnswerAndEndsWithWhatTheyMean)
              "\n  <Client GUID=\"G\" Alias=\"A\"/>\n  <Manager GUID=\"M\" IPs=\"\"/>\n</Tessaron>\n"},
         {"--raw local_list", 0,
          document + "<Client GUID=\"G\" Alias=\"A\"/><Manager GUID=\"M\" IPs=\"\"/></Tessaron>\n"},
+        {"mirrors --watch", 0, "no mirrors\n"},
         {"scan_client", 1, "status 52: a manager has already adopted this client\n"},
         {"--raw rescan_devices", 1, "qelc: status 1: failure\n"},
         {"no_command", 2, "qelc: no_command: no such command (qelc --list names them all)\n"},
@@ -161,9 +169,19 @@ TEST_F(tools, QelcBuildsBodiesFromOptions)
          "--initiator-iqn I",
          R"(<Channel InitiatorIqn="I" TargetIqn="T"><Path InitiatorIP="192.0.2.1" TargetIP="192.0.2.2:3261"/>)"
          "</Channel>"},
+        {"protect 'A&1=B' --host ignored",
+         R"(<BackupList><Backup SrcGUID="A&amp;1" KavGUID="kav_{B}"/></BackupList>)"
+         R"(<Schedule StartTime="0" IntervalSeconds="0" Source="A&amp;1" SourceType="0"/>)"},
+        {"--socket /ignored protect --group g A=B C=D --start 1000 --every 600",
+         R"(<BackupList><Backup SrcGUID="A" KavGUID="kav_{B}"/><Backup SrcGUID="C" KavGUID="kav_{D}"/>)"
+         R"(</BackupList><Schedule StartTime="1000" IntervalSeconds="600" Source="g" SourceType="1"/>)"},
+        {"schedule --every 60 --start '2031-05-01 12:00:07' --disk A", // in summer
+         R"(<Backup SourceType="0" Source="A"><Schedule StartTime="1935396007" IntervalSeconds="60"/></Backup>)"},
+        {"schedule --off --group g",
+         R"(<Backup SourceType="1" Source="g"><Schedule StartTime="0" IntervalSeconds="0"/></Backup>)"},
     };
     for (const auto &one : cases)
-        EXPECT_EQ(run("$BIN/qelc --print-body " + one.arguments),
+        EXPECT_EQ(run("TZ=CET-1CEST,M3.5.0,M10.5.0/3 $BIN/qelc --print-body " + one.arguments),
                   (outcome{0, xml_head + ("<Tessaron>" + one.body + "</Tessaron>\n")}))
             << one.arguments;
     EXPECT_EQ(run("echo '<x' | $BIN/qelc --print-body -f - add_client"), (outcome{0, "<x\n"}));
@@ -187,27 +205,79 @@ TEST_F(tools, QelcNamesTheOptionThatDoesNotFit)
         {"establish_channels --initiator-iqn I --target-iqn T --initiator-ip 192.0.2.1 --target-ip "
          "192.0.2.2:x",
          "establish_channels: --target-ip 192.0.2.2:x: not ADDR[:PORT]"},
+        {"protect A=B C", "protect: C: not SRC=MIRROR"},
+        {"protect A=B --start now", "protect: --start requires --every"},
+        {"protect A=B C=D --start 1 --every 5", "protect: --every goes with a single disk, or with --group"},
+        {"resync A --guid B", "resync: --guid does not belong to this verb"},
+        {"schedule --disk A --every 5 --start '2031-02-29 12:00'",
+         "schedule: --start: 2031-02-29 12:00 is not a time: seconds since the epoch, now, or YYYY-MM-DD "
+         "HH:MM[:SS]"},
     };
     for (const auto &one : cases)
         EXPECT_EQ(run("$BIN/qelc " + one.arguments), (outcome{2, "qelc: " + one.complaint + "\n"}));
 }
 
-TEST_F(tools, StandInManagerTakesReportsAndAnswersWithItsRecord)
+TEST_F(mirror_tools, VerbsDoWhatTheySay)
 {
-    const std::string serve = "$BIN/standin-manager --count 1 --guid 'M & 1' --ip 192.0.2.1 --ip 192.0.2.2 "
-                              "--target-iqn iqn.m ";
-    const std::string send = "until $BIN/qelc --raw --host 127.0.0.1:9411 32 '" + std::string(report) +
-                             "' 2>$TMPDIR/error; test $? -ne 3; do :; done; cat $TMPDIR/error; wait";
-    const outcome answered =
-        run(serve + ">$TMPDIR/served & " + send + "; sed 's/^..:..:.. //' $TMPDIR/served");
-    EXPECT_EQ(answered.output,
-              "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<Tessaron>"
-              "<Server ID=\"M &amp; 1\" IPs=\"192.0.2.1 192.0.2.2\" TargetIqn=\"iqn.m\"/></Tessaron>\n"
-              "listening on 0.0.0.0:9411\n"
-              "127.0.0.1 command 32 origin 0: host h [192.0.2.7], disks 2 -> 0\n");
+    world.relationships({mirror(2, "UnSync", 0)});
+    start(group_element("g", 0, 0, 0, {}), "");
+    const std::string verbs[][3] = {{"protect L1=M1", "tw_disk_protect", " L1 M1"},
+                                    {"resync L2", "tw_disk_resync", " L2 0"},
+                                    {"cancel-resync L2", "tw_disk_stop_sync", " L2"},
+                                    {"--timeout 9 unprotect L2", "tw_disk_unprotect", " L2"}};
+    for (const auto &[verb, function, arguments] : verbs) {
+        world.once(function, "0");
+        EXPECT_EQ(run("$BIN/qelc " + verb), (outcome{0, "status 0: success\n"}));
+        EXPECT_EQ(world.calls(function), texts{function + arguments});
+    }
+    run("TZ=UTC $BIN/qelc schedule --group g --every 90 --start '2100-01-01 00:00'");
+    expect_saved(group_element("g", far_future, far_future, 90, {}), "");
+}
 
-    const outcome refused = run(serve + "--answer 50 >$TMPDIR/served & " + send);
-    EXPECT_EQ(refused.output, "qelc: status 50: no manager has adopted this client\n");
+TEST_F(mirror_tools, MirrorsAreShownInATable)
+{
+    world.relationships({mirror(1, "Sync Finished", 100), mirror(2, "Sync On", 45), mirror(3, "UnSync", 0),
+                         mirror(4, "Sync On", 7, "Down")});
+    start(group_element("g", far_future, far_future, 90, {"L1", "L3"}),
+          schedule_element(1, far_future, far_future, 7200) + schedule_element(2, past, past, 86400));
+    const std::string next = "$(date -ud @" + std::to_string(past + 86400) + " '+%F %T')";
+    EXPECT_EQ(run("TZ=UTC $BIN/qelc mirrors | sed \"s/" + next + "/PAST AND A DAY/\"").output,
+              R"(  Disk  Source  Mirror  State             Done   Next snapshot        Every  Group
+  sda1  L1      M1      synchronised      100 %  2100-01-01 00:00:00  2 h
+                                                 2100-01-01 00:00:00  90 s   g
+  sda2  L2      M2      synchronising     45 %   PAST AND A DAY  1 d
+  sda3  L3      M3      not synchronised  0 %    2100-01-01 00:00:00  90 s   g
+  sda4  L4      M4      mirror down       7 %
+)");
+}
+
+TEST_F(mirror_tools, WatchFollowsSynchronisationsUntilNoneRuns)
+{
+    const struct {
+        std::vector<scripted_relationship> mirrors;
+        std::string lines, drawn;
+    } steps[] = {
+        {{mirror(1, "Sync On", 10), mirror(3, "UnSync", 0)}, "sda1 synchronising 10 %\n", "  sda1  [###..."},
+        {{mirror(1, "Sync Finished", 100), mirror(2, "Recovery On", 5)},
+         "sda1 synchronised 100 %\nsda2 recovering 5 %\n",
+         "\033[1A\r  sda1  [##############################]  100 %  synchronised\033[K\r\n\r  sda2  [#...."},
+        {{mirror(1, "Sync Finished", 100)}, "sda2 no mirror any more 5 %\nended 0\n", "\033[2A\r  sda1"},
+    };
+    world.relationships(steps[0].mirrors);
+    start();
+    output_of("watch() { exec >$1; shift; \"$@\"; echo ended $?; }; "
+              "watch /var/tmp/lines $BIN/qelc mirrors --watch 1 & "
+              "watch /var/tmp/screen script -qec \"$BIN/qelc mirrors --watch 1\" /dev/null </dev/null &");
+    std::string expected;
+    for (const auto &step : steps) {
+        world.relationships(step.mirrors);
+        expected += step.lines;
+        EXPECT_TRUE(eventually([&] {
+            const std::string lines = read_file("/var/tmp/lines"), screen = read_file("/var/tmp/screen");
+            return std::regex_replace(lines, std::regex("..:..:.. "), "") == expected &&
+                   screen.find(step.drawn) != std::string::npos;
+        })) << step.lines;
+    }
 }
 
 TEST_F(tools, StandInManagerShowsAScannedHost)
@@ -245,21 +315,6 @@ TEST_F(tools, DifficultManagerDoesWhatItIsToldAndSaysSo)
             << one.options;
         EXPECT_EQ(standin::output(), "listening on 0.0.0.0:9411\n" + one.line) << one.options;
     }
-}
-
-TEST_F(tools, ChanceIsDrawnFromTheSeed)
-{
-    const auto draw = [](const std::string &seed) {
-        const standin manager("--answer 7 --chance 50 --seed " + seed);
-        std::string answers;
-        for (int i = 0; i < 40; ++i)
-            answers += standin::answer()[0];
-        return answers;
-    };
-    const std::string first = draw("1");
-    EXPECT_EQ(draw("1"), first);
-    EXPECT_NE(draw("2"), first);
-    EXPECT_NEAR(static_cast<double>(std::ranges::count(first, '7')), 20, 12) << first;
 }
 
 TEST_F(tools, HangUpChangesTheManagerAndAStalledHostStopsNoOther)

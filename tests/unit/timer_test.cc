@@ -116,16 +116,18 @@ TEST_F(Timer, ReleasedJobsAreListedUntilTheNextPassWhichFiresNone)
 
 TEST_F(Timer, LookupsGoByTypeAndNameAndTakeTheFirst)
 {
-    job_status *group = add_job(JOB_CDP_GROUP, 0, 5, "same");
-    job_status *first = add_job(JOB_CDP_DISK, 0, 5, "same");
-    job_status *second = add_job(JOB_CDP_DISK, 0, 5, "same");
-    EXPECT_EQ(job_find_cdp("same"), first);
-    EXPECT_EQ(job_find_grp("same"), group);
+    const job_status *group = add_job(JOB_CDP_GROUP, 0, 5, "same");
+    const job_status *first = add_job(JOB_CDP_DISK, 0, 5, "same");
+    const job_status *second = add_job(JOB_CDP_DISK, 0, 5, "same");
+    add_job(JOB_CDP_DISK, 0, 5, "sam");
+    EXPECT_EQ(job_find_cdp("same").get(), first);
+    EXPECT_EQ(job_find_grp("same").get(), group);
     EXPECT_EQ(job_find_grp("other"), nullptr);
     EXPECT_EQ(job_find_cdp(nullptr), nullptr);
-    for (const job_status *removed : {first, first, static_cast<job_status *>(nullptr)})
-        job_remove(removed); // only the first is on the list
-    EXPECT_EQ(job_find_cdp("same"), second);
+    const auto held = job_find_cdp("same");
+    for (const job_status *removed : {held.get(), held.get(), static_cast<job_status *>(nullptr)})
+        job_remove(removed); // only the first time it is on the list
+    EXPECT_EQ(job_find_cdp("same").get(), second);
 }
 
 // The thread never ends, so one test starts it, and that test stands last.

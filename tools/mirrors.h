@@ -1,0 +1,34 @@
+// The mirrors in a client report.
+#pragma once
+
+#include "tools/protection_bodies.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+struct mirror_schedule {
+    snapshot_times times;
+    std::string group; // whose schedule it is; "": the mirror's own
+};
+
+struct mirror_view {
+    std::string disk; // name of the source; its GUID when it has no name
+    mirror_pair guids;
+    uint32_t state = 0; // see qel_backup_state
+    int percent = 0;
+    std::vector<mirror_schedule> schedules;
+};
+
+// None when the text is no client report.
+std::optional<std::vector<mirror_view>> mirrors_of(const char *report);
+
+// The state in words.
+std::string mirror_state_text(const mirror_view &mirror);
+
+// True while data is being copied.
+bool is_synchronising(const mirror_view &mirror);
+
+// The mirrors in a table. Says so when there are none.
+std::string mirrors_page(const char *report);

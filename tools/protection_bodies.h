@@ -1,0 +1,40 @@
+// The bodies of the commands for protection: disks with their mirrors, and schedules of snapshots.
+#pragma once
+
+#include "base/text.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// When snapshots are taken; both 0: never.
+struct snapshot_times {
+    uint64_t start = 0;    // seconds since the epoch
+    uint32_t interval = 0; // seconds
+};
+
+// A disk of the host and its mirror.
+struct mirror_pair {
+    std::string source;
+    std::string mirror;
+};
+
+// Whose snapshots: a group's by its name, or a disk's by its GUID.
+struct snapshot_source {
+    bool is_group = false;
+    std::string name;
+};
+
+// The form in which the GUID of a mirror travels, and back.
+std::string wrap_mirror_guid(const std::string &guid);
+std::string unwrap_mirror_guid(const std::string &text);
+
+// Disks to protect, and when snapshots of them are taken.
+std::string protection_document(const std::vector<mirror_pair> &pairs, const snapshot_source &source,
+                                const snapshot_times &times);
+
+// A list of protected disks.
+std::string disk_list_document(const std::vector<std::string> &sources);
+
+// Other times for the snapshots of a disk or a group.
+std::string schedule_document(const snapshot_source &source, const snapshot_times &times);

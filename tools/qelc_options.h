@@ -1,0 +1,27 @@
+// The command line of qelc.
+#pragma once
+
+#include "tools/bodies.h"
+#include "tools/qelc_ask.h"
+#include "tools/verbs.h"
+
+#include <string>
+#include <vector>
+
+struct options {
+    std::string command;
+    std::vector<std::string> body_words;
+    std::string body_file;
+    option_values body_options;
+    verb_options given_to_verb;
+    peer_options peer;
+    bool raw = false;
+    bool list = false;
+    bool print_body = false;
+};
+
+// Adds the general options, the commands and the verbs to APP. WANTED must live as long as APP.
+void add_options(CLI::App &app, options &wanted);
+
+// The daemon may wait for each disk, so an answer about many is waited for longer.
+void allow_for_disks(options &wanted);
