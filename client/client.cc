@@ -89,18 +89,57 @@ void qel_remove_schedule(qel_t *c, const qel_cdpsch *schedule)
     c->cdpsch_list.remove_if([schedule](const qel_cdpsch &entry) { return &entry == schedule; });
 }
 
-void qel_remove_schedules(qel_t *c, const char *local_lun)
+size_t qel_remove_schedules(qel_t *c, const char *local_lun)
 {
     const std::lock_guard changing(c->content_lock);
-    c->cdpsch_list.remove_if(
+    return c->cdpsch_list.remove_if(
         [local_lun](const qel_cdpsch &schedule) { return !local_lun || schedule.local_lun == local_lun; });
 }
 
-qel_group *qel_find_group(qel_t *c, const std::string &name)
+qel_cdpsch *qel_find_schedule(qel_t *c, const std::string &local_lun)
+{
+    const auto found =
+        std::find_if(c->cdpsch_list.begin(), c->cdpsch_list.end(),
+                     [&](const qel_cdpsch &schedule) { return schedule.local_lun == local_lun; });
+    return found == c->cdpsch_list.end() ? nullptr : &*found;
+}
+
+qel_group *qel_find_group(qel_t *c, const optional_text &name)
 {
     const auto found = std::find_if(c->group_list.begin(), c->group_list.end(),
-                                    [&](const qel_group &group) { return group.name == name; });
+                                    [&](const qel_group &group) { return name && group.name == name; });
     return found == c->group_list.end() ? nullptr : &*found;
+}
+
+void qel_add_group(qel_t *c, qel_group group)
+{
+    const std::lock_guard changing(c->content_lock);
+    c->group_list.push_back(std::move(group));
+}
+
+void qel_remove_group(qel_t *c, const qel_group *group)
+{
+    const std::lock_guard changing(c->content_lock);
+    c->group_list.remove_if([group](const qel_group &entry) { return &entry == group; });
+}
+
+void qel_add_members(qel_t *c, qel_group &group, std::list<qel_group_disk> &members)
+{
+    const std::lock_guard changing(c->content_lock);
+    group.member_list.splice(group.member_list.end(), members);
+}
+
+bool qel_remove_member(qel_t *c, qel_group &group, const optional_text &disk_guid)
+{
+    const std::lock_guard changing(c->content_lock);
+    auto &members = group.member_list;
+    const auto found = std::find_if(members.begin(), members.end(), [&](const qel_group_disk &member) {
+        return member.disk_guid == disk_guid;
+    });
+    if (found == members.end())
+        return false;
+    members.erase(found);
+    return true;
 }
 
 void qel_remove_groups(qel_t *c)

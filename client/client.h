@@ -91,8 +91,8 @@ qel_cdpsch &qel_add_schedule(qel_t *c, qel_cdpsch schedule);
 // Frees one CDP schedule of the record.
 void qel_remove_schedule(qel_t *c, const qel_cdpsch *schedule);
 
-// Frees the CDP schedules of the disk LOCAL_LUN, or all of them for null.
-void qel_remove_schedules(qel_t *c, const char *local_lun);
+// Frees the CDP schedules of the disk LOCAL_LUN, or all of them for null. Returns how many.
+size_t qel_remove_schedules(qel_t *c, const char *local_lun);
 
 // Sets the times of a group's or a disk's schedule.
 template <class Scheduled>
@@ -104,11 +104,23 @@ void qel_set_times(qel_t *c, Scheduled &schedule, const cdp_times &times)
     schedule.cdp_timeout = times.timeout;
 }
 
-// The first group of that name; null for none.
-qel_group *qel_find_group(qel_t *c, const std::string &name);
+// The first group of that name; null for none, and for an absent name.
+qel_group *qel_find_group(qel_t *c, const optional_text &name);
 
-// Frees all consistency groups.
+void qel_add_group(qel_t *c, qel_group group);
+
+// Frees one consistency group of the record, or all of them.
+void qel_remove_group(qel_t *c, const qel_group *group);
 void qel_remove_groups(qel_t *c);
+
+// Moves MEMBERS to the tail of the group's.
+void qel_add_members(qel_t *c, qel_group &group, std::list<qel_group_disk> &members);
+
+// Frees the first member of that GUID. False when there is none.
+bool qel_remove_member(qel_t *c, qel_group &group, const optional_text &disk_guid);
+
+// The first CDP schedule of the disk; null for none.
+qel_cdpsch *qel_find_schedule(qel_t *c, const std::string &local_lun);
 
 // 1 when a manager with a GUID has adopted the client, else 0; -1 for a null record. Either lock will do.
 int qel_is_protected(const qel_t *c);

@@ -3,14 +3,12 @@
 #include "base/log.h"
 #include "client/channels.h"
 #include "client/client.h"
+#include "client/databases.h"
 #include "client/disk_identity.h"
 #include "client/disks.h"
 #include "client/host.h"
 
-#include <kavagt.h>
-
 #include <algorithm>
-#include <cstdlib>
 
 qel_inventory_t g_inventory;
 
@@ -67,29 +65,6 @@ void refresh_disks(bool traced)
     g_inventory.disks.swap(disks);
     sign_unidentified_disks(traced);
 }
-
-qel_db_t to_database(const Kavapp &app)
-{
-    return {
-        .instance_name = optional_copy(app.instance_name),
-        .db_type = app.db_type,
-        .archive_log = app.archive_log,
-        .db_name = optional_copy(app.db_name),
-        .db_user = optional_copy(app.db_user),
-        .db_passwd = optional_copy(app.db_passwd),
-        .oracle_home = optional_copy(app.oracle_home),
-        .host = optional_copy(app.host),
-        .port = optional_copy(app.port),
-    };
-}
-
-void free_app(Kavapp *app)
-{
-    for (char *text : {app->instance_name, app->db_name, app->db_user, app->db_passwd, app->oracle_home,
-                       app->host, app->port})
-        free(text);
-    free(app);
-}
 } // namespace
 
 std::unique_lock<std::mutex> qel_inventory_lock()
@@ -144,16 +119,28 @@ void qel_refresh_backups()
     g_inventory.backups.swap(backups);
 }
 
-bool qel_is_disk_present(const optional_text &guid)
+bool qel_has_disk(const optional_text &guid)
 {
     if (!guid || guid->empty()) // a LUN that does not say who it is has an empty one
         return false;
-    const qel_inventory_t *inventory = qel_rescan_inventory();
-    const auto held = qel_inventory_lock();
-    return std::any_of(inventory->disks.begin(), inventory->disks.end(), [&](const qel_disk_t &disk) {
+    return std::any_of(g_inventory.disks.begin(), g_inventory.disks.end(), [&](const qel_disk_t &disk) {
         return disk.guid == guid || std::any_of(disk.parts.begin(), disk.parts.end(),
                                                 [&](const qel_part_t &part) { return part.guid == guid; });
     });
+}
+
+bool qel_is_disk_present(const optional_text &guid)
+{
+    refresh_inventory(false);
+    const auto held = qel_inventory_lock();
+    return qel_has_disk(guid);
+}
+
+qel_backup_t *qel_find_backup(const std::string &src_guid)
+{
+    const auto found = std::find_if(g_inventory.backups.begin(), g_inventory.backups.end(),
+                                    [&](const qel_backup_t &backup) { return backup.src_guid == src_guid; });
+    return found == g_inventory.backups.end() ? nullptr : &*found;
 }
 
 mirror_level qel_mirror_level(std::string qel_backup_t::*end, const optional_text &guid)
@@ -167,21 +154,4 @@ mirror_level qel_mirror_level(std::string qel_backup_t::*end, const optional_tex
         worst = mirror_level::level;
     }
     return worst;
-}
-
-int qel_get_dbs(std::list<qel_db_t> *list)
-{
-    if (!list)
-        return -1;
-    list->clear();
-    kav_list apps;
-    kav_list_init(&apps);
-    const int result = Kav_list_app(&apps);
-    for (kav_list *link = apps.next; link != &apps;) {
-        auto *app = kav_list_entry(link, Kavapp, link);
-        link = link->next;
-        list->push_back(to_database(*app));
-        free_app(app);
-    }
-    return result;
 }

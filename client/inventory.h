@@ -122,8 +122,14 @@ qel_inventory_t *qel_rescan_inventory();
 // lock.
 void qel_refresh_backups();
 
-// True when this host, looked at anew as by qel_rescan_inventory, has a disk or a partition with that GUID.
+// True when the inventory has a disk or a partition with that GUID. The caller holds its lock.
+bool qel_has_disk(const optional_text &guid);
+
+// The same after qel_rescan_inventory; the caller holds neither lock.
 bool qel_is_disk_present(const optional_text &guid);
+
+// The first relationship of that source disk; null for none. The caller holds the inventory's lock.
+qel_backup_t *qel_find_backup(const std::string &src_guid);
 
 // How far the mirrors of a disk are.
 enum class mirror_level { none, behind, level };
@@ -131,6 +137,3 @@ enum class mirror_level { none, behind, level };
 // The worst of the relationships whose END, src_guid or dest_guid, is GUID. The caller holds the inventory's
 // lock.
 mirror_level qel_mirror_level(std::string qel_backup_t::*end, const optional_text &guid);
-
-// Replaces LIST by the databases that the CDP agent library lists. Returns 0, or -1.
-int qel_get_dbs(std::list<qel_db_t> *list);

@@ -4,8 +4,8 @@
 #include "client/client.h"
 #include "client/inventory.h"
 #include "client/relationship_chain.h"
-#include "commands/adoption.h"
 #include "commands/device_wait.h"
+#include "commands/frame.h"
 #include "commands/protection.h"
 #include "config/config.h"
 #include "jobs/cdp_schedule.h"
@@ -189,15 +189,13 @@ int answer_with_failures(request &req, const disk_list &failed)
 
 int add_backup(request *req)
 {
-    log_info("Recv cmd: ADD_BACKUP");
-    if (!req) {
-        log_error("Failed to parse null request.");
-        return status_failure;
-    }
-    if (!is_adopted()) {
-        log_error("Failed to add backup relationships for unprotected client.");
-        return status_not_adopted;
-    }
+    const int status =
+        enter_command({.received = "Recv cmd: ADD_BACKUP",
+                       .null_request = "Failed to parse null request.",
+                       .not_adopted = "Failed to add backup relationships for unprotected client."},
+                      req);
+    if (status != status_ok)
+        return status;
     protection wanted;
     if (xml_to_cdpsch_list(req->recv_xml.get(), &wanted.requested, &wanted.schedule, &wanted.group) < 0) {
         log_error("Failed to fetch backup info from xml");

@@ -3,7 +3,7 @@
 #include "client/client.h"
 #include "client/inventory.h"
 #include "client/relationship_chain.h"
-#include "commands/adoption.h"
+#include "commands/frame.h"
 #include "commands/protection.h"
 #include "config/config.h"
 #include "jobs/cdp_schedule.h"
@@ -106,11 +106,9 @@ bool release_disks(const xmlNode *list)
 
 int del_backup(request *req)
 {
-    log_info("Recv cmd: DEL_BACKUP");
-    if (!req)
-        return status_failure;
-    if (!is_adopted())
-        return status_not_adopted;
+    const int status = enter_command({.received = "Recv cmd: DEL_BACKUP"}, req);
+    if (status != status_ok)
+        return status;
     const xml_doc doc = req->recv_xml ? xml_parse_text(req->recv_xml.get()) : nullptr;
     const xmlNode *list = backup_list(doc);
     if (!list)

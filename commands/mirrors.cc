@@ -2,7 +2,7 @@
 
 #include "base/log.h"
 #include "base/xml.h"
-#include "commands/adoption.h"
+#include "commands/frame.h"
 #include "protocol/commands.h"
 #include "protocol/request.h"
 #include "requests/manager.h"
@@ -44,11 +44,9 @@ bool stop_resync(const std::string &guid)
 
 int init_mirror(request *req)
 {
-    log_info("Recv cmd: INIT_MIRROR");
-    if (!req)
-        return status_failure;
-    if (!is_adopted())
-        return status_not_adopted;
+    const int status = enter_command({.received = "Recv cmd: INIT_MIRROR"}, req);
+    if (status != status_ok)
+        return status;
     guid_list disks;
     if (xml_to_bp_srcguid(req->recv_xml.get(), &disks) < 0)
         return status_unreadable_request;
@@ -65,13 +63,11 @@ int init_mirror(request *req)
 
 int cancel_init_mirror(request *req)
 {
-    log_info("Recv cmd: CANCEL_INIT_MIRROR");
-    if (!req) {
-        log_error("Failed to parse request, null pointer.");
-        return status_failure;
-    }
-    if (!is_adopted())
-        return status_not_adopted;
+    const int status = enter_command({.received = "Recv cmd: CANCEL_INIT_MIRROR",
+                                      .null_request = "Failed to parse request, null pointer."},
+                                     req);
+    if (status != status_ok)
+        return status;
     guid_list disks;
     if (xml_to_bp_srcguid(req->recv_xml.get(), &disks) < 0) {
         log_error("Failed to parse XML doc.");

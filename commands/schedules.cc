@@ -6,16 +6,37 @@
 #include "base/xml.h"
 #include "client/client.h"
 #include "client/inventory.h"
-#include "commands/adoption.h"
+#include "commands/frame.h"
 #include "config/config.h"
 #include "jobs/cdp_schedule.h"
 #include "protocol/commands.h"
 #include "protocol/request.h"
 #include "requests/document.h"
 
-#include <algorithm>
-
 namespace {
+// What the manager's command and the agent's differ in. The agent's element has another name, its complaints
+// have not.
+struct set_command {
+    command_frame frame;
+    const char *element;
+    int unreadable;      // status
+    const char *created; // logged at the end for a disk that had no schedule
+};
+
+constexpr set_command manager_command = {.frame = {.received = "Recv cmd: SET_CDP_SCHEDULE"},
+                                         .element = "Backup",
+                                         .unreadable = status_failure,
+                                         .created = "Complete cmd SET_CDP_SCHEDULE."};
+constexpr set_command agent_command = {
+    .frame = {.received = "Recv cmd:KAV_SET_CDP_SCHEDULE",
+              .null_request = "Null request, operation abortd.",
+              .not_adopted = "Error: client is not protected by a server."},
+    .element = "Snap",
+    .unreadable = status_unreadable_request,
+    .created = "Complete work: SET_CDP_SCHEDULE."};
+
+enum class outcome { failed, changed, created };
+
 struct schedule_request {
     bool is_group = false;
     std::string source; // the group's name, or the disk's GUID
@@ -24,42 +45,43 @@ struct schedule_request {
 
 // --- The request -------------------------------------------------------------------------------------------
 
-const xmlNode *required_child(const xmlNode *parent, const char *name)
+// LABEL is what the log calls the element.
+const xmlNode *required_child(const xmlNode *parent, const char *name, const char *label)
 {
     const xmlNode *child = find_child(parent, name);
     if (!child)
-        log_error("Failed to retrieve node %s.", name);
+        log_error("Failed to retrieve node %s.", label);
     return child;
 }
 
 // Stores the attribute. False after a log line when there is none.
-bool read_attribute(const xmlNode *node, const char *name, std::string &value)
+bool read_attribute(const xmlNode *node, const char *label, const char *name, std::string &value)
 {
     optional_text text = xml_attribute(node, name);
     if (!text) {
-        log_error("Failed to retrieve property %s of node %s.", name,
-                  reinterpret_cast<const char *>(node->name));
+        log_error("Failed to retrieve property %s of node %s.", name, label);
         return false;
     }
     value = *std::move(text);
     return true;
 }
 
-int read_request(const char *text, schedule_request &wanted)
+int read_request(const char *text, const char *element, schedule_request &wanted)
 {
     const xml_doc doc = open_document(text, {.unreadable = "Failed to parse XML doc.",
                                              .empty = "Invalid XML format, unexpected root element.",
                                              .wrong_root = "Invalid XML format, unexpected root element."});
     if (!doc)
         return -1;
-    const xmlNode *backup = required_child(xml_root(doc), "Backup");
-    const xmlNode *schedule = backup ? required_child(backup, "Schedule") : nullptr;
+    const xmlNode *source = required_child(xml_root(doc), element, "Backup");
+    const xmlNode *schedule = source ? required_child(source, "Schedule", "Schedule") : nullptr;
     std::string source_type;
     std::string start;
     std::string interval;
-    if (!schedule || !read_attribute(backup, "SourceType", source_type) ||
-        !read_attribute(backup, "Source", wanted.source) || !read_attribute(schedule, "StartTime", start) ||
-        !read_attribute(schedule, "IntervalSeconds", interval))
+    if (!schedule || !read_attribute(source, "Backup", "SourceType", source_type) ||
+        !read_attribute(source, "Backup", "Source", wanted.source) ||
+        !read_attribute(schedule, "Schedule", "StartTime", start) ||
+        !read_attribute(schedule, "Schedule", "IntervalSeconds", interval))
         return -1;
     log_info("Received new schedule, console start time: %s, interval: %s", start.c_str(), interval.c_str());
     wanted.is_group = source_type == "1";
@@ -89,7 +111,7 @@ void apply_to_job(const qel_group &group, const cdp_times &times)
     }
 }
 
-int schedule_group(const schedule_request &wanted)
+outcome schedule_group(const schedule_request &wanted)
 {
     const char *name = wanted.source.c_str();
     log_info("Updaing CDP schedule for group %s.", name);
@@ -98,24 +120,17 @@ int schedule_group(const schedule_request &wanted)
     qel_group *group = qel_find_group(g_client, wanted.source);
     if (!group) {
         log_info("Failed to find group.");
-        return -1;
+        return outcome::failed;
     }
     log_new_times("group", wanted);
     qel_set_times(g_client, *group, wanted.times);
     apply_to_job(*group, wanted.times);
     qel_save(g_client);
     log_info("Config file is updated for group %s.", name);
-    return 0;
+    return outcome::changed;
 }
 
 // --- Single disks ------------------------------------------------------------------------------------------
-
-qel_cdpsch *find_schedule(const std::string &guid)
-{
-    const auto found = std::find_if(g_client->cdpsch_list.begin(), g_client->cdpsch_list.end(),
-                                    [&](const qel_cdpsch &entry) { return entry.local_lun == guid; });
-    return found == g_client->cdpsch_list.end() ? nullptr : &*found;
-}
 
 // False when the disk has no schedule yet.
 bool change_schedule(const schedule_request &wanted)
@@ -123,7 +138,7 @@ bool change_schedule(const schedule_request &wanted)
     const char *guid = wanted.source.c_str();
     const std::lock_guard held(g_client->lock);
     log_info("Looking for disk %s in existing schedule list.", guid);
-    qel_cdpsch *schedule = find_schedule(wanted.source);
+    qel_cdpsch *schedule = qel_find_schedule(g_client, wanted.source);
     if (!schedule)
         return false;
     log_new_times("disk", wanted);
@@ -139,15 +154,6 @@ bool change_schedule(const schedule_request &wanted)
     qel_save(g_client);
     log_info("Config file is updated for disk %s.", guid);
     return true;
-}
-
-// The caller holds both locks.
-qel_backup_t *find_backup(const std::string &guid)
-{
-    log_info("Looking for disk %s in backup list.", guid.c_str());
-    const auto found = std::find_if(g_inventory.backups.begin(), g_inventory.backups.end(),
-                                    [&](const qel_backup_t &entry) { return entry.src_guid == guid; });
-    return found == g_inventory.backups.end() ? nullptr : &*found;
 }
 
 void register_schedule(const qel_backup_t &backup, const cdp_times &times)
@@ -166,15 +172,16 @@ void register_schedule(const qel_backup_t &backup, const cdp_times &times)
 
 // The first schedule of a protected disk. A group's snapshot takes these two locks the other way round, so
 // neither is waited for here while the other is held.
-int create_schedule(const schedule_request &wanted)
+outcome create_schedule(const schedule_request &wanted)
 {
     const char *guid = wanted.source.c_str();
     log_info("Failed to find disk %s in existing schedule list.", guid);
     const std::scoped_lock held(g_inventory.lock, g_client->lock);
-    qel_backup_t *backup = find_backup(wanted.source);
+    log_info("Looking for disk %s in backup list.", guid);
+    qel_backup_t *backup = qel_find_backup(wanted.source);
     if (!backup) {
         log_info("Failed to find disk %s in backup list.", guid);
-        return -1;
+        return outcome::failed;
     }
     log_new_times("disk", wanted);
     backup->start_time = wanted.times.con_start_time;
@@ -183,32 +190,40 @@ int create_schedule(const schedule_request &wanted)
     if (!wanted.times.are_set()) {
         log_info("No schedule is applied.");
         log_info("Failed to find disk %s in backup list.", guid);
-        return -1;
+        return outcome::failed;
     }
     register_schedule(*backup, wanted.times);
-    return 0;
+    return outcome::created;
 }
 
-int schedule_disk(const schedule_request &wanted)
+outcome schedule_disk(const schedule_request &wanted)
 {
     log_info("Updating CDP schedule for disk %s.", wanted.source.c_str());
-    return change_schedule(wanted) ? 0 : create_schedule(wanted);
+    return change_schedule(wanted) ? outcome::changed : create_schedule(wanted);
+}
+
+int set_schedule(const set_command &command, const request *req)
+{
+    const int status = enter_command(command.frame, req);
+    if (status != status_ok)
+        return status;
+    schedule_request wanted;
+    if (read_request(req->recv_xml.get(), command.element, wanted) < 0)
+        return command.unreadable;
+    const outcome result = wanted.is_group ? schedule_group(wanted) : schedule_disk(wanted);
+    if (result == outcome::failed)
+        return status_failure;
+    log_info("%s", result == outcome::created ? command.created : "Complete cmd SET_CDP_SCHEDULE.");
+    return status_ok;
 }
 } // namespace
 
 int set_cdp_schedule(request *req)
 {
-    log_info("Recv cmd: SET_CDP_SCHEDULE");
-    if (!req)
-        return status_failure;
-    if (!is_adopted())
-        return status_not_adopted;
-    schedule_request wanted;
-    if (read_request(req->recv_xml.get(), wanted) < 0)
-        return status_failure;
-    const int result = wanted.is_group ? schedule_group(wanted) : schedule_disk(wanted);
-    if (result < 0)
-        return status_failure;
-    log_info("Complete cmd SET_CDP_SCHEDULE.");
-    return status_ok;
+    return set_schedule(manager_command, req);
+}
+
+int kav_set_cdp_schedule(request *req)
+{
+    return set_schedule(agent_command, req);
 }

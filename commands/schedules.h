@@ -1,8 +1,16 @@
-// The CDP schedules of disks and groups. Handlers of the command table, see command_handler.
+// The CDP schedules of disks and groups. Handlers of the command table, see command_handler; those that begin
+// with kav_ are the CDP agent's.
 #pragma once
 
 struct request;
 
-// Sets, changes or removes the schedule of one group or of one protected disk. Never has an answer of its
-// own.
+// Sets, changes or removes the schedule of one group or of one protected disk. No answer but the status.
 int set_cdp_schedule(request *req);
+int kav_set_cdp_schedule(request *req);
+
+// Answers the console's start and the interval of the schedule of one group or disk.
+int kav_get_cdp_schedule(request *req);
+
+// Removes the schedule of one group or disk. For a disk without one the client record's lock is never
+// released.
+int kav_del_cdp_schedule(request *req);

@@ -1,10 +1,13 @@
 #include "daemon/command_table.h"
 
 #include "commands/channels.h"
+#include "commands/databases.h"
+#include "commands/groups.h"
 #include "commands/membership.h"
 #include "commands/mirrors.h"
 #include "commands/protection.h"
 #include "commands/schedules.h"
+#include "commands/snapshots.h"
 #include "protocol/commands.h"
 
 #include <array>
@@ -28,9 +31,26 @@ constexpr command_row rows[] = {
     {15, set_cdp_schedule},
     {16, init_mirror},
     {17, cancel_init_mirror},
+    {21, create_snapshot},
+    {23, snap_restore},
+    {45, db_set},
+    {46, bg_create},
+    {48, rem_disk_from_bg},
+    {49, dbcfg_del},
     {54, refresh_server},
     {55, rescan_devices},
     {57, nop_command},
+    {62, del_backup_grp},
+    {69, add_disk_to_grp},
+    {30000, kav_create_cdp},
+    {30001, kav_set_cdp_schedule},
+    {30002, kav_get_cdp_schedule},
+    {30003, kav_del_cdp_schedule},
+    {30004, kav_create_group},
+    {30005, kav_get_group},
+    {30006, kav_delete_group},
+    {30007, kav_add_member},
+    {30008, kav_del_member},
     {30010, local_list},
     {30011, local_withdraw},
 };

@@ -47,27 +47,10 @@ bool is_mirror_level(const std::string &mirror)
     }
 }
 
-bool is_member_level(const qel_group_disk &member)
-{
-    const auto held = qel_inventory_lock();
-    switch (qel_mirror_level(&qel_backup_t::src_guid, member.disk_guid)) {
-    case mirror_level::behind:
-        log_error("Disk %s is not synchronized yet, snapshort creation canceled.",
-                  printable(member.disk_guid));
-        return false;
-    case mirror_level::none:
-        log_error("Unable to find backup relationship of disk %s, snapshot creation canceled.",
-                  printable(member.disk_guid));
-        return false;
-    default:
-        return true;
-    }
-}
-
 bool snap_group(const qel_group &group)
 {
     for (const qel_group_disk &member : group.member_list) {
-        if (!is_member_level(member))
+        if (check_group_member(member) != mirror_level::level)
             return false;
     }
     log_info("CDP Schedule: Group %s found.", printable(group.name));
@@ -95,6 +78,19 @@ bool snap_groups(const std::string &name)
     return true;
 }
 } // namespace
+
+mirror_level check_group_member(const qel_group_disk &member)
+{
+    const auto held = qel_inventory_lock();
+    const mirror_level level = qel_mirror_level(&qel_backup_t::src_guid, member.disk_guid);
+    if (level == mirror_level::behind)
+        log_error("Disk %s is not synchronized yet, snapshort creation canceled.",
+                  printable(member.disk_guid));
+    else if (level == mirror_level::none)
+        log_error("Unable to find backup relationship of disk %s, snapshot creation canceled.",
+                  printable(member.disk_guid));
+    return level;
+}
 
 int _create_snapshot(const job_status *job)
 {

@@ -1,7 +1,13 @@
 // The snapshots that CDP schedules ask for: taken only when every disk concerned is level with its mirror.
 #pragma once
 
+#include "client/client.h"
+#include "client/inventory.h"
+
 struct job_status;
+
+// How far the mirrors of a group's member are; anything but level is logged. Takes the inventory's lock.
+mirror_level check_group_member(const qel_group_disk &member);
 
 // The handlers of the jobs: each starts a worker thread. Returns 0, or -1 when none was started.
 int _create_snapshot(const job_status *job);

@@ -71,9 +71,15 @@ constexpr uint16_t status_unreadable_request = 4;
 constexpr uint16_t status_not_adopted = 50;
 constexpr uint16_t status_already_adopted = 52;
 constexpr uint16_t status_still_protected = 10000;
+constexpr uint16_t status_disk_not_released = 10016;
 constexpr uint16_t status_init_failed = 10018;
 constexpr uint16_t status_cancel_init_failed = 10019;
+constexpr uint16_t status_snapshot_failed = 10021;
+constexpr uint16_t status_not_synchronised = 10023;
+constexpr uint16_t status_no_backup = 10024;
 constexpr uint16_t status_no_initiator_tool = 10025;
+constexpr uint16_t status_database_failed = 10028;
+constexpr uint16_t status_group_in_use = 10029;
 constexpr uint16_t status_no_initiator_service = 10031;
 constexpr uint16_t status_channel_failure = 10039;
 
@@ -84,15 +90,15 @@ constexpr status_meaning status_meanings[] = {
     {status_not_adopted, "no manager has adopted this client"},
     {status_already_adopted, "a manager has already adopted this client"},
     {status_still_protected, "the client cannot be released while disks are protected"},
-    {10016, "a disk could not be released from protection"},
+    {status_disk_not_released, "a disk could not be released from protection"},
     {status_init_failed, "mirror initialisation failed"},
     {status_cancel_init_failed, "cancelling the mirror initialisation failed"},
-    {10021, "the CDP agent failed to take a snapshot"},
-    {10023, "a disk is not synchronised yet"},
-    {10024, "a disk has no backup relationship"},
+    {status_snapshot_failed, "the CDP agent failed to take a snapshot"},
+    {status_not_synchronised, "a disk is not synchronised yet"},
+    {status_no_backup, "a disk has no backup relationship"},
     {status_no_initiator_tool, "the iSCSI initiator tool is not installed"},
-    {10028, "database configuration failed"},
-    {10029, "the group name is already in use"},
+    {status_database_failed, "database configuration failed"},
+    {status_group_in_use, "the group name is already in use"},
     {status_no_initiator_service, "the iSCSI login failed and the iSCSI service does not run"},
     {status_channel_failure, "the iSCSI channel could not be established"},
 };

@@ -13,51 +13,89 @@ std::unique_ptr<qel_group> new_group(const char *failure)
     return group;
 }
 
-bool read_member(const xmlNode *node, std::list<qel_group_disk> &list)
+// A group with members as one side writes it.
+struct group_form {
+    const char *element;
+    const char *name;
+    const char *member;
+    const char *guid;
+    const char *no_element;
+    const char *no_memory; // for a member
+    document_messages messages;
+};
+
+constexpr group_form manager_group = {.element = "BGCreate",
+                                      .name = "BGName",
+                                      .member = "SrcDisk",
+                                      .guid = "SrcGUID",
+                                      .no_element = "Failed to retrieve node BGCreate.",
+                                      .no_memory = "Failed to allocate memory for group member.",
+                                      .messages = {}};
+constexpr group_form agent_group = {.element = "Group",
+                                    .name = "name",
+                                    .member = "Disk",
+                                    .guid = "guid",
+                                    .no_element = "Failed to retrieve node Group.",
+                                    .no_memory = "Failed to allocate memory fot group member.",
+                                    .messages = {.unreadable = "Failed to parse xml document.",
+                                                 .empty = "Empty xml document.",
+                                                 .wrong_root = "Error: xml's root node must be 'Tessaron'."}};
+
+bool read_member(const xmlNode *node, const group_form &form, std::list<qel_group_disk> &list)
 {
-    if (!xml_is_named(node, "SrcDisk")) {
+    if (!xml_is_named(node, form.member)) {
         log_warning("Unexpected node for disk member creation, ignore.");
         return false;
     }
-    optional_text guid = xml_attribute(node, "SrcGUID");
+    optional_text guid = xml_attribute(node, form.guid);
     if (!guid) {
-        log_warning("Missing property SrcGUID, ignore.");
+        log_warning("Missing property SrcGUID, ignore."); // whatever the attribute is called
         return false;
     }
     qel_group_disk *member = list_append(list);
     if (!member) {
-        log_warning("Failed to allocate memory for group member.");
+        log_warning("%s", form.no_memory);
         return false;
     }
     log_info("Disk %s retrieved.", guid->c_str());
     member->disk_guid = std::move(guid);
     return true;
 }
-} // namespace
 
-std::unique_ptr<qel_group> xml_to_backup_grp(const char *text, bool *is_cluster)
+std::unique_ptr<qel_group> read_group(const char *text, const group_form &form, bool *is_cluster)
 {
     *is_cluster = false;
-    const xml_doc doc = open_document(text);
+    const xml_doc doc = open_document(text, form.messages);
     if (!doc)
         return nullptr;
-    const xmlNode *node = find_child(xml_root(doc), "BGCreate");
+    const xmlNode *node = find_child(xml_root(doc), form.element);
     if (!node) {
-        log_error("Failed to retrieve node BGCreate.");
+        log_error("%s", form.no_element);
         return nullptr;
     }
     std::unique_ptr<qel_group> group = new_group("Failed to allocate memory for disk group creation.");
     if (!group)
         return nullptr;
-    group->name = xml_attribute(node, "BGName");
+    group->name = xml_attribute(node, form.name);
     *is_cluster = is_true(xml_attribute(node, "IsCluster"));
     for (const xmlNode *child = node->children; child;) {
-        // Only a member leads on to the next child. Managers send nothing else, and the system has always
+        // Only a member leads on to the next child. Nobody sends anything else, and the system has always
         // stood still here rather than made a group of part of a request.
-        if (read_member(child, group->member_list))
+        if (read_member(child, form, group->member_list))
             child = child->next;
     }
     return group;
+}
+} // namespace
+
+std::unique_ptr<qel_group> xml_to_backup_grp(const char *text, bool *is_cluster)
+{
+    return read_group(text, manager_group, is_cluster);
+}
+
+std::unique_ptr<qel_group> xml_kav_to_backup_grp(const char *text, bool *is_cluster)
+{
+    return read_group(text, agent_group, is_cluster);
 }
 
 int xml_to_bg_info(std::string *disk_guid, std::string *group, const char *text)

@@ -84,6 +84,9 @@ optional_text get_mirror_guid_of_local(const char *local_guid, const qel_invento
 
 // --- Databases -----------------------------------------------------------------------------------------
 
+// The database of "DBSet", without host and port; null on failure.
+std::unique_ptr<qel_db_t> xml_to_KavApp(const char *text, bool *is_cluster);
+
 // The instance that "DBCfgDel" names; absent when there is none. IS_CLUSTER is only set when the document
 // says something about it.
 optional_text xml_to_instance_name(const char *text, bool *is_cluster);

@@ -11,6 +11,49 @@ optional_text required(const xmlNode *snap, const char *name)
     return value;
 }
 
+// A snapshot's source as one side writes it.
+struct snap_form {
+    bool has_cluster; // "IsCluster" is required, else it is not read
+    const char *no_element;
+    document_messages messages;
+};
+
+constexpr snap_form manager_snap = {.has_cluster = true,
+                                    .no_element = "Failed to retrieve node Snap from XML request.",
+                                    .messages = {.empty = "Failed to retrieve root element of the XML doc."}};
+constexpr snap_form agent_snap = {.has_cluster = false,
+                                  .no_element = "Failed to retrieve node Snap.",
+                                  .messages = {.empty = "Failed to retrieve root element of the XML doc.",
+                                               .wrong_root = "Error :xml's root node must be 'Tessaron'."}};
+
+int read_snap(const char *text, const snap_form &form, snap_request *snap)
+{
+    const xml_doc doc = open_document(text, form.messages);
+    if (!doc)
+        return -1;
+    const xmlNode *node = find_child(xml_root(doc), "Snap");
+    if (!node) {
+        log_error("%s", form.no_element);
+        return -1;
+    }
+    const optional_text source_type = required(node, "SourceType");
+    if (!source_type)
+        return -1;
+    snap->source_type = source_type == "0" ? snap_disk : snap_group;
+    log_info("Source type for manual CDP creation: %d.", snap->source_type);
+    snap->source = required(node, "Source");
+    if (!snap->source)
+        return -1;
+    if (snap->source_type == snap_disk)
+        take_braced(*snap->source);
+    log_info("Source identity for manual CDP creation: %s.", snap->source->c_str());
+    const optional_text is_cluster = form.has_cluster ? required(node, "IsCluster") : "0";
+    if (!is_cluster)
+        return -1;
+    snap->is_cluster = is_true(is_cluster);
+    return 0;
+}
+
 int read_volume(const xmlNode *snap, std::list<std::string> &list)
 {
     const optional_text guid = xml_attribute(snap, "SnapVolGUID");
@@ -32,30 +75,12 @@ int read_volume(const xmlNode *snap, std::list<std::string> &list)
 
 int xml_to_snap_guid(const char *text, snap_request *snap)
 {
-    const xml_doc doc = open_document(text, {.empty = "Failed to retrieve root element of the XML doc."});
-    if (!doc)
-        return -1;
-    const xmlNode *node = find_child(xml_root(doc), "Snap");
-    if (!node) {
-        log_error("Failed to retrieve node Snap from XML request.");
-        return -1;
-    }
-    const optional_text source_type = required(node, "SourceType");
-    if (!source_type)
-        return -1;
-    snap->source_type = source_type == "0" ? snap_disk : snap_group;
-    log_info("Source type for manual CDP creation: %d.", snap->source_type);
-    snap->source = required(node, "Source");
-    if (!snap->source)
-        return -1;
-    if (snap->source_type == snap_disk)
-        take_braced(*snap->source);
-    log_info("Source identity for manual CDP creation: %s.", snap->source->c_str());
-    const optional_text is_cluster = required(node, "IsCluster");
-    if (!is_cluster)
-        return -1;
-    snap->is_cluster = is_true(is_cluster);
-    return 0;
+    return read_snap(text, manager_snap, snap);
+}
+
+int xml_kav_to_snapshot(const char *text, snap_request *snap)
+{
+    return text ? read_snap(text, agent_snap, snap) : -1;
 }
 
 int xml_to_snap_vol_guid(const char *text, std::list<std::string> *list)

@@ -5,14 +5,18 @@ cd "$(dirname "$0")/.."
 
 usage() {
     cat <<'END'
-usage: scripts/soak.sh [--sanitize address|thread] [SECONDS]
+usage: scripts/soak.sh [--sanitize address|thread] [--storm] [SECONDS]
 
 Runs for SECONDS (600) in a private host and prints what the working process held before and after. Ends with status 1
 when it crashed, left a client without an answer, or held more than before. The figures stand in docs/reliability.md.
+
+  --storm   instead: every command from 32 clients while platform libraries fail and dawdle at random and timers fire;
+            prints how often each status was answered
 END
 }
 
 preset=release
+storm=
 while (($# > 0)); do
     case $1 in
         -h | --help) usage; exit 0 ;;
@@ -20,6 +24,10 @@ while (($# > 0)); do
             [[ ${2-} == address || ${2-} == thread ]] || { usage >&2; exit 2; }
             preset=$2
             shift 2
+            ;;
+        --storm)
+            storm=yes
+            shift
             ;;
         *) break ;;
     esac
@@ -29,4 +37,9 @@ seconds=${1-600}
 
 scripts/install-packages build demo
 scripts/build.sh "$preset"
+if [[ -n $storm ]]; then
+    export QELCD_STORM_SECONDS=$seconds
+    export TSAN_OPTIONS=${TSAN_OPTIONS-halt_on_error=1:second_deadlock_stack=1}
+    exec scripts/private-host -n soak-host "build/$preset/bin/storm-tests"
+fi
 scripts/private-host -n soak-host scripts/soak/host.sh "build/$preset" "$seconds"

@@ -78,7 +78,8 @@ public:
     void part_type(const std::string &path, unsigned type);
 
     // What calls of FUNCTION, with these arguments when there are some, return: the next one, or all. RESULT
-    // is a number, or exit:N. Without a result queries have natural answers, and an action fails the test.
+    // is a number, several with bars between them of which one is drawn, or exit:N. Without a result queries
+    // have natural answers, and an action fails the test.
     void once(const std::string &function, const std::string &result,
               const std::vector<std::string> &arguments = {});
     void always(const std::string &function, const std::string &result,

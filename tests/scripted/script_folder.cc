@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <random>
 #include <set>
 #include <sstream>
 #include <thread>
@@ -124,6 +125,17 @@ std::string joined(const std::string &function, const std::vector<std::string> &
     return text;
 }
 
+// One of the numbers that stand between bars.
+int one_of(const std::string &numbers)
+{
+    static thread_local std::minstd_rand random(std::random_device{}());
+    auto at = std::uniform_int_distribution<ptrdiff_t>(0, std::ranges::count(numbers, '|'))(random);
+    size_t begin = 0;
+    for (; at > 0; --at)
+        begin = numbers.find('|', begin) + 1;
+    return atoi(numbers.c_str() + begin);
+}
+
 std::optional<int> scripted_result(const std::string &function, const std::vector<std::string> &arguments)
 {
     if (!getenv("QELCD_SCRIPT"))
@@ -133,7 +145,7 @@ std::optional<int> scripted_result(const std::string &function, const std::vecto
     const auto result = take_result(function, arguments);
     if (result && result->starts_with("exit:"))
         _exit(atoi(result->c_str() + 5));
-    return result ? std::optional(atoi(result->c_str())) : std::nullopt;
+    return result ? std::optional(one_of(*result)) : std::nullopt;
 }
 } // namespace
 

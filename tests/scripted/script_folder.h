@@ -17,7 +17,7 @@
 //   part-types     PATH TYPE
 //   results        once FUNCTION RESULT [ARGUMENT...]: what the next call with these arguments returns
 //                  always FUNCTION RESULT [ARGUMENT...]: the same for every call
-//                  A RESULT exit:N ends the process.
+//                  A RESULT exit:N ends the process, one such as 0|-1 is drawn from its numbers.
 //   delays         FUNCTION SECONDS [from N]: what every call, or every one from the Nth on, waits first
 //
 // and is written by the libraries, a line a time:

@@ -1,4 +1,4 @@
-#include "requests/manager.h"
+#include "requests/agent.h"
 #include "tests/support/captured_log.h"
 #include "tests/unit/shown.h"
 
@@ -55,10 +55,11 @@ std::string group(const char *text)
     return parsed ? shown(*parsed) + (cluster ? " cluster" : "") : "refused";
 }
 
-std::string snap_guid(const char *text)
+template <auto parse>
+std::string snap(const char *text)
 {
     snap_request snap;
-    if (xml_to_snap_guid(text, &snap) != 0)
+    if (parse(text, &snap) != 0)
         return "refused";
     return (snap.source_type == snap_disk ? "disk " : "group ") + shown(snap.source) +
            (snap.is_cluster ? " cluster" : "");
@@ -83,6 +84,17 @@ std::string instance_name(const char *text)
     return shown(name) + (cluster ? " cluster" : "");
 }
 
+std::string database(const char *text)
+{
+    bool cluster = true;
+    const std::unique_ptr<qel_db_t> db = xml_to_KavApp(text, &cluster);
+    if (!db)
+        return "refused";
+    return shown(db->instance_name) + ' ' + std::to_string(db->db_type) + ' ' + shown(db->db_name) + ' ' +
+           shown(db->db_user) + ' ' + shown(db->db_passwd) + ' ' + std::to_string(db->archive_log) + ' ' +
+           shown(db->oracle_home) + (cluster ? " cluster" : "");
+}
+
 #define REQUEST(body) "<Tessaron>" body "</Tessaron>"
 #define BACKUPS(source_type)                                                                                 \
     REQUEST("<BackupList><Backup SrcGUID='l' KavGUID='kav_{m}'/><x/>"                                        \
@@ -93,6 +105,8 @@ TEST(Requests, WhatIsThereIsTakenAndWhatIsMissingIsNamed)
 {
     constexpr auto backup_grp = group<xml_to_backup_grp>, del_grp = group<xml_to_del_grp>;
     constexpr auto bg_info = two_texts<xml_to_bg_info>, volname = two_texts<xml_to_volname>;
+    constexpr auto snap_guid = snap<xml_to_snap_guid>, agent_snap = snap<xml_kav_to_snapshot>;
+    constexpr auto agent_grp = group<xml_kav_to_backup_grp>;
     constexpr auto bp_srcguid = list_of<xml_to_bp_srcguid>, snap_volumes = list_of<xml_to_snap_vol_guid>;
     const struct {
         parser *parse;
@@ -116,6 +130,10 @@ TEST(Requests, WhatIsThereIsTakenAndWhatIsMissingIsNamed)
          "n b a cluster"},
         {backup_grp, REQUEST("<BGCreate IsCluster='true'/>"), "-"},
         {backup_grp, "<Tessaron/>", "refused", "3 Failed to retrieve node BGCreate.\n"},
+        {agent_grp, REQUEST("<Group name='n' IsCluster='1'><Disk guid='b'/><Disk guid='a'/></Group>"),
+         "n b a cluster"},
+        {agent_grp, "<Tessaron/>", "refused", "3 Failed to retrieve node Group.\n"},
+        {agent_grp, "<Other/>", "refused", "3 Error: xml's root node must be 'Tessaron'.\n"},
         {del_grp, REQUEST("<BGDelete BGName='n'/>"), "n"},
         {del_grp, REQUEST("<BGDelete IsCluster='1'/>"), "refused", "3 Missing property BGName.\n"},
         {del_grp, "<Tessaron/>", "refused", "3 Failed to retrieve node BGDelete\n"},
@@ -132,6 +150,13 @@ TEST(Requests, WhatIsThereIsTakenAndWhatIsMissingIsNamed)
         {snap_guid, "<Tessaron/>", "refused", "3 Failed to retrieve node Snap from XML request.\n"},
         {snap_guid, REQUEST("<Snap SourceType='0' Source='a'/>"), "refused",
          "3 Failed to retrieve property IsCluster from Snap node.\n"},
+        {agent_snap, REQUEST("<Snap SourceType='0' Source='kav_{abc}' IsCluster='1'/>"), "disk abc"},
+        {agent_snap, REQUEST("<Snap SourceType='2' Source='g'/>"), "group g"},
+        {agent_snap, REQUEST("<Snap SourceType='0'/>"), "refused",
+         "3 Failed to retrieve property Source from Snap node.\n"},
+        {agent_snap, "<Tessaron/>", "refused", "3 Failed to retrieve node Snap.\n"},
+        {agent_snap, "<Other/>", "refused", "3 Error :xml's root node must be 'Tessaron'.\n"},
+        {agent_snap, nullptr, "refused"},
         {snap_volumes, REQUEST("<Snap SnapVolGUID='kav_{a}'/><Other/><Snap/><Snap SnapVolGUID='b'/>"), "a b ",
          "3 Node Snap doesn't contain SnapVolGUID property, ignore!\n"},
         {bp_srcguid, REQUEST("<BackupList><Backup SrcGUID='a'/><Backup SrcGUID='b'/></BackupList>"),
@@ -151,6 +176,12 @@ TEST(Requests, WhatIsThereIsTakenAndWhatIsMissingIsNamed)
         {volname, REQUEST("<!-- first --><Backup SrcGUID='a'/>"), "refused"},
         {instance_name, REQUEST("<DBCfgDel InstanceName='i'/>"), "i cluster"},
         {instance_name, REQUEST("<DBCfgDel IsCluster='2'/>"), "-"},
+        {database,
+         REQUEST("<DBSet DBType='0' DBUser='u' DBPasswd='p' InstanceName='i' ArchiveLog='1x' OracleHome='/o' "
+                 "IsCluster='1'/>"),
+         "i 1 oracle u p 1 /o cluster"},
+        {database, REQUEST("<DBSet DBType='1'/>"), "- 0 - - - 0 -"},
+        {database, "<Tessaron/>", "refused", "3 Failed to retrieve DBSet node.\n"},
     };
     for (const auto &row : cases) {
         take_log();
@@ -176,6 +207,7 @@ TEST(RequestsDeathTest, ChildThatIsNoMemberIsNeverPassed)
     const std::pair<parser *, const char *> cases[] = {
         {group<xml_to_backup_grp>, REQUEST("<BGCreate><Disk SrcGUID='a'/></BGCreate>")},
         {group<xml_to_backup_grp>, REQUEST("<BGCreate><SrcDisk/></BGCreate>")},
+        {group<xml_kav_to_backup_grp>, REQUEST("<Group><Disk SrcGUID='a'/></Group>")},
         {list_of<xml_to_bp_srcguid>, REQUEST("<BackupList><Disk SrcGUID='a'/></BackupList>")},
         {list_of<xml_to_bp_srcguid>, REQUEST("<BackupList><Backup/></BackupList>")},
     };

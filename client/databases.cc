@@ -1,0 +1,76 @@
+#include "client/databases.h"
+
+#include <kavagt.h>
+
+#include <cstdlib>
+
+namespace {
+qel_db_t to_database(const Kavapp &app)
+{
+    return {
+        .instance_name = optional_copy(app.instance_name),
+        .db_type = app.db_type,
+        .archive_log = app.archive_log,
+        .db_name = optional_copy(app.db_name),
+        .db_user = optional_copy(app.db_user),
+        .db_passwd = optional_copy(app.db_passwd),
+        .oracle_home = optional_copy(app.oracle_home),
+        .host = optional_copy(app.host),
+        .port = optional_copy(app.port),
+    };
+}
+
+void free_app(Kavapp *app)
+{
+    for (char *text : {app->instance_name, app->db_name, app->db_user, app->db_passwd, app->oracle_home,
+                       app->host, app->port})
+        free(text);
+    free(app);
+}
+
+// The library's view of a text that lives on in our record.
+char *borrowed(optional_text &text)
+{
+    return text ? text->data() : nullptr;
+}
+} // namespace
+
+int qel_get_dbs(std::list<qel_db_t> *list)
+{
+    if (!list)
+        return -1;
+    list->clear();
+    kav_list apps;
+    kav_list_init(&apps);
+    const int result = Kav_list_app(&apps);
+    for (kav_list *link = apps.next; link != &apps;) {
+        auto *app = kav_list_entry(link, Kavapp, link);
+        link = link->next;
+        list->push_back(to_database(*app));
+        free_app(app);
+    }
+    return result;
+}
+
+void qel_refresh_databases()
+{
+    std::list<qel_db_t> databases;
+    qel_get_dbs(&databases);
+    const auto held = qel_inventory_lock();
+    g_inventory.dbs.swap(databases);
+}
+
+int qel_connect_database(qel_db_t &database)
+{
+    Kavapp app = {.link = {},
+                  .instance_name = borrowed(database.instance_name),
+                  .db_type = database.db_type,
+                  .archive_log = database.archive_log,
+                  .db_name = borrowed(database.db_name),
+                  .db_user = borrowed(database.db_user),
+                  .db_passwd = borrowed(database.db_passwd),
+                  .oracle_home = borrowed(database.oracle_home),
+                  .host = borrowed(database.host),
+                  .port = borrowed(database.port)};
+    return Kav_connect_db_flush_cfg(&app);
+}
