@@ -123,6 +123,12 @@ void qel_remove_group(qel_t *c, const qel_group *group)
     c->group_list.remove_if([group](const qel_group &entry) { return &entry == group; });
 }
 
+bool qel_has_member(const qel_group &group, const optional_text &disk_guid)
+{
+    return std::any_of(group.member_list.begin(), group.member_list.end(),
+                       [&](const qel_group_disk &member) { return member.disk_guid == disk_guid; });
+}
+
 void qel_add_members(qel_t *c, qel_group &group, std::list<qel_group_disk> &members)
 {
     const std::lock_guard changing(c->content_lock);

@@ -113,6 +113,8 @@ void qel_add_group(qel_t *c, qel_group group);
 void qel_remove_group(qel_t *c, const qel_group *group);
 void qel_remove_groups(qel_t *c);
 
+bool qel_has_member(const qel_group &group, const optional_text &disk_guid);
+
 // Moves MEMBERS to the tail of the group's.
 void qel_add_members(qel_t *c, qel_group &group, std::list<qel_group_disk> &members);
 

@@ -13,8 +13,6 @@
 #include <kavdisk.h>
 #include <tw.h>
 
-#include <algorithm>
-
 namespace {
 const xmlNode *backup_list(const xml_doc &doc)
 {
@@ -48,19 +46,13 @@ bool unprotect(const char *guid)
     return true;
 }
 
-bool is_member(const qel_group &group, const std::string &guid)
-{
-    return std::any_of(group.member_list.begin(), group.member_list.end(),
-                       [&](const qel_group_disk &member) { return member.disk_guid == guid; });
-}
-
 // A group cannot be snapshotted any more without its disk. FOUND stays set for the whole request: once a disk
 // was in a group, later ones are looked for in the first group only, and managers count on that.
 void clear_group_schedule(const std::string &guid, bool &found)
 {
     const std::lock_guard held(g_client->lock);
     for (qel_group &group : g_client->group_list) {
-        if (is_member(group, guid)) {
+        if (qel_has_member(group, guid)) {
             log_debug("Disk %s is in Group %s, clear cdpsch.", guid.c_str(), printable(group.name));
             found = true;
             qel_set_times(g_client, group, {});

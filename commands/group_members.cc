@@ -107,18 +107,18 @@ bool remove_member(const std::string &name, const std::string &guid)
     return false;
 }
 
-// Takes every member of WANTED out of GROUP, as often as it is in there.
+// Takes every disk that WANTED names out of GROUP, in the order in which they are in there.
 bool remove_members(qel_group &group, const qel_group &wanted)
 {
-    bool removed = false;
-    for (const qel_group_disk &member : wanted.member_list) {
-        while (qel_remove_member(g_client, group, member.disk_guid)) {
-            log_info("Disk %s has removed", printable(member.disk_guid));
-            qel_save(g_client);
-            removed = true;
-        }
+    std::list<qel_group_disk> leaving = group.member_list;
+    leaving.remove_if(
+        [&](const qel_group_disk &member) { return !qel_has_member(wanted, member.disk_guid); });
+    for (const qel_group_disk &member : leaving) {
+        qel_remove_member(g_client, group, member.disk_guid);
+        log_info("Disk %s has removed", printable(member.disk_guid));
+        qel_save(g_client);
     }
-    return removed;
+    return !leaving.empty();
 }
 
 bool remove_members_everywhere(const qel_group &wanted)

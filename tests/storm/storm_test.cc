@@ -8,7 +8,7 @@
 #include "tests/support/daemon.h"
 #include "tests/support/files.h"
 #include "tests/support/manager.h"
-#include "tests/support/processes.h"
+#include "tests/support/run.h"
 
 #include <gtest/gtest.h>
 
@@ -22,6 +22,7 @@
 namespace {
 constexpr size_t client_count = 32;
 constexpr size_t disk_count = 6;
+constexpr char tools[] = "/usr/local/sbin";
 
 using dice = std::minstd_rand;
 
@@ -213,6 +214,10 @@ protected:
     {
         write_config({.guid = "C-1", .manager_guid = "M-1", .manager_ips = {"127.0.0.1"}});
         std::filesystem::create_directories("/var/lib/iscsi/ifaces");
+        add_tool("get_db_home.sh", "echo 0");
+        add_tool("iscsiadm", "exit $(($$ % 3 == 0))");
+        add_tool("pgrep", "echo 1");
+        setenv("PATH", (std::string(tools) + ":" + getenv("PATH")).c_str(), 1);
         world.disks(all_disks());
         for (size_t i = 0; i < disk_count; ++i)
             world.scsi_guid("/dev/lun" + std::to_string(i), guid_of(i));
@@ -225,6 +230,13 @@ protected:
             world.always(function, "1|0");
         for (const char *function : {"kav_call_grp_markcdp", "kavdisk_get_devs", "tw_disk_stat"})
             world.delay(function, 0.01);
+    }
+
+    static void add_tool(const char *name, const char *script)
+    {
+        const std::string path = std::string(tools) + "/" + name;
+        write_file(path, std::string("#!/bin/sh\n") + script + "\n");
+        std::filesystem::permissions(path, std::filesystem::perms::owner_all);
     }
 
     void change_world(dice &random)
@@ -282,6 +294,7 @@ protected:
             printf("command %5u status %5u: %zu\n", command.first, command.second, count);
     }
 
+    fake_folder tools_{tools};
     script world;
     fake_manager manager_;
     std::mutex statuses_lock_;
@@ -292,6 +305,17 @@ size_t thread_count()
 {
     const std::filesystem::directory_iterator threads("/proc/self/task");
     return static_cast<size_t>(std::distance(begin(threads), end(threads)));
+}
+
+// When nothing goes on. A heartbeat may be under way at any one moment, but not for a whole second.
+size_t resting_threads()
+{
+    size_t fewest = thread_count();
+    for (int i = 0; i < 100; ++i) {
+        fewest = std::min(fewest, thread_count());
+        std::this_thread::sleep_for(10ms);
+    }
+    return fewest;
 }
 
 std::chrono::seconds duration()
@@ -305,12 +329,12 @@ TEST_F(storm, EveryClientIsAnsweredAndNothingIsLeftBehind)
 {
     std::thread(_main).detach();
     ASSERT_TRUE(eventually(is_serving));
-    ASSERT_TRUE(eventually([] { return thread_count() == 5; })) << "this one, main, scan, timer, the manager";
+    const size_t at_rest = resting_threads();
     play(duration());
     world.relationships({});
     EXPECT_TRUE(eventually(
         [] { return ask(3, in_root(R"(<Server ID="M-1"/><Client ID="C-1"/>)"))->head.ret != 10000; }));
-    EXPECT_TRUE(eventually([] { return thread_count() == 5; }, 60s)) << thread_count() << " threads";
+    EXPECT_TRUE(eventually([&] { return thread_count() <= at_rest; }, 60s)) << thread_count() << " threads";
     {
         const std::lock_guard held(g_client->lock);
         const std::string left = read_file(config_file_path);
@@ -320,4 +344,12 @@ TEST_F(storm, EveryClientIsAnsweredAndNothingIsLeftBehind)
         EXPECT_TRUE(g_client->group_list.empty());
     }
     print_statuses();
+}
+
+// The working process never returns; what it uses must not be taken down under it.
+int main(int argc, char **argv)
+{
+    const int status = run_in_private_host(argc, argv);
+    fflush(stdout);
+    std::quick_exit(status);
 }
