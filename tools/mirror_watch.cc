@@ -1,7 +1,6 @@
 #include "tools/mirror_watch.h"
 
 #include "tools/mirrors.h"
-#include "tools/report_view.h"
 
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -167,7 +166,7 @@ std::optional<mirror_list> ask_for_mirrors(const peer_options &peer, int &status
     const char *text = reply->recv_xml.get();
     std::optional<mirror_list> mirrors = mirrors_of(text ? text : "");
     if (!mirrors)
-        status = fail(exit_no_answer, "the answer", no_report);
+        status = fail_unreadable();
     return mirrors;
 }
 } // namespace

@@ -40,7 +40,7 @@ mirror_view read_mirror(const xmlNode *backup, const xmlNode *groups)
 {
     mirror_view mirror{
         .disk = report_value(backup, "SrcName"),
-        .guids = {report_value(backup, "SrcGUID"), unwrap_mirror_guid(report_value(backup, "DestGUID"))},
+        .guids = {report_value(backup, "SrcGUID"), unwrap_guid(report_value(backup, "DestGUID"))},
         .state = scan_u32(report_value(backup, "State").c_str()),
         .percent = scan_int(report_value(backup, "Percent").c_str())};
     if (mirror.disk.empty())
@@ -50,19 +50,13 @@ mirror_view read_mirror(const xmlNode *backup, const xmlNode *groups)
     return mirror;
 }
 
-// The report has the start that the console set; from it the daemon has made the next run in this way.
-std::string next_run(const snapshot_times &times)
-{
-    return local_time_text(cdp_times_from(times.start, times.interval, time(nullptr)).start_time);
-}
-
 void add_rows(text_table &rows, const mirror_view &mirror)
 {
     rows.push_back({mirror.disk, mirror.guids.source, mirror.guids.mirror, mirror_state_text(mirror),
                     std::to_string(mirror.percent) + " %"});
     for (const mirror_schedule &schedule : mirror.schedules) {
         auto &row = &schedule == &mirror.schedules.front() ? rows.back() : rows.emplace_back(5);
-        row.push_back(next_run(schedule.times));
+        row.push_back(local_time_text(next_snapshot(schedule.times)));
         row.push_back(interval_text(schedule.times.interval));
         row.push_back(schedule.group);
     }
@@ -108,11 +102,17 @@ bool is_synchronising(const mirror_view &mirror)
     return mirror.state == backup_synchronising || mirror.state == backup_recovering;
 }
 
-std::string mirrors_page(const char *report)
+// The report has the start that the console set; from it the daemon has made the next run in this way.
+uint64_t next_snapshot(const snapshot_times &times)
+{
+    return cdp_times_from(times.start, times.interval, time(nullptr)).start_time;
+}
+
+optional_text mirrors_page(const char *report)
 {
     const auto mirrors = mirrors_of(report);
     if (!mirrors)
-        return std::string(no_report) + "\n";
+        return std::nullopt;
     if (mirrors->empty())
         return "no mirrors\n";
     text_table rows{{"Disk", "Source", "Mirror", "State", "Done", "Next snapshot", "Every", "Group"}};

@@ -30,5 +30,8 @@ std::string mirror_state_text(const mirror_view &mirror);
 // True while data is being copied.
 bool is_synchronising(const mirror_view &mirror);
 
-// The mirrors in a table. Says so when there are none.
-std::string mirrors_page(const char *report);
+// The next run of a schedule, in seconds since the epoch.
+uint64_t next_snapshot(const snapshot_times &times);
+
+// The mirrors in a table. Says so when there are none; none when the text is no client report.
+optional_text mirrors_page(const char *report);

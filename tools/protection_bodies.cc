@@ -6,11 +6,6 @@ namespace {
 constexpr char wrap_front[] = "kav_{";
 constexpr char wrap_back[] = "}";
 
-const char *source_type(const snapshot_source &source)
-{
-    return source.is_group ? "1" : "0";
-}
-
 xmlNode *add_schedule(xmlNode *parent, const snapshot_times &times)
 {
     xmlNode *schedule = xml_add_element(parent, "Schedule");
@@ -20,12 +15,17 @@ xmlNode *add_schedule(xmlNode *parent, const snapshot_times &times)
 }
 } // namespace
 
-std::string wrap_mirror_guid(const std::string &guid)
+const char *source_type(const snapshot_source &source)
+{
+    return source.is_group ? "1" : "0";
+}
+
+std::string wrap_guid(const std::string &guid)
 {
     return wrap_front + guid + wrap_back;
 }
 
-std::string unwrap_mirror_guid(const std::string &text)
+std::string unwrap_guid(const std::string &text)
 {
     constexpr size_t front = sizeof wrap_front - 1, back = sizeof wrap_back - 1;
     const bool wrapped =
@@ -41,7 +41,7 @@ std::string protection_document(const std::vector<mirror_pair> &pairs, const sna
     for (const mirror_pair &pair : pairs) {
         xmlNode *backup = xml_add_element(list, "Backup");
         xml_add_attribute(backup, "SrcGUID", pair.source);
-        xml_add_attribute(backup, "KavGUID", wrap_mirror_guid(pair.mirror));
+        xml_add_attribute(backup, "KavGUID", wrap_guid(pair.mirror));
     }
     xmlNode *schedule = add_schedule(xml_root(doc), times);
     xml_add_attribute(schedule, "Source", source.name);

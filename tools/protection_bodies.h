@@ -25,9 +25,12 @@ struct snapshot_source {
     std::string name;
 };
 
-// The form in which the GUID of a mirror travels, and back.
-std::string wrap_mirror_guid(const std::string &guid);
-std::string unwrap_mirror_guid(const std::string &text);
+// As documents say which of the two it is.
+const char *source_type(const snapshot_source &source);
+
+// The form in which the GUID of a mirror travels, and back. Some commands have other GUIDs in it, too.
+std::string wrap_guid(const std::string &guid);
+std::string unwrap_guid(const std::string &text);
 
 // Disks to protect, and when snapshots of them are taken.
 std::string protection_document(const std::vector<mirror_pair> &pairs, const snapshot_source &source,

@@ -3,6 +3,7 @@
 #include "base/file.h"
 #include "protocol/commands.h"
 #include "tools/mirror_watch.h"
+#include "tools/password.h"
 #include "tools/qelc_help.h"
 #include "tools/qelc_options.h"
 
@@ -78,11 +79,9 @@ bool take_body(const options &wanted, uint32_t code, optional_text &body)
     return false;
 }
 
-// What the daemon is asked: a command, or a verb, whose answer may have a view of its own.
 struct question {
     uint32_t code = 0;
     optional_text body;
-    std::string (*view)(const char *answer) = nullptr;
 };
 
 // What does not go with a verb; "" for nothing.
@@ -95,9 +94,24 @@ std::string complaint_about(const options &wanted, const verb &given)
         misplaced = "--file";
     if (!misplaced.empty())
         return misplaced + " does not belong to this verb";
-    if (wanted.raw && wanted.given_to_verb.watch)
-        return "--raw and --watch exclude each other";
+    if ((wanted.raw || wanted.json) && wanted.given_to_verb.watch)
+        return (wanted.raw ? "--raw" : "--json") + std::string(" and --watch exclude each other");
     return given.complaint(wanted.given_to_verb);
+}
+
+// The password that goes with a user, if there is one. False after a complaint.
+bool take_password(const options &wanted, const char *verb_name, verb_options &given)
+{
+    if (!given.user)
+        return true;
+    std::string error;
+    given.password = wanted.print_body
+                         ? "********" // as long as any
+                         : read_password(given.password_file, "password of " + *given.user + ": ", error);
+    if (given.password)
+        return true;
+    fail(exit_usage, verb_name, error);
+    return false;
 }
 
 // False after a complaint.
@@ -108,13 +122,20 @@ bool from_verb(const options &wanted, const verb &given, question &asked)
         fail(exit_usage, given.name, complaint);
         return false;
     }
-    asked = {given.code, given.body(wanted.given_to_verb), given.view};
+    verb_options taken = wanted.given_to_verb;
+    if (!take_password(wanted, given.name, taken))
+        return false;
+    asked = {given.code, given.body(taken)};
     return true;
 }
 
 // False after a complaint.
 bool from_command(const options &wanted, question &asked)
 {
+    if (wanted.json) {
+        fail(exit_usage, wanted.command, "--json goes with a verb");
+        return false;
+    }
     const std::optional<uint32_t> code = find_code(wanted.command);
     if (!code) {
         fail(exit_usage, wanted.command, "no such command (qelc --list names them all)");
@@ -122,6 +143,21 @@ bool from_command(const options &wanted, question &asked)
     }
     asked.code = *code;
     return take_body(wanted, *code, asked.body);
+}
+
+// GIVEN is the verb, if the question was one. Returns what the program ends with.
+int print_reply(const options &wanted, const verb *given, const request &reply)
+{
+    if (given && wanted.json)
+        return print_json_answer(reply, given->json);
+    if (!given || !given->view || wanted.raw || reply.recv_head.ret != status_ok)
+        return print_answer(reply, wanted.raw);
+    const char *text = reply.recv_xml.get();
+    const optional_text page = given->view(text ? text : "");
+    if (!page)
+        return fail_unreadable();
+    fputs(page->c_str(), stdout);
+    return exit_ok;
 }
 
 int run(const options &wanted, const verb *given)
@@ -138,20 +174,17 @@ int run(const options &wanted, const verb *given)
 
     int status = exit_ok;
     const std::unique_ptr<request> reply = ask(wanted.peer, asked.code, asked.body, status);
-    if (!reply)
-        return status;
-    if (!asked.view || wanted.raw || reply->recv_head.ret != status_ok)
-        return print_answer(*reply, wanted.raw);
-    const char *text = reply->recv_xml.get();
-    fputs(asked.view(text ? text : "").c_str(), stdout);
-    return exit_ok;
+    return reply ? print_reply(wanted, given, *reply) : status;
 }
 
 // Complaints of the parser about a verb look like those of the verb itself.
 int complain(const CLI::App &app, const CLI::ParseError &error)
 {
-    if (const verb *given = parsed_verb(app))
-        return fail(exit_usage, given->name, error.what());
+    const CLI::App &last = parsed_app(app);
+    const std::string name = full_name_of(last);
+    if (!name.empty())
+        return fail(exit_usage, name,
+                    verb_of(last) ? error.what() : "its verb is missing (--help names them all)");
     app.exit(error);
     return exit_usage;
 }
@@ -178,12 +211,12 @@ int main(int argc, char **argv)
         print_lists();
         return exit_ok;
     }
-    const verb *given = parsed_verb(app);
+    const verb *given = verb_of(parsed_app(app));
     if (!given && wanted.command.empty()) {
         fputs(app.help().c_str(), stderr);
         return exit_usage;
     }
-    if (app.count("--timeout") == 0)
-        allow_for_disks(wanted);
+    if (given && app.count("--timeout") == 0)
+        allow_for_slowness(wanted, *given);
     return run(wanted, given);
 }

@@ -10,6 +10,11 @@ int fail(int status, const std::string &what, const std::string &why)
     return status;
 }
 
+int fail_unreadable()
+{
+    return fail(exit_no_answer, "the answer", "not of the form that belongs to the question");
+}
+
 std::unique_ptr<request> ask(const peer_options &peer, uint32_t code, const optional_text &body, int &status)
 {
     std::optional<endpoint> host;

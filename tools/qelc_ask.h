@@ -20,6 +20,9 @@ struct peer_options {
 // Complains on standard error. Returns STATUS.
 int fail(int status, const std::string &what, const std::string &why);
 
+// For an answer that is not what the question was about. Returns exit_no_answer.
+int fail_unreadable();
+
 // One command with its answer, over a connection of its own. Null after a complaint, and STATUS is then what
 // the program ends with.
 std::unique_ptr<request> ask(const peer_options &peer, uint32_t code, const optional_text &body, int &status);

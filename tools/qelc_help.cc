@@ -8,14 +8,16 @@ namespace {
 class formatter : public CLI::Formatter {
     std::string make_description(const CLI::App *app) const override
     {
-        const std::string front = verb_of(*app) ? "qelc " + app->get_name() + ": " : "";
-        return front + app->get_description() + "\n\n";
+        const std::string name = full_name_of(*app);
+        return (name.empty() ? "" : "qelc " + name + ": ") + app->get_description() + "\n\n";
     }
 
     std::string make_usage(const CLI::App *app, std::string /*name*/) const override
     {
         if (const verb *one = verb_of(*app))
             return std::string("Usage: qelc ") + one->name + " " + one->usage + "\n";
+        if (const std::string name = full_name_of(*app); !name.empty())
+            return "Usage: qelc " + name + " VERB ...\n";
         return "Usage: qelc [OPTIONS] COMMAND [BODY...]\n"
                "       qelc [OPTIONS] VERB ...\n";
     }
@@ -41,6 +43,8 @@ class formatter : public CLI::Formatter {
     {
         if (const verb *one = verb_of(*app))
             return std::string(one->note) + "The general options of qelc --help may stand here, too.\n";
+        if (const std::string name = full_name_of(*app); !name.empty())
+            return "qelc " + name + " VERB --help tells the rest.\n";
         return app->get_footer() + "\n";
     }
 

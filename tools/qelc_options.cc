@@ -44,7 +44,8 @@ void add_options(CLI::App &app, options &wanted)
     app.add_option("--timeout", wanted.peer.timeout, "how long to wait for an answer, 0 for ever")
         ->type_name("SECONDS")
         ->capture_default_str();
-    app.add_flag("--raw", wanted.raw, "print the answer's body as it came, and nothing else");
+    auto *raw = app.add_flag("--raw", wanted.raw, "print the answer's body as it came, and nothing else");
+    app.add_flag("--json", wanted.json, "print the answer to a verb as JSON, for programs")->excludes(raw);
     app.add_flag("--print-body", wanted.print_body, "print the body of the request, and send nothing");
     app.add_flag("--list", wanted.list, "list the commands and the statuses, and send nothing")
         ->excludes(command);
@@ -52,9 +53,8 @@ void add_options(CLI::App &app, options &wanted)
     add_verbs(app, wanted.given_to_verb);
 }
 
-void allow_for_disks(options &wanted)
+void allow_for_slowness(options &wanted, const verb &given)
 {
-    constexpr unsigned disk_seconds = 60;
-    const auto disks = static_cast<unsigned>(wanted.given_to_verb.words.size());
-    wanted.peer.timeout = std::max(wanted.peer.timeout, disks * disk_seconds);
+    if (given.seconds)
+        wanted.peer.timeout = std::max(wanted.peer.timeout, given.seconds(wanted.given_to_verb));
 }

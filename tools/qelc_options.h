@@ -16,6 +16,7 @@ struct options {
     verb_options given_to_verb;
     peer_options peer;
     bool raw = false;
+    bool json = false;
     bool list = false;
     bool print_body = false;
 };
@@ -23,5 +24,5 @@ struct options {
 // Adds the general options, the commands and the verbs to APP. WANTED must live as long as APP.
 void add_options(CLI::App &app, options &wanted);
 
-// The daemon may wait for each disk, so an answer about many is waited for longer.
-void allow_for_disks(options &wanted);
+// The daemon may take its time for a verb, for each of its disks say; it is waited for that long.
+void allow_for_slowness(options &wanted, const verb &given);

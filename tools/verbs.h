@@ -1,43 +1,36 @@
-// The verbs of qelc: what a person wants done about mirrors, as subcommands that take disks and times instead
-// of documents. A verb is a row of the table in verbs.cc.
+// The verbs of qelc: what a person wants done about mirrors, groups, snapshots and databases, as subcommands
+// that take disks and times instead of documents. A verb is a row of the table in verbs.cc.
 #pragma once
 
-#include "base/text.h"
-
-#include <CLI/App.hpp>
-#include <cstdint>
-#include <optional>
-#include <string>
-#include <vector>
-
-// What was given to a verb; each takes some of it.
-struct verb_options {
-    std::vector<std::string> words; // what stands after the verb without an option's name
-    std::string disk;
-    std::string group;
-    std::string start;
-    uint32_t every = 0;
-    bool off = false;
-    std::optional<unsigned> watch;
-};
+#include "tools/json_answer.h"
+#include "tools/verb_options.h"
 
 struct verb {
-    const char *name;
+    const char *name;  // two words for a verb among others of its kind
     const char *usage; // what stands after the name
     const char *description;
-    const char *note; // at the end of its help
+    const char *note = ""; // at the end of its help
     uint32_t code;
-    void (*add_options)(CLI::App &app, verb_options &given);
-    std::string (*complaint)(const verb_options &given); // what does not fit; "" for nothing
-    optional_text (*body)(const verb_options &given);    // when there is nothing to complain about
-    std::string (*view)(const char *answer);             // null: as every answer
+    void (*add_options)(CLI::App &app, verb_options &given) = add_no_options;
+    std::string (*complaint)(const verb_options &given) = no_complaint;
+    optional_text (*body)(const verb_options &given); // when there is nothing to complain about
+
+    // What a successful answer shows, none when the answer is something else; null: as every answer.
+    optional_text (*view)(const char *answer) = nullptr;
+    bool (*json)(const char *answer, json_object &object) = nullptr;
+
+    // How many seconds the daemon may take; null: no more than for every command.
+    unsigned (*seconds)(const verb_options &given) = nullptr;
 };
 
 // Adds the verbs to APP, which has the general options already. GIVEN must live as long as APP.
 void add_verbs(CLI::App &app, verb_options &given);
 
+// The name of a subcommand, after that of the one above it if there is one; "" for the whole program.
+std::string full_name_of(const CLI::App &app);
+
 // The verb that a subcommand stands for; null for an app that is none.
 const verb *verb_of(const CLI::App &app);
 
-// The verb on the command line; null for none.
-const verb *parsed_verb(const CLI::App &app);
+// The innermost subcommand on the command line; APP itself for none.
+const CLI::App &parsed_app(const CLI::App &app);

@@ -175,10 +175,23 @@ TEST_F(tools, QelcBuildsBodiesFromOptions)
         {"--socket /ignored protect --group g A=B C=D --start 1000 --every 600",
          R"(<BackupList><Backup SrcGUID="A" KavGUID="kav_{B}"/><Backup SrcGUID="C" KavGUID="kav_{D}"/>)"
          R"(</BackupList><Schedule StartTime="1000" IntervalSeconds="600" Source="g" SourceType="1"/>)"},
-        {"schedule --every 60 --start '2031-05-01 12:00:07' --disk A", // in summer
+        {"schedule set --every 60 --start '2031-05-01 12:00:07' --disk A", // in summer
          R"(<Backup SourceType="0" Source="A"><Schedule StartTime="1935396007" IntervalSeconds="60"/></Backup>)"},
-        {"schedule --off --group g",
+        {"schedule set --off --group g",
          R"(<Backup SourceType="1" Source="g"><Schedule StartTime="0" IntervalSeconds="0"/></Backup>)"},
+        {"schedule get --group g", R"(<Snap SourceType="1" Source="g"/>)"},
+        {"schedule delete --disk A",
+         R"(<Backup SourceType="0" Source="A"><Schedule StartTime="0" IntervalSeconds="0"/></Backup>)"},
+        {"snapshot --disk A", R"(<Snap SourceType="0" Source="kav_{A}" IsCluster="0"/>)"},
+        {"restore-wait V W", R"(<Snap SnapVolGUID="kav_{V}"/><Snap SnapVolGUID="kav_{W}"/>)"},
+        {"group create mirrors", R"(<BGCreate BGName="mirrors" IsCluster="0"/>)"}, // a verb's name
+        {"group add g A B",
+         R"(<BGCreate BGName="g" IsCluster="0"><SrcDisk SrcGUID="A"/><SrcDisk SrcGUID="B"/></BGCreate>)"},
+        {"db set --instance i", R"(<DBSet DBType="0" InstanceName="i" ArchiveLog="0" IsCluster="0"/>)"},
+        {"db set --user u --instance i --password-file /nowhere --oracle-home /o --archive-log",
+         R"(<DBSet DBType="0" DBUser="u" DBPasswd="********" InstanceName="i" ArchiveLog="1" )"
+         R"(OracleHome="/o" IsCluster="0"/>)"},
+        {"db delete --instance i", R"(<DBCfgDel InstanceName="i" IsCluster="0"/>)"},
     };
     for (const auto &one : cases)
         EXPECT_EQ(run("TZ=CET-1CEST,M3.5.0,M10.5.0/3 $BIN/qelc --print-body " + one.arguments),
@@ -190,6 +203,7 @@ TEST_F(tools, QelcBuildsBodiesFromOptions)
 
 TEST_F(tools, QelcNamesTheOptionThatDoesNotFit)
 {
+    write_file("/var/tmp/secret", "p\xff");
     const struct {
         std::string arguments;
         std::string complaint;
@@ -209,9 +223,23 @@ TEST_F(tools, QelcNamesTheOptionThatDoesNotFit)
         {"protect A=B --start now", "protect: --start requires --every"},
         {"protect A=B C=D --start 1 --every 5", "protect: --every goes with a single disk, or with --group"},
         {"resync A --guid B", "resync: --guid does not belong to this verb"},
-        {"schedule --disk A --every 5 --start '2031-02-29 12:00'",
-         "schedule: --start: 2031-02-29 12:00 is not a time: seconds since the epoch, now, or YYYY-MM-DD "
+        {"schedule set --disk A --every 5 --start '2031-02-29 12:00'",
+         "schedule set: --start: 2031-02-29 12:00 is not a time: seconds since the epoch, now, or YYYY-MM-DD "
          "HH:MM[:SS]"},
+        {"group set g", "group: its verb is missing (--help names them all)"},
+        {"group add g", "group add: GUID is missing"},
+        {"group remove g A B", "group remove: B is one word too many"},
+        {"snapshot --disk A --group g", "snapshot: --disk excludes --group"},
+        {"schedule delete", "schedule delete: --disk or --group is missing"},
+        {"group list --raw --json", "group list: --raw excludes --json"},
+        {"local_list --json", "local_list: --json goes with a verb"},
+        {"db set --instance i --user u </dev/null",
+         "db set: --password-file is missing, and standard input is no terminal to ask at"},
+        {"db set --instance i --user u --password-file /nowhere",
+         "db set: /nowhere: No such file or directory"},
+        {"db set --instance i --user u --password-file /dev/null", "db set: no password"},
+        {"db set --instance i --user u --password-file /var/tmp/secret",
+         "db set: the password holds characters that no document can carry"},
     };
     for (const auto &one : cases)
         EXPECT_EQ(run("$BIN/qelc " + one.arguments), (outcome{2, "qelc: " + one.complaint + "\n"}));
@@ -230,8 +258,67 @@ TEST_F(mirror_tools, VerbsDoWhatTheySay)
         EXPECT_EQ(run("$BIN/qelc " + verb), (outcome{0, "status 0: success\n"}));
         EXPECT_EQ(world.calls(function), texts{function + arguments});
     }
-    run("TZ=UTC $BIN/qelc schedule --group g --every 90 --start '2100-01-01 00:00'");
+    run("TZ=UTC $BIN/qelc schedule set --group g --every 90 --start '2100-01-01 00:00'");
     expect_saved(group_element("g", far_future, far_future, 90, {}), "");
+    for (const char *verb : {"create h L1 L2", "add g L2 L3", "remove h L1", "delete g"})
+        EXPECT_EQ(run("$BIN/qelc group " + std::string(verb)), (outcome{0, "status 0: success\n"})) << verb;
+    expect_saved(group_element("h", 0, 0, 0, {"L2"}), "");
+}
+
+TEST_F(mirror_tools, GroupsSchedulesAndMirrorsAreShownToPersonsAndPrograms)
+{
+    world.relationships({mirror(1, "Sync On", 45), mirror(2, "Sync Finished", 100)});
+    start(group_element("g", far_future, far_future, 90, {"L1", "L3"}) + group_element("h", 0, 0, 0, {}),
+          schedule_element(2, far_future, far_future, 7200));
+    const std::string success = R"({"status":0,"meaning":"success")";
+    const struct {
+        std::string arguments;
+        int status;
+        std::string output;
+    } cases[] = {
+        {"group list", 0, "  Group  Disk\n  g      L1\n         L3\n  h\n"},
+        {"group list --json", 0,
+         success + R"(,"groups":[{"name":"g","disks":["L1","L3"]},{"name":"h","disks":[]}]})"
+                   "\n"},
+        {"schedule get --group g", 0, "  Start  2100-01-01 00:00:00\n  Every  90 s\n"},
+        {"schedule get --group h", 0, "no schedule\n"},
+        {"--json schedule get --disk L2", 0, success + ",\"start\":4102444800,\"every\":7200}\n"},
+        {"schedule get --disk L9 --json", 1, "{\"status\":1,\"meaning\":\"failure\"}\n"},
+        {"mirrors --json", 0,
+         success +
+             R"(,"mirrors":[{"disk":"sda1","source":"L1","mirror":"M1","state":"synchronising","percent":45,)"
+             R"("schedules":[{"start":4102444800,"every":90,"next":4102444800,"group":"g"}]},)"
+             R"({"disk":"sda2","source":"L2","mirror":"M2","state":"synchronised","percent":100,)"
+             R"("schedules":[{"start":4102444800,"every":7200,"next":4102444800,"group":null}]}]})"
+             "\n"},
+        {"schedule delete --disk L2 --json", 0, success + "}\n"},
+        {"schedule delete --disk L1", 1, "status 1: failure\n"}, // has none, and the host goes on
+        {"schedule delete --group g", 0, "status 0: success\n"},
+    };
+    for (const auto &one : cases)
+        EXPECT_EQ(run("TZ=UTC $BIN/qelc " + one.arguments), (outcome{one.status, one.output}))
+            << one.arguments;
+    log.tolerate("Failed to ");
+    expect_saved(group_element("g", 0, 0, 0, {"L1", "L3"}) + group_element("h", 0, 0, 0, {}), "");
+}
+
+TEST_F(mirror_tools, ThePasswordOfADatabaseIsSeenByTheHostAlone)
+{
+    start();
+    world.always("Kav_connect_db_flush_cfg", "0");
+    const std::string set = "$BIN/qelc --json db set --instance i --user u";
+    const std::string success = R"({"status":0,"meaning":"success"})";
+    write_file("/var/tmp/secret", "s3<cret\nmore");
+    EXPECT_EQ(run(set + " --password-file /var/tmp/secret"), (outcome{0, success + "\n"}));
+    EXPECT_EQ(run(set + " --password-file - </var/tmp/secret"), (outcome{0, success + "\n"}));
+    EXPECT_EQ(
+        run("{ until grep -q : /var/tmp/screen; do sleep 0.01; done; echo 's3<cret'; } | script -qec '" +
+            set + "; stty | grep echo' /dev/null >/var/tmp/screen; cat /var/tmp/screen"),
+        (outcome{0, "password of u: \r\n" + success + "\r\n"}));
+    EXPECT_EQ(world.calls("Kav_connect_db_flush_cfg"),
+              texts(3, "Kav_connect_db_flush_cfg i 1 0 oracle u s3<cret (null) 127.0.0.1 1521"));
+    for (const log_line &line : log.lines())
+        EXPECT_EQ(line.text.find("cret"), std::string::npos) << line.text;
 }
 
 TEST_F(mirror_tools, MirrorsAreShownInATable)
