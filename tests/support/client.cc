@@ -1,13 +1,16 @@
 #include "tests/support/client.h"
 
 #include <arpa/inet.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
+#include <fstream>
 
 namespace {
 peer connect_to(const sockaddr *address, socklen_t size)
@@ -18,6 +21,17 @@ peer connect_to(const sockaddr *address, socklen_t size)
         return peer(-1);
     }
     return peer(fd);
+}
+
+// One line, written at once: tests that run side by side share the file.
+void note_status(const message_head &request, const message_head &answer)
+{
+    const char *record = getenv("QELCD_STATUS_RECORD");
+    const testing::TestInfo *test = testing::UnitTest::GetInstance()->current_test_info();
+    if (!record || !test)
+        return;
+    std::ofstream(record, std::ios::app) << std::to_string(request.cmd) + " " + std::to_string(answer.ret) +
+                                                " " + test->test_suite_name() + "." + test->name() + "\n";
 }
 } // namespace
 
@@ -117,12 +131,16 @@ std::optional<reply> parse_reply(const std::string &bytes)
     return result.body.size() == result.head.data_len ? std::optional(result) : std::nullopt;
 }
 
-std::optional<reply> ask(const peer &connection, const message_head &head, std::string_view body)
+std::optional<reply> ask(const peer &connection, const message_head &head, std::string_view body,
+                         std::chrono::milliseconds limit)
 {
     if (!connection.connected() || !connection.send(frame(head, body)))
         return std::nullopt;
-    const auto answer = connection.receive();
-    return answer.closed ? parse_reply(answer.bytes) : std::nullopt;
+    const auto received = connection.receive(limit);
+    const std::optional<reply> answer = received.closed ? parse_reply(received.bytes) : std::nullopt;
+    if (answer)
+        note_status(head, answer->head);
+    return answer;
 }
 
 std::optional<reply> ask(uint32_t cmd, std::string_view body)

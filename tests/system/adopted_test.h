@@ -1,10 +1,12 @@
 // A host that a manager has adopted, with consistency groups and CDP schedules in its configuration.
 #pragma once
 
+#include "protocol/commands.h"
 #include "tests/support/manager.h"
 #include "tests/support/system_test.h"
 
 #include <algorithm>
+#include <csignal>
 #include <ctime>
 #include <regex>
 #include <sstream>
@@ -68,10 +70,18 @@ protected:
         world.disks(disks);
     }
 
-    void start(const std::string &groups = "", const std::string &schedules = "")
+    // The daemon goes before the manager, or a heartbeat that is under way would be an error in the log.
+    ~adopted_test() override
+    {
+        if (qelcd::supervisor() > 0)
+            kill(qelcd::supervisor(), SIGKILL);
+        EXPECT_TRUE(qelcd::wait_for_end());
+    }
+
+    void start(const std::string &groups = "", const std::string &schedules = "", const texts &options = {})
     {
         write_config({.manager_guid = "M-1", .manager_ips = {"127.0.0.1"}, .more = lists(groups, schedules)});
-        daemon.start();
+        daemon.start(options);
     }
 
     // All groups and schedules, as the file has them by now.
@@ -89,13 +99,66 @@ protected:
     static void expect_answer(int status, uint32_t command, const std::string &request,
                               const std::string &content = "")
     {
-        const peer connection = connect_unix();
-        ASSERT_TRUE(connection.send(frame(request_head(command, request.size()), request)));
-        const auto answer = parse_reply(connection.receive(60s).bytes);
+        const auto answer = ask(connect_unix(), request_head(command, request.size()), request, 60s);
         ASSERT_TRUE(answer) << request;
         EXPECT_EQ(answer->head.ret, status) << request;
         constexpr char first_line[] = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n";
         EXPECT_EQ(answer->body, content.empty() ? "" : first_line + content + "\n") << request;
+    }
+
+    // The same, and all that the log says meanwhile: lines with bars between them, those that are no info
+    // lines after the number of their level. Debug lines are patterns, and others may stand between them.
+    void expect_trace(int status, uint32_t command, const std::string &request, const std::string &trace,
+                      const std::string &content = "")
+    {
+        // Of heartbeats, of the way to the handler, of every writing of the file, and of the reading and the
+        // making of documents and records.
+        const std::regex aside("Error, unable to read the GUID of disk sda\\.|Received command code: "
+                               ".*|Ready to write new schedule .*"
+                               "|Disk L\\d retrieved\\.|Source (type|identity) for manual CDP creation: "
+                               ".*|Searching for the mirror .*"
+                               "|Found mirror .*|Mirror GUID .* retrieved\\.|Start to convert .*|Found "
+                               "member disk: .*|Brace-enclosed .*"
+                               "|Disk anomaly .*|Disk .* is dumped into .*|Conversion complete\\.");
+        size_t at = log.size();
+        expect_answer(status, command, request, content);
+        // What was logged before may have been read from the log's socket only now.
+        const size_t begin = at = log.expect(LOG_INFO, filled("Received command code: %.", command), at);
+        std::string wanted, written;
+        std::istringstream lines(trace);
+        for (std::string line; std::getline(lines, line, '|');) {
+            if (line.starts_with("7 ")) {
+                at = log.expect_match(LOG_DEBUG, "func: .* msg: " + line.substr(2), at);
+                continue;
+            }
+            const bool numbered = line[1] == ' ';
+            at = log.expect(numbered ? line[0] - '0' : LOG_INFO, numbered ? line.substr(2) : line, at);
+            wanted += (numbered ? line : "6 " + line) + '\n';
+        }
+        const std::vector<log_line> all = log.lines();
+        for (size_t next = begin; next < all.size(); ++next) {
+            if (all[next].level < LOG_DEBUG && !std::regex_match(all[next].text, aside))
+                written += std::to_string(all[next].level) + ' ' + all[next].text + '\n';
+        }
+        EXPECT_EQ(written, wanted) << request;
+    }
+
+    struct refusal {
+        uint32_t command;
+        std::string not_adopted; // what the log says, as is UNREADABLE
+        int status;              // for the request, which cannot be read, as is CONTENT
+        std::string request, unreadable, content = "";
+    };
+    // Commands to a daemon that is not yet started, before and after its adoption.
+    void expect_refusals(const std::vector<refusal> &cases)
+    {
+        log.tolerate("Failed to process job"); // of a heartbeat that comes before heartbeats are switched on
+        daemon.start();
+        for (const refusal &one : cases)
+            expect_trace(50, one.command, one.request, one.not_adopted);
+        EXPECT_TRUE(ask(add_client_code, fake_manager::record("M-1", "127.0.0.1")));
+        for (const refusal &one : cases)
+            expect_trace(one.status, one.command, one.request, one.unreadable, one.content);
     }
 
     // Lines in this order, whatever stands between.

@@ -102,7 +102,7 @@ TEST_F(protection, MirrorThatComesWithTheRescanIsInTime)
     const auto duration = std::chrono::steady_clock::now() - begin;
     platform.join();
     EXPECT_GE(duration, 14s);
-    EXPECT_LT(duration, 20s) << "it slept between the rescan and the look";
+    EXPECT_LT(duration, 18s) << "it slept between the rescan and the look";
     expect_steps(0, {"Mirror M1 is finally online.", "Operation ADD_BACKUP successed."});
     expect_answer(0, set_cdp_schedule, new_times(0, "L1", far_future, 60)); // knows the relationship
 }
