@@ -145,16 +145,19 @@ int take_snapshot(const snapshot_command &command, const request *req)
 
 // --- Restored volumes --------------------------------------------------------------------------------------
 
+bool is_online(const std::string &volume)
+{
+    if (!qel_has_disk(volume))
+        return false;
+    log_info("Volume %s is online.", volume.c_str());
+    return true;
+}
+
 void drop_volumes_online(std::list<std::string> &volumes)
 {
     qel_rescan_inventory();
     const auto held = qel_inventory_lock();
-    volumes.remove_if([](const std::string &volume) {
-        if (!qel_has_disk(volume))
-            return false;
-        log_info("Volume %s is online.", volume.c_str());
-        return true;
-    });
+    volumes.remove_if(is_online);
 }
 
 // What has come by the last look is not announced any more, but counts.

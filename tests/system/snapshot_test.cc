@@ -149,54 +149,25 @@ TEST_F(snapshot, RestoredVolumesAreGivenFortySeconds)
         EXPECT_NE(line.text, "All the specified volumes are correctly restored!");
 }
 
-TEST_F(agent_schedule, IsSetAndRemoved)
+TEST_F(agent_schedule, IsGivenToADiskThatHasNone)
 {
     world.relationships({{.src_guid = "L2", .dest_guid = "M2"}});
-    const std::string none = group_element("g", 0, 0, 0, {}),
-                      set = group_element("g", past, past + 1200, 600, {});
-    const std::string of_disk = schedule_element(2, past, past + 1200, 600);
+    const std::string request = new_times(0, "L2", past, 600);
     const std::string times =
         filled(", console start time: %, start time: %, interval: 600.|", past, past + 1200);
-    const auto expect_set = [&](int status, int type, const char *source, unsigned interval,
-                                const std::string &trace, const std::string &groups,
-                                const std::string &schedules) {
-        const std::string request = new_times(type, source, interval ? past : 0, interval);
-        const std::string search =
-            type == 1 ? "Updaing CDP schedule for group %.|Cou cou ! I'm here.|"
-                      : "Updating CDP schedule for disk %.|Looking for disk % in existing schedule list.|";
-        expect_trace(
-            status, kav_set_cdp_schedule, std::regex_replace(request, std::regex("Backup"), "Snap"),
-            filled("Recv cmd:KAV_SET_CDP_SCHEDULE|Received new schedule, console start time: %, interval: %|",
-                   interval ? past : 0, interval) +
-                std::regex_replace(search, std::regex("%"), source) + trace);
-        expect_saved(groups, schedules);
-    };
-    start(none);
-    expect_set(1, 1, "nobody", 600, "Failed to find group.", none, "");
-    expect_set(0, 1, "g", 600,
-               "New schedule for group g" + times +
-                   "Background-running CDP schedule for group g is updated.|Config file "
-                   "is updated for group g.|Complete cmd SET_CDP_SCHEDULE.",
-               set, "");
-    expect_set(1, 0, "L9", 600,
-               "Failed to find disk L9 in existing schedule list.|Looking for disk L9 in backup list.|"
-               "Failed to find disk L9 in backup list.",
-               set, "");
-    expect_set(
-        0, 0, "L2", 600,
-        "Failed to find disk L2 in existing schedule list.|Looking for disk L2 in backup list.|New schedule "
-        "for "
-        "disk L2" +
-            times + "Config fie is updated for disk L2.|Register new CDP schdule (local: L2, mirror: M2" +
-            times +
-            "Looking for old CDP schedule.|New CDP schedule registered.|Background-running CDP schedule for "
-            "disk L2 is registered.|Complete work: SET_CDP_SCHEDULE.",
-        set, of_disk);
-    expect_set(
-        0, 0, "L2", 0,
-        "New schedule for disk L2, console start time: 0, start time: 0, interval: 0.|Background-running CDP "
-        "Schedule for disk L2 is removed.|Config file is updated for disk L2.|Complete cmd SET_CDP_SCHEDULE.",
-        set, "");
+    start();
+    expect_trace(0, kav_set_cdp_schedule, std::regex_replace(request, std::regex("Backup"), "Snap"),
+                 filled("Recv cmd:KAV_SET_CDP_SCHEDULE|Received new schedule, console start time: %, "
+                        "interval: 600|",
+                        past) +
+                     "Updating CDP schedule for disk L2.|Looking for disk L2 in existing schedule list.|"
+                     "Failed to find disk L2 in existing schedule list.|Looking for disk L2 in backup list.|"
+                     "New schedule for disk L2" +
+                     times + "Config fie is updated for disk L2.|" +
+                     "Register new CDP schdule (local: L2, mirror: M2" + times +
+                     "Looking for old CDP schedule.|New CDP schedule registered.|Background-running CDP "
+                     "schedule for disk L2 is registered.|Complete work: SET_CDP_SCHEDULE.");
+    expect_saved("", schedule_element(2, past, past + 1200, 600));
 }
 
 TEST_F(agent_schedule, IsReadFromTheRecordOrTheRelationship)
