@@ -46,7 +46,7 @@ TEST_F(MadeHost, OddAndVanishingDevicesDoNotSpoilTheList)
                 "ram0/size=1 ram0/dev=1:0 zram1/size=1 zram1/dev=251:1 loop7/size=1 loop7/dev=7:7 "
                 "hidden/size=1 hidden/dev=8:0 hidden/hidden=1 garbage/size=12apples garbage/dev=8:0 "
                 "overflow/size=18446744073709551616 overflow/dev=8:0 numberless/size=1 numberless/dev=8");
-    write_file("/sys/block/sdx/device/vendor", "QRZ     \n");
+    write_file("/sys/block/sdx/device/vendor", "ATA     \n");
     write_file("/sys/block/sdx/device/model", std::string(200000, 'm') + "\n");
     std::filesystem::create_directory("/sys/block/vanished");
     std::filesystem::create_directory("/sys/block/sdx/holders");
@@ -59,7 +59,7 @@ TEST_F(MadeHost, OddAndVanishingDevicesDoNotSpoilTheList)
     ASSERT_TRUE(plain && slash);
     EXPECT_EQ(slash->link.next, &plain->link) << "just these two, sorted";
     EXPECT_EQ(plain->link.next, &disks.head);
-    EXPECT_STREQ(plain->vendor, "QRZ     ");
+    EXPECT_STREQ(plain->vendor, "ATA     ");
     EXPECT_EQ(std::string(plain->model).substr(0, 1000), std::string(1000, 'm'));
     EXPECT_TRUE(kav_list_empty(&plain->parts));
     EXPECT_STREQ(slash->path, "/dev/cciss/c0d0");
@@ -68,6 +68,23 @@ TEST_F(MadeHost, OddAndVanishingDevicesDoNotSpoilTheList)
     EXPECT_EQ(slash->sectors, UINT64_MAX);
     EXPECT_EQ(plain->state, 0U) << "it has no node that could be read";
     expect_log("garbage");
+}
+
+TEST_F(MadeHost, VolumeOfTheStorageSystemIsReportedWhateverItHolds)
+{
+    write_facts("/sys/block",
+                "a/device/vendor=QRZ a/device/model=any a/size=8 a/dev=8:0 "
+                "b/device/vendor=any b/device/model=KAVSolution b/size=8 b/dev=8:0 "
+                "c/device/vendor=QRZ c/device/model=KAVSolution c/size=0 c/dev=8:0 "
+                "d/device/vendor=QRZ d/size=8 d/dev=8:0 " // the daemon would take it for a disk, and sign it
+                "e/device/vendor=QRZX e/device/model=KAVSolution2 e/size=8 e/dev=8:0");
+    const disk_list disks(0);
+    std::string states;
+    for (const char *name : {"a", "b", "c", "d", "e"}) {
+        ASSERT_TRUE(disks.find(name)) << name;
+        states += std::to_string(disks.find(name)->state);
+    }
+    EXPECT_EQ(states, "11000");
 }
 
 TEST_F(MadeHost, RescanWritesToEveryScsiHostAndReportsTheOneThatRefuses)

@@ -309,6 +309,7 @@ TEST_F(mirror_tools, ThePasswordOfADatabaseIsSeenByTheHostAlone)
     const std::string set = "$BIN/qelc --json db set --instance i --user u";
     const std::string success = R"({"status":0,"meaning":"success"})";
     write_file("/var/tmp/secret", "s3<cret\nmore");
+    write_file("/var/tmp/screen", "");
     EXPECT_EQ(run(set + " --password-file /var/tmp/secret"), (outcome{0, success + "\n"}));
     EXPECT_EQ(run(set + " --password-file - </var/tmp/secret"), (outcome{0, success + "\n"}));
     EXPECT_EQ(
