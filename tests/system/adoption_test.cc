@@ -147,6 +147,10 @@ TEST_F(adoption, AdoptedHostReportsItselfAndIsRenamedAndReleased)
     ASSERT_TRUE(info);
     EXPECT_NE(info->body.find(" Alias=\"new &amp; name\""), std::string::npos) << info->body;
 
+    expect_status(4, refresh_server, "no document");
+    log.expect(LOG_ERR, "Failed to fetch manager from xml",
+               log.expect(LOG_ERR, "Failed to parse xml document", mark));
+
     expect_status(1, local_withdraw);
     log.expect(LOG_ERR, "Failed to reset: server still alive(you can delete client on console)");
 

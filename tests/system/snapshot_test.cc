@@ -152,11 +152,14 @@ TEST_F(snapshot, RestoredVolumesAreGivenFortySeconds)
 TEST_F(agent_schedule, IsGivenToADiskThatHasNone)
 {
     world.relationships({{.src_guid = "L2", .dest_guid = "M2"}});
-    const std::string request = new_times(0, "L2", past, 600);
+    const auto request = [&](int type, const char *source) {
+        return std::regex_replace(new_times(type, source, past, 600), std::regex("Backup"), "Snap");
+    };
     const std::string times =
         filled(", console start time: %, start time: %, interval: 600.|", past, past + 1200);
     start();
-    expect_trace(0, kav_set_cdp_schedule, std::regex_replace(request, std::regex("Backup"), "Snap"),
+    expect_answer(1, kav_set_cdp_schedule, request(1, "nobody"));
+    expect_trace(0, kav_set_cdp_schedule, request(0, "L2"),
                  filled("Recv cmd:KAV_SET_CDP_SCHEDULE|Received new schedule, console start time: %, "
                         "interval: 600|",
                         past) +
