@@ -14,10 +14,7 @@ namespace {
 // What both commands begin with.
 int read_source(const char *received, const request *req, snap_request &snap)
 {
-    const int status = enter_command({.received = received,
-                                      .null_request = "Null request, operation abortd.",
-                                      .not_adopted = "Error: client is not protected by a server."},
-                                     req);
+    const int status = enter_command(agent_frame(received), req);
     if (status != status_ok)
         return status;
     if (xml_kav_to_snapshot(req->recv_xml.get(), &snap) == 0)
@@ -108,8 +105,8 @@ int remove_disk_schedule(const std::string &guid)
     const qel_cdpsch *schedule = qel_find_schedule(g_client, guid);
     if (!schedule) {
         log_info("Failed to find disk %s in backup list.", guid.c_str());
-        static_cast<void>(
-            held.release()); // required: the lock stays held, and who needs the record waits from here on
+        // Required: the lock stays held, and who needs the record waits from here on.
+        static_cast<void>(held.release());
         return status_failure;
     }
     log_info("Found CDP schedule for disk %s.", guid.c_str());

@@ -7,9 +7,7 @@
 
 group_command agent_group_command(const char *received, const char *complete)
 {
-    return {.frame = {.received = received,
-                      .null_request = "Null request, operation abortd.",
-                      .not_adopted = "Error: client is not protected by a server."},
+    return {.frame = agent_frame(received),
             .parse = xml_kav_to_backup_grp,
             .unreadable = "Failed to parse the XML doc of request.",
             .complete = complete};

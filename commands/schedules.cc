@@ -27,13 +27,10 @@ constexpr set_command manager_command = {.frame = {.received = "Recv cmd: SET_CD
                                          .element = "Backup",
                                          .unreadable = status_failure,
                                          .created = "Complete cmd SET_CDP_SCHEDULE."};
-constexpr set_command agent_command = {
-    .frame = {.received = "Recv cmd:KAV_SET_CDP_SCHEDULE",
-              .null_request = "Null request, operation abortd.",
-              .not_adopted = "Error: client is not protected by a server."},
-    .element = "Snap",
-    .unreadable = status_unreadable_request,
-    .created = "Complete work: SET_CDP_SCHEDULE."};
+constexpr set_command agent_command = {.frame = agent_frame("Recv cmd:KAV_SET_CDP_SCHEDULE"),
+                                       .element = "Snap",
+                                       .unreadable = status_unreadable_request,
+                                       .created = "Complete work: SET_CDP_SCHEDULE."};
 
 enum class outcome { failed, changed, created };
 

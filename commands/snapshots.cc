@@ -33,15 +33,12 @@ constexpr snapshot_command manager_command = {
     .failed = status_snapshot_failed,
     .behind = status_not_synchronised,
     .no_backup = status_no_backup};
-constexpr snapshot_command agent_command = {
-    .frame = {.received = "Recv cmd: KAV_CREATE_CDP",
-              .null_request = "Null request, operation abortd.",
-              .not_adopted = "Error: client is not protected by a server."},
-    .parse = xml_kav_to_snapshot,
-    .complete = "Complete work: KAV_CREATE_CDP",
-    .failed = status_failure,
-    .behind = status_failure,
-    .no_backup = status_failure};
+constexpr snapshot_command agent_command = {.frame = agent_frame("Recv cmd: KAV_CREATE_CDP"),
+                                            .parse = xml_kav_to_snapshot,
+                                            .complete = "Complete work: KAV_CREATE_CDP",
+                                            .failed = status_failure,
+                                            .behind = status_failure,
+                                            .no_backup = status_failure};
 
 // --- One disk --------------------------------------------------------------------------------------------
 

@@ -158,7 +158,6 @@ TEST_F(agent_schedule, IsGivenToADiskThatHasNone)
     const std::string times =
         filled(", console start time: %, start time: %, interval: 600.|", past, past + 1200);
     start();
-    expect_answer(1, kav_set_cdp_schedule, request(1, "nobody"));
     expect_trace(0, kav_set_cdp_schedule, request(0, "L2"),
                  filled("Recv cmd:KAV_SET_CDP_SCHEDULE|Received new schedule, console start time: %, "
                         "interval: 600|",
@@ -171,6 +170,7 @@ TEST_F(agent_schedule, IsGivenToADiskThatHasNone)
                      "Looking for old CDP schedule.|New CDP schedule registered.|Background-running CDP "
                      "schedule for disk L2 is registered.|Complete work: SET_CDP_SCHEDULE.");
     expect_saved("", schedule_element(2, past, past + 1200, 600));
+    expect_answer(1, kav_set_cdp_schedule, request(1, "nobody"));
 }
 
 TEST_F(agent_schedule, IsReadFromTheRecordOrTheRelationship)
