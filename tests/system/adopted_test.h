@@ -108,6 +108,7 @@ protected:
 
     // The same, and all that the log says meanwhile: lines with bars between them, those that are no info
     // lines after the number of their level. Debug lines are patterns, and others may stand between them.
+    // Not right after the same command by expect_answer, whose lines may still be on their way.
     void expect_trace(int status, uint32_t command, const std::string &request, const std::string &trace,
                       const std::string &content = "")
     {
