@@ -4,8 +4,8 @@
 #include "platform/linux/disk_node.h"
 #include "platform/linux/host_disks.h"
 #include "platform/linux/mountinfo.h"
+#include "platform/linux/scsi_guid.h"
 #include "platform/linux/signature_rule.h"
-#include "platform/linux/text.h"
 #include "platform/linux/weak_log.h"
 
 #include <errno.h>
@@ -116,10 +116,10 @@ void append_parts(kavdisk_dev *dev, const disk_facts &disk, const std::vector<mo
 // A volume of the storage system is known by its SCSI identity and never gets a signature, so it is reported
 // whatever it holds: a mirror holds what is on its disk. Both names must be there, as the daemon tells such a
 // volume by them.
-bool is_storage_volume(const disk_facts &disk)
+bool is_volume(const disk_facts &disk)
 {
     return disk.sectors > 0 && disk.vendor && disk.model &&
-           (trim_padding(*disk.vendor) == "QRZ" || trim_padding(*disk.model) == "KAVSolution");
+           is_storage_volume(disk.vendor->c_str(), disk.model->c_str());
 }
 
 std::unique_ptr<kavdisk_dev, dev_freer> make_dev(const disk_facts &disk,
@@ -134,8 +134,7 @@ std::unique_ptr<kavdisk_dev, dev_freer> make_dev(const disk_facts &disk,
     dev->model = copy_of(disk.model);
     dev->path = copy_of(disk.path);
     dev->sectors = disk.sectors;
-    dev->state =
-        is_storage_volume(disk) || may_carry_signature(disk, mounts) ? state_usable : state_left_alone;
+    dev->state = is_volume(disk) || may_carry_signature(disk, mounts) ? state_usable : state_left_alone;
     if (flag == with_partitions)
         append_parts(dev.get(), disk, mounts);
     if (!dev->name || !dev->path)

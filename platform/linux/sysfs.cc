@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <string_view>
 
 std::optional<std::string> read_bytes(const std::string &path, size_t limit)
 {
@@ -73,4 +74,13 @@ std::optional<std::vector<std::string>> list_folder(const std::string &path)
     }
     std::sort(names.begin(), names.end());
     return names;
+}
+
+std::string disk_name_of(std::string path)
+{
+    constexpr std::string_view folder = "/dev/";
+    if (path.starts_with(folder))
+        path.erase(0, folder.size());
+    std::replace(path.begin(), path.end(), '/', '!');
+    return path;
 }

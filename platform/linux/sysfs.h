@@ -23,3 +23,7 @@ bool write_attribute(const std::string &path, const std::string &text);
 
 // The sorted names in a folder, "." and ".." left out. Null on failure, errno then says why.
 std::optional<std::vector<std::string>> list_folder(const std::string &path);
+
+// The kernel name of the disk with that node, e.g. cciss!c0d0 for /dev/cciss/c0d0: sysfs has no slash in
+// names.
+std::string disk_name_of(std::string path);

@@ -1,7 +1,8 @@
 #include "tw.h"
 
+#include "platform/linux/mirror_engine.h"
+#include "platform/linux/scsi_guid.h"
 #include "platform/linux/sysfs.h"
-#include "platform/linux/vpd.h"
 #include "platform/linux/weak_log.h"
 
 #include <errno.h>
@@ -20,39 +21,56 @@ const char *shown(const char *text)
     return text ? text : "(none)";
 }
 
-// A plain Linux host has no mirror driver, hence no relationship that could be made or changed.
-int refuse(const char *purpose, const char *guid)
-{
-    log_error("Cannot %s disk %s: this host has no mirror driver", purpose, shown(guid));
-    return -1;
-}
-
 // The folder of a disk in sysfs, by its node or a link to it. Null, with errno, when there is no such path.
 std::optional<std::string> sysfs_folder(const char *path)
 {
     char real[PATH_MAX];
     if (!realpath(path, real))
         return std::nullopt;
-    std::string name = real;
-    if (name.starts_with("/dev/"))
-        name.erase(0, strlen("/dev/"));
-    std::replace(name.begin(), name.end(), '/', '!');
-    return "/sys/block/" + name;
+    return "/sys/block/" + disk_name_of(real);
 }
 
-std::optional<std::string> read_scsi_guid(const std::string &folder)
+// A C text cannot be longer than that; what is cut off is a zero byte at least.
+template <size_t Size>
+void set_text(char (&to)[Size], const std::string &from)
 {
-    auto guid = guid_of_serial_page(read_bytes(folder + "/device/vpd_pg80").value_or(""));
-    if (!guid)
-        guid = identifier_of_designation_page(read_bytes(folder + "/device/vpd_pg83").value_or(""));
-    return guid;
+    memcpy(to, from.data(), std::min(from.size(), Size - 1));
+}
+
+tw_relationship *make_relationship(const mirror_view &view)
+{
+    auto *one = static_cast<tw_relationship *>(calloc(1, sizeof(tw_relationship)));
+    if (!one)
+        return nullptr;
+    one->percent = view.percent;
+    set_text(one->sync_state, text_of(view.record.state));
+    set_text(one->status, "Running");
+    set_text(one->src_link, view.record.src_is_up ? "Up" : "Down");
+    set_text(one->src_path, view.record.src_path);
+    set_text(one->src_guid, view.record.src_guid);
+    set_text(one->dest_link, view.record.dest_is_up ? "Up" : "Down");
+    set_text(one->dest_path, view.record.dest_path);
+    set_text(one->dest_guid, view.record.dest_guid);
+    return one;
 }
 
 } // namespace
 
-EXPORTED tw_relationship *tw_disk_stat(const char * /*guid*/)
+EXPORTED tw_relationship *tw_disk_stat(const char *guid)
 {
-    return nullptr;
+    tw_relationship *first = nullptr;
+    tw_relationship **end = &first;
+    for (const mirror_view &view : list_mirrors()) {
+        if (guid && view.record.src_guid != guid)
+            continue;
+        *end = make_relationship(view);
+        if (!*end) {
+            log_error("Cannot list the mirrors: %s", strerror(ENOMEM));
+            break;
+        }
+        end = &(*end)->next;
+    }
+    return first;
 }
 
 EXPORTED void tw_disk_stat_release(tw_relationship *chain)
@@ -66,24 +84,22 @@ EXPORTED void tw_disk_stat_release(tw_relationship *chain)
 
 EXPORTED int tw_disk_protect(const char *local_guid, const char *mirror_guid)
 {
-    log_error("Cannot mirror disk %s to %s: this host has no mirror driver", shown(local_guid),
-              shown(mirror_guid));
-    return -1;
+    return protect_disk(shown(local_guid), shown(mirror_guid)) ? 0 : -1;
 }
 
 EXPORTED int tw_disk_unprotect(const char *local_guid)
 {
-    return refuse("remove the protection of", local_guid);
+    return unprotect_disk(shown(local_guid)) ? 0 : -1;
 }
 
 EXPORTED int tw_disk_resync(const char *local_guid, int /*flag*/)
 {
-    return refuse("resynchronise", local_guid);
+    return resync_disk(shown(local_guid)) ? 0 : -1;
 }
 
 EXPORTED int tw_disk_stop_sync(const char *local_guid)
 {
-    return refuse("stop the synchronisation of", local_guid);
+    return stop_resync(shown(local_guid)) ? 0 : -1;
 }
 
 EXPORTED int tw_scsi_get_guid(const char *path, char *buffer, int size)

@@ -15,3 +15,4 @@ extern "C" __attribute__((weak, format(printf, 4, 5))) void log_write(int level,
 
 #define log_error(...) log_at(LOG_ERR, __VA_ARGS__)
 #define log_warning(...) log_at(LOG_WARNING, __VA_ARGS__)
+#define log_info(...) log_at(LOG_INFO, __VA_ARGS__)

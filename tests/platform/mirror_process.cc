@@ -1,0 +1,205 @@
+#include "tests/platform/mirror_process.h"
+
+#include "platform/include/tw.h"
+#include "tests/platform/host.h"
+#include "tests/support/captured_log.h"
+#include "tests/support/eventually.h"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <random>
+#include <sstream>
+
+namespace {
+
+std::string stat_all()
+{
+    std::ostringstream text;
+    tw_relationship *chain = tw_disk_stat(nullptr);
+    for (const tw_relationship *one = chain; one; one = one->next)
+        text << one->src_guid << ' ' << one->sync_state << ' ' << one->percent << ' ' << one->src_link << ' '
+             << one->dest_link << ';';
+    tw_disk_stat_release(chain);
+    return text.str();
+}
+
+long worker_count()
+{
+    long count = 0;
+    for (const auto &task : std::filesystem::directory_iterator("/proc/self/task"))
+        count += read_file(task.path() / "comm") == "mirror\n";
+    return count;
+}
+
+std::string answer(const std::string &command)
+{
+    std::istringstream words(command);
+    std::string verb, one, other;
+    words >> verb >> one >> other;
+    if (verb == "protect")
+        return std::to_string(tw_disk_protect(one.c_str(), other.c_str()));
+    if (verb == "unprotect")
+        return std::to_string(tw_disk_unprotect(one.c_str()));
+    if (verb == "resync")
+        return std::to_string(tw_disk_resync(one.c_str(), 0));
+    if (verb == "stop")
+        return std::to_string(tw_disk_stop_sync(one.c_str()));
+    if (verb == "workers")
+        return std::to_string(worker_count());
+    return verb == "log" ? take_log(LOG_INFO) : stat_all();
+}
+
+std::string guid_of(uint32_t signature)
+{
+    char guid[64];
+    snprintf(guid, sizeof guid, "%08x-0000-0000-0000-000000000000", signature);
+    return guid;
+}
+
+} // namespace
+
+// The library is not at work in the test itself, so a fork will do.
+mirror_process::mirror_process()
+{
+    int ends[2] = {-1, -1};
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0 || (pid_ = fork()) < 0)
+        ADD_FAILURE() << strerror(errno);
+    fd_ = ends[0];
+    if (pid_ == 0) {
+        dup2(ends[1], STDIN_FILENO); // and nothing of the disks
+        close_range(STDERR_FILENO + 1, ~0U, 0);
+        char command[256];
+        for (ssize_t count; (count = recv(STDIN_FILENO, command, sizeof command, 0)) > 0;) {
+            const std::string text = answer({command, static_cast<size_t>(count)}) + "\n";
+            send(STDIN_FILENO, text.data(), text.size(), MSG_NOSIGNAL);
+        }
+        _exit(0);
+    }
+    close(ends[1]);
+}
+
+std::string mirror_process::ask(const std::string &command) const
+{
+    char text[65536];
+    send(fd_, command.data(), command.size(), MSG_NOSIGNAL);
+    const ssize_t count = recv(fd_, text, sizeof text, 0);
+    return count > 0 ? std::string(text, static_cast<size_t>(count) - 1) : "dead";
+}
+
+bool mirror_process::reaches(const std::string &state) const
+{
+    return eventually([&] { return ask("stat").find(state) != std::string::npos; });
+}
+
+void mirror_process::kill()
+{
+    if (pid_ > 0) {
+        ::kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+        close(fd_);
+    }
+    pid_ = -1;
+}
+
+test_disk::test_disk(size_t bytes, uint32_t signature, const std::string &options)
+    : guid(guid_of(signature)), image("/run/image-of-" + std::to_string(reinterpret_cast<uintptr_t>(this)))
+{
+    write_file(image, std::string(440, '\0') + std::string(reinterpret_cast<const char *>(&signature), 4));
+    std::filesystem::resize_file(image, bytes);
+    attach(options);
+}
+
+void test_disk::attach(const std::string &options)
+{
+    // Another test may take the free device first; the private host has no nodes of devices that are new.
+    path = output_of("for i in 1 2 3 4 5 6 7 8 9; do d=$(losetup -f); "
+                     "[ -e $d ] || mknod $d b 7 ${d#/dev/loop}; losetup " +
+                     options + " $d " + image +
+                     " 2>/run/losetup && echo $d && exit; sleep 0.1; done; cat /run/losetup");
+    path.pop_back(); // newline
+    node = open(path.c_str(), (options == "-r" ? O_RDONLY : O_RDWR) | O_CLOEXEC);
+    EXPECT_GE(node, 0) << path;
+    EXPECT_TRUE(run("losetup --detach " + path)) << "in truth when the node is closed";
+}
+
+void test_disk::detach()
+{
+    if (node >= 0)
+        close(node);
+    node = -1;
+}
+
+void test_disk::fill(size_t from, size_t bytes) const
+{
+    std::mt19937_64 next(from);
+    std::string text(bytes, '\0');
+    for (size_t i = 0; i + 8 <= bytes; i += 8) {
+        const uint64_t number = next();
+        memcpy(text.data() + i, &number, 8);
+    }
+    write(from, text);
+}
+
+void test_disk::write(size_t offset, const std::string &bytes) const
+{
+    EXPECT_EQ(pwrite(node, bytes.data(), bytes.size(), static_cast<off_t>(offset)),
+              static_cast<ssize_t>(bytes.size()));
+    EXPECT_EQ(fsync(node), 0);
+}
+
+std::string test_disk::content() const
+{
+    posix_fadvise(node, 0, 0, POSIX_FADV_DONTNEED);
+    std::string bytes(static_cast<size_t>(lseek(node, 0, SEEK_END)), '\0');
+    EXPECT_EQ(pread(node, bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
+    return bytes;
+}
+
+uint64_t test_disk::sectors_written() const
+{
+    std::istringstream fields(read_file("/sys/block/" + path.substr(5) + "/stat"));
+    uint64_t field = 0;
+    for (int i = 0; i < 7; i++)
+        fields >> field;
+    return field;
+}
+
+void Mirror::SetUp()
+{
+    if (access("/run/private-host", F_OK) != 0 || access("/dev/loop-control", R_OK | W_OK) != 0)
+        GTEST_SKIP() << "no private host with loop devices";
+    std::filesystem::remove_all(FOLDER);
+    source.emplace(SIZE, 0xaa);
+    mirror.emplace(SIZE + MIB, 0xbb);
+    source->fill(MIB, SIZE - MIB);
+    mirror->fill(2 * MIB, 5 * MIB); // to be overwritten
+}
+
+void Mirror::protect(const mirror_process &engine, const std::string &then)
+{
+    ASSERT_EQ(engine.ask("protect " + A + " " + B), "0") << engine.ask("log");
+    ASSERT_EQ(engine.ask(then), then == "stat" ? A + " UnSync 0 Up Up;" : "0");
+}
+
+void Mirror::make_level(const mirror_process &engine)
+{
+    ASSERT_NO_FATAL_FAILURE(protect(engine, "resync " + A));
+    ASSERT_TRUE(engine.reaches(FINISHED)) << engine.ask("stat") << engine.ask("log");
+}
+
+void Mirror::expect_equal(const std::string &signature) const
+{
+    EXPECT_TRUE(mirror->content().substr(0, SIZE) == source->content().replace(440, 4, signature));
+}
+
+uint64_t Mirror::saved_position()
+{
+    const std::string text = read_file(FOLDER + A + ".mirror");
+    const size_t at = text.find("\nposition ");
+    return at == text.npos ? 0 : std::stoull(text.substr(at + 10));
+}

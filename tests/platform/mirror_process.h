@@ -1,0 +1,69 @@
+// A process that has the mirror library loaded, apart from the test, so that it can be killed, and that
+// others can stand beside it. And the disks that it mirrors.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/types.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+class mirror_process {
+public:
+    mirror_process();
+    ~mirror_process() { kill(); }
+    mirror_process(const mirror_process &) = delete;
+    mirror_process &operator=(const mirror_process &) = delete;
+
+    // "protect A B", "unprotect A", "resync A", "stop A": what the library returns. "stat": every
+    // relationship, "SOURCE state percent link link;". "log": the lines since the last time. "threads": how
+    // many.
+    std::string ask(const std::string &command) const;
+    bool reaches(const std::string &state) const; // whether some relationship's stat has that in time
+    void kill();
+
+private:
+    pid_t pid_ = -1;
+    int fd_ = -1;
+};
+
+// A loop device over a file of that size, blank but for its signature; gone when the last one closes it.
+class test_disk {
+public:
+    test_disk(size_t bytes, uint32_t signature, const std::string &options = "");
+    ~test_disk() { detach(); }
+    test_disk(const test_disk &) = delete;
+    test_disk &operator=(const test_disk &) = delete;
+
+    void attach(const std::string &options = "");
+    void detach();
+    void fill(size_t from, size_t bytes) const;                // with something else at each place
+    void write(size_t offset, const std::string &bytes) const; // on the disk when it returns
+    std::string content() const;
+    uint64_t sectors_written() const;
+
+    const std::string guid;
+    const std::string image;
+    std::string path;
+    int node = -1;
+};
+
+constexpr size_t MIB = size_t{1} << 20;
+const std::string FOLDER = "/var/lib/twinvault/";
+const std::string A = "000000aa-0000-0000-0000-000000000000", B = "000000bb-0000-0000-0000-000000000000";
+const std::string FINISHED = "Sync Finished 100 Up Up";
+
+// Two disks in a private host without any relationship.
+class Mirror : public testing::Test {
+protected:
+    void SetUp() override;
+
+    static void protect(const mirror_process &engine, const std::string &then = "stat");
+    static void make_level(const mirror_process &engine);
+    void expect_equal(const std::string &signature = std::string("\xbb\0\0\0", 4)) const;
+    static uint64_t saved_position();
+
+    static constexpr size_t SIZE = 48 * MIB - 512; // the last block and its last page are not whole
+    std::optional<test_disk> source, mirror;
+};

@@ -1,0 +1,224 @@
+// The embedded mirrors on real loop disks, in a private host of their own.
+#include "tests/platform/host.h"
+#include "tests/platform/mirror_process.h"
+#include "tests/support/eventually.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <random>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+TEST_F(Mirror, IsMadeEqualAndThenFollowsWithWhatDiffers)
+{
+    const test_disk bystander(SIZE, 0xcc);
+    const mirror_process engine;
+    EXPECT_EQ(engine.ask("stat") + engine.ask("workers"), "0");
+    const uint64_t before = source->sectors_written() + bystander.sectors_written();
+    ASSERT_NO_FATAL_FAILURE(make_level(engine));
+    expect_equal();
+    EXPECT_EQ(source->sectors_written() + bystander.sectors_written(), before);
+
+    const uint64_t level = mirror->sectors_written();
+    std::this_thread::sleep_for(1500ms);
+    EXPECT_EQ(mirror->sectors_written(), level) << "nothing was written";
+    write_file(FOLDER + "throttle", "1000\n");
+    source->write(0, "\x01"); // beside the signature, which stays another
+    source->write(7 * MIB + 4096, "two"), source->write(7 * MIB + 8192, "pages"),
+        source->write(SIZE - 1, "!");
+    EXPECT_NE(engine.ask("stat").find("Recovery On"), std::string::npos);
+    fs::remove(FOLDER + "throttle");
+    ASSERT_TRUE(engine.reaches(FINISHED));
+    expect_equal();
+    EXPECT_EQ(mirror->sectors_written() - level, 8U + 16 + 7) << "the pages that differ, and no more";
+
+    EXPECT_EQ(engine.ask("unprotect " + A), "0");
+    EXPECT_TRUE(eventually([&] { return engine.ask("stat") + engine.ask("workers") == "0"; }));
+    EXPECT_FALSE(fs::exists(FOLDER + A + ".mirror"));
+    EXPECT_EQ(engine.ask("resync " + A), "-1");
+}
+
+TEST_F(Mirror, ResumesAfterAKillFromItsCheckpoint)
+{
+    std::optional<mirror_process> engine;
+    engine.emplace();
+    write_file(FOLDER + "throttle", "6000000\n");
+    ASSERT_NO_FATAL_FAILURE(protect(*engine, "resync " + A));
+    std::mt19937 random(std::random_device{}());
+    uint64_t position = 0;
+    for (int round = 0; round < 3; round++) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(300 + random() % 1500));
+        engine.emplace();
+        EXPECT_GE(saved_position(), position);
+        position = saved_position();
+        const std::string state = engine->ask("stat");
+        EXPECT_NE(state.find("Sync On"), std::string::npos) << state;
+    }
+    EXPECT_TRUE(eventually([&] { return saved_position() > 4 * MIB; }));
+    source->write(2 * MIB, "behind"); // of what is copied already
+    engine->kill();
+    position = saved_position();
+    const uint64_t written = mirror->sectors_written();
+    write_file(FOLDER + "throttle", "fast\n");
+    engine.emplace();
+    ASSERT_TRUE(engine->reaches(FINISHED)) << engine->ask("stat");
+    EXPECT_EQ(mirror->sectors_written() - written, (SIZE - position) / 512 + 8) << "all else was there";
+    expect_equal();
+    EXPECT_NE(engine->ask("log").find("throttle holds no number"), std::string::npos);
+
+    // What is written while nobody looks is found all the same; what is level stays so.
+    engine->kill();
+    const uint64_t level = mirror->sectors_written();
+    engine.emplace();
+    EXPECT_EQ(engine->ask("stat"), A + " " + FINISHED + ";");
+    std::this_thread::sleep_for(1500ms);
+    EXPECT_EQ(mirror->sectors_written(), level);
+    engine->kill();
+    source->write(9 * MIB, "meanwhile");
+    engine.emplace();
+    EXPECT_EQ(engine->ask("stat"), A + " Recovery On 0 Up Up;");
+    ASSERT_TRUE(engine->reaches(FINISHED));
+    EXPECT_EQ(mirror->sectors_written(), level + 8);
+    expect_equal();
+}
+
+TEST_F(Mirror, StopsAndStaysStoppedUntilTheNextResync)
+{
+    std::optional<mirror_process> engine;
+    engine.emplace();
+    ASSERT_NO_FATAL_FAILURE(make_level(*engine));
+    EXPECT_EQ(engine->ask("stop " + A), "0");
+    EXPECT_EQ(engine->ask("stat"), A + " " + FINISHED + ";") << "nothing was to be stopped";
+    write_file(FOLDER + "throttle", "4000000\n");
+    EXPECT_EQ(engine->ask("resync " + A), "0");
+    ASSERT_TRUE(eventually([&] { return mirror->sectors_written() > 2 * SIZE / 512; }, 1s) ||
+                engine->reaches("Sync On 2"));
+    for (int i = 0; i < 2; i++)
+        EXPECT_EQ(engine->ask("stop " + A), "0");
+    EXPECT_NE(engine->ask("stat").find("Sync Cancelled"), std::string::npos);
+    std::this_thread::sleep_for(300ms); // blocks on their way
+    const uint64_t written = mirror->sectors_written();
+    source->write(40 * MIB, "later");
+    std::this_thread::sleep_for(1500ms);
+    EXPECT_EQ(mirror->sectors_written(), written);
+    engine.emplace();
+    EXPECT_NE(engine->ask("stat").find("Sync Cancelled"), std::string::npos);
+    std::this_thread::sleep_for(1500ms);
+    EXPECT_EQ(mirror->sectors_written(), written);
+    fs::remove(FOLDER + "throttle");
+    EXPECT_EQ(engine->ask("resync " + A), "0");
+    ASSERT_TRUE(engine->reaches(FINISHED));
+    expect_equal();
+
+    write_file(FOLDER + "throttle", "1000\n");
+    EXPECT_EQ(engine->ask("resync " + A), "0");
+    ASSERT_TRUE(engine->reaches("Sync On"));
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(engine->ask("unprotect " + A), "0");
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 2s);
+}
+
+// A volume is known by what SCSI tells of it, so all of the source is copied.
+TEST_F(Mirror, OfAVolumeOfTheStorageSystemIsEqualToTheLastByte)
+{
+    const std::string guid = "0a1b2c3d-1111-2222-3333-444455556666", name = mirror->path.substr(5);
+    ASSERT_TRUE(
+        run("cd /sys/block; for d in " + source->path.substr(5) + " " + name +
+            "; do t=/run/sys/block/$d; mkdir -p $t/holders $t/loop; "
+            "for f in size dev ro removable stat loop/backing_file; do cat $d/$f >$t/$f; done; done"));
+    write_facts("/run/sys/block/" + name + "/device", "vendor=QRZ model=disk");
+    write_file("/run/sys/block/" + name + "/device/vpd_pg80", std::string("\0\x80\0\x24", 4) + guid);
+    ASSERT_TRUE(run("mount --bind /run/sys /sys"));
+    const mirror_process engine;
+    EXPECT_EQ(engine.ask("protect " + A + " " + guid), "0") << engine.ask("log");
+    EXPECT_EQ(engine.ask("resync " + A), "0");
+    EXPECT_TRUE(engine.reaches(FINISHED));
+    EXPECT_TRUE(run("umount /sys"));
+    expect_equal(std::string("\xaa\0\0\0", 4));
+}
+
+TEST_F(Mirror, TakesALinkDownWhileADiskFailsOrIsGoneAndResumes)
+{
+    const mirror_process engine;
+    ASSERT_NO_FATAL_FAILURE(make_level(engine));
+    engine.ask("log");
+    const auto expect_down_and_up = [&](const std::string &links, const std::string &line, auto harm,
+                                        auto heal) {
+        harm();
+        EXPECT_TRUE(engine.reaches(links)) << line << engine.ask("stat");
+        std::this_thread::sleep_for(2500ms);
+        const std::string down = engine.ask("log");
+        EXPECT_TRUE(down.starts_with("3 ") && down.find(line) != down.npos) << line << "\n" << down;
+        EXPECT_EQ(std::count(down.begin(), down.end(), '\n'), 1) << down;
+        heal();
+        EXPECT_TRUE(engine.reaches(FINISHED)) << line << engine.ask("stat");
+        EXPECT_NE(engine.ask("log").find("is up again"), std::string::npos);
+        expect_equal();
+    };
+    const auto resize = [](const test_disk &disk, size_t bytes) { fs::resize_file(disk.image, bytes); };
+    expect_down_and_up(
+        "Recovery On 0 Up Down", "Input/output error",
+        [&] { resize(*mirror, 20 * MIB), source->write(3 * MIB, "new"); },
+        [&] { resize(*mirror, SIZE + MIB); });
+    expect_down_and_up(
+        "Up Down", "there is no such disk", [&] { mirror->detach(); }, [&] { mirror->attach(); });
+    expect_down_and_up(
+        "Down Up", "the size of", [&] { resize(*source, SIZE + MIB), run("losetup -c " + source->path); },
+        [&] { resize(*source, SIZE), run("losetup -c " + source->path); });
+    int claim = -1;
+    expect_down_and_up(
+        "Up Down", "mounted or in use",
+        [&] {
+            claim = open(mirror->path.c_str(), O_RDONLY | O_EXCL | O_CLOEXEC);
+            source->write(4 * MIB, "newer");
+        },
+        [&] { close(claim); });
+}
+
+TEST_F(Mirror, BelongsToOneProcessAndObeysWholeRecordsOnly)
+{
+    std::optional<mirror_process> owner;
+    owner.emplace();
+    ASSERT_NO_FATAL_FAILURE(make_level(*owner));
+    std::optional<mirror_process> other_process;
+    const mirror_process &reader = other_process.emplace();
+    EXPECT_EQ(reader.ask("stat"), A + " " + FINISHED + ";");
+    for (const std::string command : {"resync ", "stop ", "unprotect ", "protect 1 "}) {
+        EXPECT_EQ(reader.ask(command + A), "-1") << command;
+        EXPECT_NE(reader.ask("log").find("another process runs the mirrors"), std::string::npos) << command;
+    }
+    EXPECT_EQ(owner->ask("workers") + reader.ask("workers"), "10");
+    const std::string path = FOLDER + A + ".mirror", whole = read_file(path);
+    owner->kill();
+    EXPECT_EQ(reader.ask("resync " + A), "0") << "the owner has gone";
+    EXPECT_TRUE(reader.reaches(FINISHED));
+
+    const std::string other = "000000dd-0000-0000-0000-000000000000";
+    const auto with = [&](const std::string &from, const std::string &to) {
+        std::string text = whole;
+        return text.replace(text.find(from), from.size(), to);
+    };
+    const std::pair<std::string, std::string> bad[] = {{A, whole.substr(0, whole.size() - 4)},
+                                                       {A, with("Sync Finished", "Sync Perhaps")},
+                                                       {A, ""},
+                                                       {A, with("position ", "position 9")},
+                                                       {other, whole},
+                                                       {other, with(A, other)}};
+    for (const auto &[name, text] : bad) {
+        other_process.reset();
+        run("rm -f " + FOLDER + "*.mirror*");
+        if (name == other)
+            write_file(path, whole);
+        write_file(FOLDER + name + ".mirror", text);
+        const mirror_process next;
+        EXPECT_EQ(next.ask("stat"), name == A ? "" : A + " " + FINISHED + ";") << text;
+        EXPECT_EQ(read_file(FOLDER + name + ".mirror.damaged-1"), text);
+        EXPECT_NE(next.ask("log").find(FOLDER + name), std::string::npos);
+    }
+}
+
+} // namespace
