@@ -1,5 +1,6 @@
 #include "platform/linux/mirror_copy.h"
 
+#include "platform/linux/mirror_hold.h"
 #include "platform/linux/throttle.h"
 #include "platform/linux/weak_log.h"
 
@@ -24,6 +25,7 @@ struct copying {
     unsigned orders = 0;
     std::string src_guid;
     std::string dest_guid;
+    state_fd hold;
     state_fd source;
     state_fd dest;
     throttle limit;
@@ -75,9 +77,16 @@ void fail(copying &work, side which, uint64_t offset, const std::string &problem
     set_link(work.one, which, end, problem);
 }
 
-bool open_both(copying &work)
+// False also while the mirror has to stay as it is: then what is due is done later.
+bool hold_and_open(copying &work)
 {
     std::string problem;
+    work.hold = try_hold_mirrors({work.dest_guid});
+    if (!work.hold.is_open()) {
+        if (errno != EAGAIN)
+            fail(work, side::dest, work.job.begin, std::string("it cannot be held: ") + strerror(errno));
+        return false;
+    }
     work.source = open_source(*work.ends.source.disk, &problem);
     if (!work.source.is_open()) {
         fail(work, side::source, work.job.begin, problem);
@@ -189,7 +198,7 @@ void settle(copying &work)
 void copy_what_is_due(mirror &one, mirror_ends &ends)
 {
     copying work = {.one = one, .ends = ends};
-    if (!take_order(work) || !open_both(work) || !prove(work, ends.source, side::source) ||
+    if (!take_order(work) || !hold_and_open(work) || !prove(work, ends.source, side::source) ||
         !prove(work, ends.dest, side::dest))
         return;
     work.job.go_on = [&work](uint64_t position) { return go_on(work, position); };

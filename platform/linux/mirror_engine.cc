@@ -78,7 +78,7 @@ enum class role { owner, reader, no_folder, failed };
 role take_role(engine &all)
 {
     if (!all.ownership.is_open()) {
-        state_fd ownership = try_lock_place(twinvault, place_of_owner);
+        state_fd ownership = try_lock_places(twinvault, {place_of_owner});
         if (!ownership.is_open() && errno != EAGAIN && errno != ENOENT)
             log_error("Cannot lock %s: %s", twinvault.path, strerror(errno));
         if (!ownership.is_open())

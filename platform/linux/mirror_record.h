@@ -1,10 +1,9 @@
 // A mirror relationship as it is kept in /var/lib/twinvault.
 #pragma once
 
+#include "platform/linux/state_folders.h"
 #include "platform/linux/state_store.h"
 #include "platform/linux/write_mark.h"
-
-inline constexpr state_folder twinvault = {"/var/lib/twinvault", "twinvault"};
 
 enum class sync_state { never, copying, recovering, level, cancelled };
 

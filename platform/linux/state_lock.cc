@@ -3,7 +3,11 @@
 #include <errno.h>
 #include <fcntl.h>
 
+#include <functional>
+
 namespace {
+
+constexpr off_t first_named_place = 1000;
 
 // The lock belongs to the open file, so it keeps threads apart as well; a record lock of fcntl would not.
 bool lock_place(int fd, off_t place, int command)
@@ -26,17 +30,29 @@ state_fd open_lock(const state_folder &folder)
     return state_fd(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
 }
 
-// The descriptor, or what closes it without a change of errno.
-state_fd unless_failed(state_fd file, bool is_locked)
+// Closed, with errno, unless all of the places are locked.
+state_fd open_and_lock(const state_folder &folder, const std::set<off_t> &places, int command)
 {
-    const int error = errno;
-    if (!is_locked)
-        file = state_fd();
+    state_fd file = open_lock(folder);
+    bool is_locked = file.is_open();
+    for (const off_t place : places)
+        is_locked = is_locked && lock_place(file.get(), place, command);
+    if (is_locked)
+        return file;
+    // A file system may say either when somebody else has a lock.
+    const int error = errno == EACCES && file.is_open() ? EAGAIN : errno;
+    file = state_fd();
     errno = error;
     return file;
 }
 
 } // namespace
+
+off_t place_of_name(const std::string &name)
+{
+    constexpr size_t places = size_t{1} << 48;
+    return first_named_place + static_cast<off_t>(std::hash<std::string>()(name) % places);
+}
 
 state_fd lock_files(const state_folder &folder)
 {
@@ -45,18 +61,10 @@ state_fd lock_files(const state_folder &folder)
 
 state_fd lock_places(const state_folder &folder, const std::set<off_t> &places)
 {
-    state_fd file = open_lock(folder);
-    bool is_locked = file.is_open();
-    for (const off_t place : places)
-        is_locked = is_locked && lock_place(file.get(), place, F_OFD_SETLKW);
-    return unless_failed(std::move(file), is_locked);
+    return open_and_lock(folder, places, F_OFD_SETLKW);
 }
 
-state_fd try_lock_place(const state_folder &folder, off_t place)
+state_fd try_lock_places(const state_folder &folder, const std::set<off_t> &places)
 {
-    state_fd file = open_lock(folder);
-    const bool is_locked = file.is_open() && lock_place(file.get(), place, F_OFD_SETLK);
-    if (!is_locked && errno == EACCES && file.is_open())
-        errno = EAGAIN; // a file system may say either
-    return unless_failed(std::move(file), is_locked);
+    return open_and_lock(folder, places, F_OFD_SETLK);
 }

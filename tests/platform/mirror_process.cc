@@ -54,14 +54,26 @@ std::string answer(const std::string &command)
     return verb == "log" ? take_log(LOG_INFO) : stat_all();
 }
 
-std::string guid_of(uint32_t signature)
+} // namespace
+
+uint32_t signature_of(unsigned number)
+{
+    static const uint32_t base = (std::random_device{}() | 0x80000000) & 0xffffff00;
+    return base + number;
+}
+
+std::string guid_of(unsigned number)
 {
     char guid[64];
-    snprintf(guid, sizeof guid, "%08x-0000-0000-0000-000000000000", signature);
+    snprintf(guid, sizeof guid, "%08x-0000-0000-0000-000000000000", signature_of(number));
     return guid;
 }
 
-} // namespace
+std::string bytes_of_signature(unsigned number)
+{
+    const uint32_t signature = signature_of(number);
+    return {reinterpret_cast<const char *>(&signature), sizeof signature};
+}
 
 // The library is not at work in the test itself, so a fork will do.
 mirror_process::mirror_process()
@@ -106,10 +118,10 @@ void mirror_process::kill()
     pid_ = -1;
 }
 
-test_disk::test_disk(size_t bytes, uint32_t signature, const std::string &options)
-    : guid(guid_of(signature)), image("/run/image-of-" + std::to_string(reinterpret_cast<uintptr_t>(this)))
+test_disk::test_disk(size_t bytes, unsigned number, const std::string &options)
+    : guid(guid_of(number)), image("/run/image-of-" + std::to_string(reinterpret_cast<uintptr_t>(this)))
 {
-    write_file(image, std::string(440, '\0') + std::string(reinterpret_cast<const char *>(&signature), 4));
+    write_file(image, std::string(440, '\0') + bytes_of_signature(number));
     std::filesystem::resize_file(image, bytes);
     attach(options);
 }
@@ -174,8 +186,8 @@ void Mirror::SetUp()
     if (access("/run/private-host", F_OK) != 0 || access("/dev/loop-control", R_OK | W_OK) != 0)
         GTEST_SKIP() << "no private host with loop devices";
     std::filesystem::remove_all(FOLDER);
-    source.emplace(SIZE, 0xaa);
-    mirror.emplace(SIZE + MIB, 0xbb);
+    source.emplace(SIZE, 0xa);
+    mirror.emplace(SIZE + MIB, 0xb);
     source->fill(MIB, SIZE - MIB);
     mirror->fill(2 * MIB, 5 * MIB); // to be overwritten
 }
@@ -192,9 +204,10 @@ void Mirror::make_level(const mirror_process &engine)
     ASSERT_TRUE(engine.reaches(FINISHED)) << engine.ask("stat") << engine.ask("log");
 }
 
-void Mirror::expect_equal(const std::string &signature) const
+void Mirror::expect_equal(unsigned number) const
 {
-    EXPECT_TRUE(mirror->content().substr(0, SIZE) == source->content().replace(440, 4, signature));
+    EXPECT_TRUE(mirror->content().substr(0, SIZE) ==
+                source->content().replace(440, 4, bytes_of_signature(number)));
 }
 
 uint64_t Mirror::saved_position()

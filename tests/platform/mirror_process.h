@@ -28,10 +28,15 @@ private:
     int fd_ = -1;
 };
 
+// Loop devices are the machine's, so a disk must not be taken for one of a test that runs beside: its number
+// stands for a signature that is drawn.
+uint32_t signature_of(unsigned number);
+std::string guid_of(unsigned number);
+
 // A loop device over a file of that size, blank but for its signature; gone when the last one closes it.
 class test_disk {
 public:
-    test_disk(size_t bytes, uint32_t signature, const std::string &options = "");
+    test_disk(size_t bytes, unsigned number, const std::string &options = "");
     ~test_disk() { detach(); }
     test_disk(const test_disk &) = delete;
     test_disk &operator=(const test_disk &) = delete;
@@ -51,7 +56,7 @@ public:
 
 constexpr size_t MIB = size_t{1} << 20;
 const std::string FOLDER = "/var/lib/twinvault/";
-const std::string A = "000000aa-0000-0000-0000-000000000000", B = "000000bb-0000-0000-0000-000000000000";
+const std::string A = guid_of(0xa), B = guid_of(0xb);
 const std::string FINISHED = "Sync Finished 100 Up Up";
 
 // Two disks in a private host without any relationship.
@@ -61,7 +66,8 @@ protected:
 
     static void protect(const mirror_process &engine, const std::string &then = "stat");
     static void make_level(const mirror_process &engine);
-    void expect_equal(const std::string &signature = std::string("\xbb\0\0\0", 4)) const;
+    // The mirror has the signature of the disk with that number.
+    void expect_equal(unsigned number = 0xb) const;
     static uint64_t saved_position();
 
     static constexpr size_t SIZE = 48 * MIB - 512; // the last block and its last page are not whole

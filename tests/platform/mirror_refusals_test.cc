@@ -17,13 +17,14 @@ TEST_F(Mirror, RefusesWhatMustNotBeMirroredAndLeavesNoTrace)
         other_twin(SIZE, 4), spare(SIZE, 5), mounted(SIZE, 6), claimed(SIZE, 7);
     raw.write(0, "somebody's");
     ASSERT_TRUE(
-        run("for i in 6=" + mounted.path + " 7=" + claimed.path +
+        run("for i in 0x" + mounted.guid.substr(0, 8) + "=" + mounted.path + " 0x" +
+            claimed.guid.substr(0, 8) + "=" + claimed.path +
             "; do printf \"label: dos\\nlabel-id: ${i%=*}\\n,4M\\n\" | sfdisk ${i#*=} || exit; done"));
     const bool is_mounted =
         run("partx -a " + mounted.path + " && mknod /dev/part b $(tr : ' ' </sys/class/block/" +
             mounted.path.substr(5) + "p1/dev) && mkfs.ext4 /dev/part && mount /dev/part /mnt");
     const int claim = open(claimed.path.c_str(), O_RDONLY | O_EXCL | O_CLOEXEC);
-    const std::string nobody = "99999999-0000-0000-0000-000000000000";
+    const std::string nobody = guid_of(0x99);
     const struct {
         std::string local, mirror, why;
     } rows[] = {{A, A, "its own mirror"},

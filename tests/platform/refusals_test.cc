@@ -22,7 +22,6 @@ TEST(PlainHost, RefusesMirrorsAndSnapshotsAndNamesTheObject)
         {tw_disk_resync(name, 0), -1},        {tw_disk_stop_sync(name), -1},
         {kav_call_disk_markcdp(name), -1},    {kav_call_grp_markcdp(&group), -1},
         {Kav_connect_db_flush_cfg(&app), -1}, {Kav_delete_app(name), 0},
-        {Kav_delete_dev(0, name), 0},
     };
     std::istringstream log(take_log());
     for (const auto &[result, expected] : results) {

@@ -1,0 +1,72 @@
+#include "platform/linux/agent_devices.h"
+
+#include "platform/linux/state_folders.h"
+#include "platform/linux/state_store.h"
+#include "platform/linux/weak_log.h"
+
+#include <errno.h>
+#include <stdlib.h>
+#include <string.h>
+
+namespace {
+
+record_fields fields_of(const marked_device &device)
+{
+    return {{"guid", device.guid}, {"path", device.path}};
+}
+
+bool is_device(const record_fields &fields)
+{
+    return fields.size() == 2 && fields[0].second.size() <= longest_guid &&
+           fields_of({fields[0].second, fields[1].second}) == fields;
+}
+
+constexpr record_kind known_device = {kavcdpagt, "device", is_device};
+
+// Null when memory is short.
+device_record device_of(const record_fields &fields)
+{
+    device_record device(static_cast<Kavdev *>(calloc(1, sizeof(Kavdev))));
+    if (!device)
+        return device;
+    const std::string braced = "{" + fields[0].second + "}";
+    memcpy(device->guid, braced.c_str(), braced.size() + 1);
+    device->flag = 1;
+    device->path = strdup(fields[1].second.c_str());
+    if (!device->path)
+        device.reset();
+    return device;
+}
+
+} // namespace
+
+void device_freer::operator()(Kavdev *device) const noexcept
+{
+    free(device->path);
+    free(device);
+}
+
+bool keep_device(const marked_device &marked)
+{
+    return store_record(known_device, fields_of(marked));
+}
+
+int forget_device(const std::string &guid)
+{
+    return remove_record(known_device, guid);
+}
+
+bool load_devices(std::vector<device_record> *devices)
+{
+    const auto records = load_records(known_device);
+    if (!records)
+        return false;
+    for (const record_fields &fields : *records) {
+        devices->push_back(device_of(fields));
+        if (!devices->back()) {
+            log_error("Cannot list the devices: %s", strerror(ENOMEM));
+            return false;
+        }
+    }
+    return true;
+}

@@ -1,0 +1,12 @@
+#include "platform/linux/mirror_hold.h"
+
+#include "platform/linux/state_folders.h"
+#include "platform/linux/state_lock.h"
+
+state_fd try_hold_mirrors(const std::vector<std::string> &guids)
+{
+    std::set<off_t> places;
+    for (const std::string &guid : guids)
+        places.insert(place_of_name(guid));
+    return try_lock_places(twinvault, places);
+}
