@@ -1,6 +1,6 @@
 #include "kavdev.h"
 
-#include "platform/linux/sysfs.h"
+#include "platform/linux/attributes.h"
 #include "platform/linux/weak_log.h"
 
 #include <errno.h>
@@ -64,44 +64,19 @@ int run_udevadm(const char *command, std::vector<std::string> arguments)
     return 0;
 }
 
-int probe_through_udev()
+bool announce_through_udev()
 {
-    if (run_udevadm("trigger", {"--subsystem-match=block", "--action=change"}) != 0)
-        return -1;
-    return run_udevadm("settle", {"--timeout=10"});
-}
-
-// Writes TEXT to ATTRIBUTE of every device in FOLDER that has it. 0, or -1 with a log line.
-int write_to_all(const std::string &folder, const std::string &attribute, const std::string &text)
-{
-    const auto names = list_folder(folder);
-    if (!names) {
-        log_error("Cannot list %s: %s", folder.c_str(), strerror(errno));
-        return -1;
-    }
-    int result = 0;
-    for (const std::string &name : *names) {
-        const std::string path = folder + "/" + name + "/" + attribute;
-        if (!write_attribute(path, text) && errno != ENOENT) {
-            log_error("Cannot write \"%s\" to %s: %s", text.c_str(), path.c_str(), strerror(errno));
-            result = -1;
-        }
-    }
-    return result;
-}
-
-// One device that refuses does not keep the others from being probed.
-int probe_through_sysfs()
-{
-    const int rescanned = write_to_all("/sys/block", "device/rescan", "1");
-    const int announced = write_to_all("/sys/class/block", "uevent", "change");
-    return rescanned == 0 && announced == 0 ? 0 : -1;
+    return run_udevadm("trigger", {"--subsystem-match=block", "--action=change"}) == 0 &&
+           run_udevadm("settle", {"--timeout=10"}) == 0;
 }
 
 } // namespace
 
 extern "C" __attribute__((visibility("default"))) int kav_device_probe_all(int /*flag*/)
 {
+    const bool is_read = read_sizes_anew();
     const bool udev_runs = access("/run/udev/control", F_OK) == 0;
-    return udev_runs ? probe_through_udev() : probe_through_sysfs();
+    const bool is_announced =
+        udev_runs ? announce_through_udev() : write_to_all("/sys/class/block", "uevent", "change");
+    return is_read && is_announced ? 0 : -1;
 }

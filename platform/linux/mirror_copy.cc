@@ -15,7 +15,6 @@ using namespace std::chrono_literals;
 using steady_clock = std::chrono::steady_clock;
 
 constexpr auto checkpoint_time = 1s;
-constexpr uint64_t checkpoint_bytes = uint64_t{256} << 20;
 constexpr auto pause_after_failed_save = 60s;
 
 struct copying {
@@ -30,7 +29,6 @@ struct copying {
     state_fd dest;
     throttle limit;
     steady_clock::time_point next_checkpoint = steady_clock::now() + checkpoint_time;
-    uint64_t next_checkpoint_at = 0;
     int sync_error = 0; // why a checkpoint failed
 };
 
@@ -64,7 +62,6 @@ bool take_order(copying &work)
     work.job.begin = record.position;
     work.job.end = record.size;
     work.job.compare = !is_full;
-    work.next_checkpoint_at = record.position + checkpoint_bytes;
     work.src_guid = record.src_guid;
     work.dest_guid = record.dest_guid;
     return true;
@@ -122,14 +119,12 @@ bool checkpoint(copying &work, uint64_t position)
     work.one.record.position = position;
     const bool is_saved = save_mirror(work.one.record);
     work.next_checkpoint = steady_clock::now() + (is_saved ? checkpoint_time : pause_after_failed_save);
-    work.next_checkpoint_at = position + checkpoint_bytes;
     return true;
 }
 
 bool go_on(copying &work, uint64_t position)
 {
-    if ((steady_clock::now() >= work.next_checkpoint || position >= work.next_checkpoint_at) &&
-        !checkpoint(work, position))
+    if (steady_clock::now() >= work.next_checkpoint && !checkpoint(work, position))
         return false;
     for (;;) {
         const auto pause = work.limit.pause(position, steady_clock::now());

@@ -90,8 +90,11 @@ TEST_F(MadeHost, VolumeOfTheStorageSystemIsReportedWhateverItHolds)
 TEST_F(MadeHost, RescanWritesToEveryScsiHostAndReportsTheOneThatRefuses)
 {
     EXPECT_EQ(kavdisk_rescan_dev(0), 1) << "no SCSI at all";
-    write_facts("/sys/class/scsi_host", "host0/scan= host2/scan=");
+    write_facts("/sys", "class/scsi_host/host0/scan= class/scsi_host/host2/scan= block/sda/device/rescan= "
+                        "block/sdb/device/rescan= block/sdb/device/state=blocked");
     EXPECT_EQ(kavdisk_rescan_dev(0), 1);
+    EXPECT_EQ(read_file("/sys/block/sda/device/rescan"), "1") << "it may have been resized";
+    EXPECT_EQ(read_file("/sys/block/sdb/device/rescan"), "\n") << "it would only be waited for";
     EXPECT_EQ(take_log(), "");
     std::filesystem::create_directories("/sys/class/scsi_host/host1/scan");
     write_facts("/sys/class/scsi_host", "host0/scan= host2/scan=");
@@ -117,6 +120,7 @@ TEST_F(MadeHost, ProbeWithoutUdevGoesThroughSysfs)
 TEST_F(MadeHost, ProbeWithUdevTriggersAndSettles)
 {
     const std::string path = getenv("PATH");
+    std::filesystem::create_directory("/sys/block");
     write_file("/run/udev/control", "");
     write_file("/run/udevadm", "#!/bin/sh\necho \"$@\" >>/run/calls\nexit $UDEVADM_STATUS\n");
     chmod("/run/udevadm", 0755);
