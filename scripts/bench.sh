@@ -10,3 +10,4 @@ scripts/install-packages build demo
 scripts/build.sh release
 scripts/private-host -n bench scripts/bench/host.sh build/release "$rounds" "$seconds"
 scripts/private-host -n bench scripts/bench/schedules.sh build/release
+scripts/private-host -n bench scripts/bench/mirrors.sh build/release

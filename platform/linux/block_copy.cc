@@ -12,7 +12,6 @@
 namespace {
 
 constexpr unsigned blocks_in_flight = 8;
-constexpr uint64_t signature_offset = 440;
 
 // One block on its way.
 struct slot {

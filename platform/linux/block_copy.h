@@ -1,15 +1,14 @@
 // Copying of one block device onto another: direct I/O in large aligned blocks, several of them on their way.
 #pragma once
 
-#include <array>
+#include "platform/linux/disk_signature.h"
+
 #include <cstdint>
 #include <functional>
 #include <optional>
 
 inline constexpr uint64_t copy_block = uint64_t{1} << 20; // bytes
 inline constexpr uint64_t compared_page = 4096;           // what differs is written in units of this
-
-using disk_signature = std::array<char, 4>;
 
 struct copy_job {
     int source = -1;      // opened with O_DIRECT

@@ -8,8 +8,6 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <linux/fs.h>
-#include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
@@ -21,7 +19,6 @@
 namespace {
 
 constexpr size_t page = 4096;
-constexpr size_t signature_offset = 440;
 constexpr int claim_attempts = 25;
 constexpr useconds_t claim_pause_us = 4000;
 
@@ -60,20 +57,10 @@ std::string sequence_of(const std::string &name)
     return read_attribute(folder_of(name) + "/diskseq").value_or("");
 }
 
-// As the daemon makes it of the signature; none for a disk without one.
-std::optional<std::string> guid_in_first_page(const char *bytes)
-{
-    uint32_t signature = 0;
-    memcpy(&signature, bytes + signature_offset, sizeof signature);
-    char guid[64];
-    snprintf(guid, sizeof guid, "%08x-0000-0000-0000-000000000000", signature);
-    return signature == 0 ? std::nullopt : std::optional<std::string>(guid);
-}
-
 std::optional<std::string> read_signature_guid(int fd)
 {
     alignas(page) char first[page];
-    return pread(fd, first, page, 0) == page ? guid_in_first_page(first) : std::nullopt;
+    return pread(fd, first, page, 0) == page ? guid_of_signature(signature_in(first)) : std::nullopt;
 }
 
 std::optional<std::string> guid_of(const located_disk &disk)
@@ -188,8 +175,5 @@ std::optional<disk_signature> signature_to_keep(const located_disk &disk)
 {
     if (disk.is_storage_volume)
         return std::nullopt;
-    const auto value = static_cast<uint32_t>(strtoul(disk.guid.substr(0, 8).c_str(), nullptr, 16));
-    disk_signature signature;
-    memcpy(signature.data(), &value, sizeof value);
-    return signature;
+    return signature_of_guid(disk.guid);
 }

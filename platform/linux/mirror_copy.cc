@@ -124,9 +124,9 @@ bool checkpoint(copying &work, uint64_t position)
 
 bool go_on(copying &work, uint64_t position)
 {
-    if (steady_clock::now() >= work.next_checkpoint && !checkpoint(work, position))
-        return false;
     for (;;) {
+        if (steady_clock::now() >= work.next_checkpoint && !checkpoint(work, position))
+            return false;
         const auto pause = work.limit.pause(position, steady_clock::now());
         std::unique_lock held(work.one.lock);
         if (!is_in_force(work))

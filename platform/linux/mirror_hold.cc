@@ -10,3 +10,8 @@ state_fd try_hold_mirrors(const std::vector<std::string> &guids)
         places.insert(place_of_name(guid));
     return try_lock_places(twinvault, places);
 }
+
+bool is_mirror_held(const std::string &guid)
+{
+    return is_locked(twinvault, place_of_name(guid));
+}

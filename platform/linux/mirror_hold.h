@@ -10,3 +10,6 @@
 // Holds all of these mirrors until the descriptor closes. Closed, with errno and without waiting, when that
 // cannot be; EAGAIN: somebody else holds one of them; ENOENT: there are no mirrors on this host.
 state_fd try_hold_mirrors(const std::vector<std::string> &guids);
+
+// Whether anybody holds that mirror.
+bool is_mirror_held(const std::string &guid);

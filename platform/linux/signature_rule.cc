@@ -2,6 +2,8 @@
 
 #include "platform/linux/content.h"
 #include "platform/linux/disk_node.h"
+#include "platform/linux/disk_signature.h"
+#include "platform/linux/mirror_hold.h"
 #include "platform/linux/sysfs.h"
 
 #include <errno.h>
@@ -20,9 +22,6 @@ constexpr uint64_t floppy_sectors = 2880;
 
 constexpr int claim_attempts = 5;
 constexpr useconds_t claim_pause_us = 2000;
-
-constexpr size_t signature_offset = 440;
-constexpr size_t signature_size = 4;
 
 bool is_plain_disk(const disk_facts &disk)
 {
@@ -62,8 +61,18 @@ bool first_sector_is_empty(int fd)
     std::vector<char> sector(static_cast<size_t>(sector_size));
     if (pread(fd, sector.data(), sector.size(), 0) != sector_size)
         return false;
-    std::fill_n(sector.begin() + signature_offset, signature_size, '\0');
+    std::fill_n(sector.begin() + signature_offset, sizeof(disk_signature), '\0');
     return std::all_of(sector.begin(), sector.end(), [](char byte) { return byte == '\0'; });
+}
+
+// The claim on a mirror that is being copied to is that of the embedded mirrors: nobody else has the disk.
+bool is_mirror_at_work(int fd)
+{
+    char first[512];
+    if (pread(fd, first, sizeof first, 0) != sizeof first)
+        return false;
+    const auto guid = guid_of_signature(signature_in(first));
+    return guid && is_mirror_held(*guid);
 }
 
 bool content_allows_signature(int fd, const disk_facts &disk)
@@ -73,7 +82,8 @@ bool content_allows_signature(int fd, const disk_facts &disk)
         return false;
     if (content->table != table_type::none)
         return content->table != table_type::other;
-    return disk.partitions.empty() && first_sector_is_empty(fd) && is_unclaimed(disk);
+    return disk.partitions.empty() && first_sector_is_empty(fd) &&
+           (is_mirror_at_work(fd) || is_unclaimed(disk));
 }
 
 } // namespace

@@ -23,3 +23,6 @@ state_fd lock_places(const state_folder &folder, const std::set<off_t> &places);
 
 // The same without waiting; EAGAIN: somebody else has one of them.
 state_fd try_lock_places(const state_folder &folder, const std::set<off_t> &places);
+
+// Whether anybody has that place, this process included.
+bool is_locked(const state_folder &folder, off_t place);

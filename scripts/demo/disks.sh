@@ -1,72 +1,125 @@
 # The demonstration's disks: real loop devices on files of the private host. Sourced.
-# After make_disks: gpt_disk, mbr_disk, blank_disk and swap_disk are device paths.
+# After make_disks: gpt_disk, gpt_mirror, mbr_disk, mbr_mirror and swap_disk are device paths.
+# shellcheck shell=bash disable=SC2034,SC2154
 
 disk_folder=/var/disks
-devices=()
+holders=()
+attachments=()
 
-# attach NAME SIZE: a loop device on a new file; its path in $attached. The private host has its own /dev,
-# where a node may be missing.
-attach() {
-    truncate -s "$2" "$disk_folder/$1"
-    local path
-    path=$(losetup --find)
-    [[ -e $path ]] || mknod "$path" b 7 "${path#/dev/loop}"
-    losetup "$path" "$disk_folder/$1"
-    devices+=("$path")
-    attached=$path
+# attachment DEVICE: by which this one is told from a later one of that name; nothing for a free device.
+attachment() {
+    local folder=/sys/block/${1#/dev/}
+    [[ -e $folder/loop/backing_file ]] || return 0
+    echo "$1 $(cat "$folder/diskseq" "$folder/loop/backing_file" 2>/dev/null | xargs)"
 }
 
-# partition_node DEVICE NUMBER: the kernel's node of a partition, made where it is missing.
-partition_node() {
-    local node=$1p$2 major_minor
-    major_minor=$(</sys/class/block/"${node#/dev/}"/dev)
-    [[ -e $node ]] || mknod "$node" b "${major_minor%:*}" "${major_minor#*:}"
+# attach NAME OPTION...: a loop device on that file; its path in $attached. Whatever ends the demonstration, the
+# device goes with the last process that holds it open: it is detached already.
+attach() {
+    local path holder attempt
+    trap '' INT TERM # or one that nobody holds yet might be left
+    for attempt in {1..50}; do # somebody else may be faster
+        path=$(losetup --find)
+        [[ -e $path ]] || mknod -m 600 "$path" b 7 "${path#/dev/loop}"
+        losetup "${@:2}" "$path" "$disk_folder/$1" 2>/dev/null && break
+        ((attempt < 50)) || fail "no loop device for $1"
+        sleep 0.1
+    done
+    exec {holder}<"$path"
+    losetup --detach "$path"
+    sleep infinity <&"$holder" &
+    holders+=($!)
+    disown
+    exec {holder}<&-
+    attached=$path
+    attachments+=("$(attachment "$path")")
+    obey_signals
+}
+
+# attach_blank NAME SIZE
+attach_blank() {
+    truncate -s "$2" "$disk_folder/$1"
+    attach "$1"
+}
+
+# attach_partitioned NAME OPTION...: with its partitions, which go with it (--partscan), and their nodes.
+attach_partitioned() {
+    attach "$@" --partscan
+    partx --update "$attached" # a kernel may know fewer partition tables
+    local entry node major_minor
+    for entry in "/sys/block/${attached#/dev/}/${attached#/dev/}"p*; do
+        node=/dev/${entry##*/}
+        major_minor=$(<"$entry/dev")
+        rm -f "$node" # of another disk that had this name
+        mknod -m 600 "$node" b "${major_minor%:*}" "${major_minor#*:}"
+    done
+}
+
+make_gpt_disk() {
+    truncate -s 64M "$disk_folder/gpt"
+    printf 'label: gpt\n,48M\n,\n' | sfdisk --quiet "$disk_folder/gpt"
+    attach_partitioned gpt
+    gpt_disk=$attached
+    # The kernel must have nothing left to do on it by itself: a mirror follows whatever is written.
+    mkfs.ext4 -q -E lazy_itable_init=0,lazy_journal_init=0 "${gpt_disk}p1"
+    mkswap "${gpt_disk}p2" >/dev/null
+    mount -o noatime "${gpt_disk}p1" /mnt/data
+    dd if=/dev/urandom of=/mnt/data/numbers bs=1M count=8 status=none
+    sync -f /mnt/data
+}
+
+make_mbr_disk() {
+    truncate -s 32M "$disk_folder/mbr"
+    printf 'label: dos\nlabel-id: 0x%s\n,\n' "$(xxd -p -l 4 /dev/urandom)" | sfdisk --quiet "$disk_folder/mbr"
+    attach_partitioned mbr
+    mbr_disk=$attached
+    dd if=/dev/urandom of="${mbr_disk}p1" bs=1M count=6 conv=fsync status=none
 }
 
 make_disks() {
-    mkdir -p "$disk_folder" /mnt/data
+    rm -f /dev/loop[0-9]* # those of the machine are not our business
+    mkdir "$disk_folder"
     mount -t tmpfs demo /mnt
-    mkdir /mnt/data
-
-    attach gpt 96M
-    gpt_disk=$attached
-    printf 'label: gpt\n,64M\n,\n' | sfdisk --quiet --no-tell-kernel "$gpt_disk"
-    partx --add "$gpt_disk"
-    partition_node "$gpt_disk" 1
-    partition_node "$gpt_disk" 2
-    mkfs.ext4 -q "${gpt_disk}p1"
-    mkswap -q "${gpt_disk}p2" 2>/dev/null || mkswap "${gpt_disk}p2" >/dev/null
-    mount "${gpt_disk}p1" /mnt/data
-    dd if=/dev/urandom of=/mnt/data/file bs=1M count=8 status=none
-
-    attach mbr 32M
-    mbr_disk=$attached
-    printf 'label: dos\nlabel-id: 0x1a2b3c4d\n,\n' | sfdisk --quiet --no-tell-kernel "$mbr_disk"
-    partx --add "$mbr_disk"
-
-    attach blank 16M
-    blank_disk=$attached
-
-    attach swap 16M
+    mkdir /mnt/{data,mirror,snapshot}
+    make_gpt_disk
+    make_mbr_disk
+    attach_blank gpt-mirror 64M
+    gpt_mirror=$attached
+    attach_blank mbr-mirror 32M
+    mbr_mirror=$attached
+    attach_blank swap 16M
     swap_disk=$attached
     mkswap "$swap_disk" >/dev/null
     swap_sum=$(md5sum <"$swap_disk")
 }
 
-# A disk that is in use as a whole must come out as it went in.
-show_untouched() {
-    if [[ $(md5sum <"$swap_disk") != "$swap_sum" ]]; then
-        echo "demo: the swap disk was written to" >&2
-        exit 1
-    fi
-    echo "The whole-disk swap area on $swap_disk is as it was."
+# The GUID by which the daemon knows a disk without SCSI identity.
+guid_of() {
+    printf '%s-0000-0000-0000-000000000000\n' "$(od -An -v -tx4 -j440 -N4 --endian=little "$1" | tr -d ' ')"
 }
 
-remove_disks() {
-    umount /mnt/data 2>/dev/null || true
-    local path
-    for path in "${devices[@]}"; do
-        partx --delete "$path" 2>/dev/null || true
-        losetup --detach "$path" || true
+is_swap_untouched() {
+    [[ $(md5sum <"$swap_disk") == "$swap_sum" ]]
+}
+
+are_disks_gone() {
+    local known
+    for known in "${attachments[@]}"; do
+        [[ $(attachment "${known%% *}") != "$known" ]] || return 1
     done
+}
+
+# True when no loop device is left.
+remove_disks() {
+    local folder attempt
+    for folder in /mnt/{data,mirror,snapshot}; do
+        umount "$folder" 2>/dev/null
+    done
+    ((${#holders[@]} == 0)) || kill -KILL "${holders[@]}"
+    for attempt in {1..50}; do
+        are_disks_gone && return 0
+        sleep 0.1
+    done
+    echo "demo: after $attempt looks, there are still loop devices on $disk_folder" >&2
+    return 1
 }

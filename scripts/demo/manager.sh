@@ -1,5 +1,6 @@
 # The manager's side of the demonstration: a network namespace of its own, joined to the host by a veth pair.
 # Sourced.
+# shellcheck shell=bash disable=SC2034,SC2154
 
 host_address=10.77.0.1
 manager_address=10.77.0.2
@@ -8,7 +9,7 @@ manager_log=/var/log/manager
 manager_control=/var/tmp/manager-options
 
 in_manager() {
-    nsenter --target "$manager_namespace" --net -- "$@"
+    timeout --foreground "$longest" nsenter --target "$manager_namespace" --net -- "$@"
 }
 
 make_manager_network() {
@@ -44,9 +45,13 @@ manager_option() {
     kill -HUP "$manager"
 }
 
+heartbeat_count() {
+    grep -c 'command 32' "$manager_log" || true
+}
+
 # heartbeats COUNT: true when the manager has taken that many.
 heartbeats() {
-    (($(grep -c 'command 32' "$manager_log") >= $1))
+    (($(heartbeat_count) >= $1))
 }
 
 # An initiator tool that notes what it is asked to do and says yes.

@@ -118,6 +118,9 @@ TEST_F(Mirror, StopsAndStaysStoppedUntilTheNextResync)
     write_file(FOLDER + "throttle", "1000\n");
     EXPECT_EQ(engine->ask("resync " + A), "0");
     ASSERT_TRUE(engine->reaches("Sync On"));
+    const disk_list disks(0);
+    ASSERT_TRUE(disks.find(mirror->path.substr(5)));
+    EXPECT_NE(disks.find(mirror->path.substr(5))->state, 0U) << "in use by nobody but the mirrors";
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(engine->ask("unprotect " + A), "0");
     EXPECT_LT(std::chrono::steady_clock::now() - start, 2s);
