@@ -5,39 +5,32 @@ bin=$PWD/$1/bin
 mib=${2-4096}
 rounds=${3-5}
 
-devices=()
+# shellcheck source=scripts/loop_disk.sh
+source "$(dirname "$0")/../loop_disk.sh"
+
 folders=()
 remove_disks() {
-    local item
-    for item in "${devices[@]}"; do
-        losetup --detach "$item" || true
-    done
+    kill -KILL "${loop_holders[@]}"
     rm -rf "${folders[@]}"
 }
 trap remove_disks EXIT
 
-# attach FILE: a loop device of random content over a new file, past the file system's cache where it can; its path
-# in $attached.
+# attach FILE [LOSETUP-OPTION]: a loop device of random content over a new file; its path in $attached.
 attach() {
     head -c "${mib}M" /dev/urandom >"$1"
-    local end=$((SECONDS + 10))
-    until attached=$(losetup --find) && { [[ -e $attached ]] || mknod "$attached" b 7 "${attached#/dev/loop}"; } &&
-        losetup --direct-io=on "$attached" "$1" 2>/dev/null || losetup "$attached" "$1"; do
-        ((SECONDS < end)) || { echo "bench: no free loop device" >&2; exit 1; }
-    done
-    devices+=("$attached")
+    attach_loop "$@"
     # Without a partition table it would be somebody's data, and no disk of a mirror.
     echo 'label: dos' | sfdisk --quiet --no-tell-kernel --wipe always "$attached"
 }
 
-# measure NAME FOLDER
+# measure NAME FOLDER [LOSETUP-OPTION]
 measure() {
     local folder source
     folder=$(mktemp -d "$2/bench-mirrors.XXXXXX")
     folders+=("$folder")
-    attach "$folder/source"
+    attach "$folder/source" "${@:3}"
     source=$attached
-    attach "$folder/mirror"
+    attach "$folder/mirror" "${@:3}"
     "$bin/bench-mirrors" "$1" "$source" "$attached" "$mib" "$rounds"
 }
 
@@ -46,4 +39,4 @@ printf '| disks | resync, MiB/s | dd, MiB/s | resync / dd | watching, of a core 
 mkdir -p /run/disks
 mount -t tmpfs -o size=$((2 * mib + 64))M bench /run/disks
 measure "in memory" /run/disks
-measure "on a disk" "${TMPDIR-/tmp}"
+measure "on a disk" "${TMPDIR-/tmp}" --direct-io=on

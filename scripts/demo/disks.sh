@@ -3,7 +3,6 @@
 # shellcheck shell=bash disable=SC2034,SC2154
 
 disk_folder=/var/disks
-holders=()
 attachments=()
 
 # attachment DEVICE: by which this one is told from a later one of that name; nothing for a free device.
@@ -13,26 +12,11 @@ attachment() {
     echo "$1 $(cat "$folder/diskseq" "$folder/loop/backing_file" 2>/dev/null | xargs)"
 }
 
-# attach NAME OPTION...: a loop device on that file; its path in $attached. Whatever ends the demonstration, the
-# device goes with the last process that holds it open: it is detached already.
+# attach NAME OPTION...: a loop device on that file; its path in $attached.
 attach() {
-    local path holder attempt
     trap '' INT TERM # or one that nobody holds yet might be left
-    for attempt in {1..50}; do # somebody else may be faster
-        path=$(losetup --find)
-        [[ -e $path ]] || mknod -m 600 "$path" b 7 "${path#/dev/loop}"
-        losetup "${@:2}" "$path" "$disk_folder/$1" 2>/dev/null && break
-        ((attempt < 50)) || fail "no loop device for $1"
-        sleep 0.1
-    done
-    exec {holder}<"$path"
-    losetup --detach "$path"
-    sleep infinity <&"$holder" &
-    holders+=($!)
-    disown
-    exec {holder}<&-
-    attached=$path
-    attachments+=("$(attachment "$path")")
+    attach_loop "$disk_folder/$1" "${@:2}" || fail "no loop device for $1"
+    attachments+=("$(attachment "$attached")")
     obey_signals
 }
 
@@ -115,7 +99,7 @@ remove_disks() {
     for folder in /mnt/{data,mirror,snapshot}; do
         umount "$folder" 2>/dev/null
     done
-    ((${#holders[@]} == 0)) || kill -KILL "${holders[@]}"
+    ((${#loop_holders[@]} == 0)) || kill -KILL "${loop_holders[@]}"
     for attempt in {1..50}; do
         are_disks_gone && return 0
         sleep 0.1

@@ -6,6 +6,8 @@ here=$(dirname "$0")
 export PATH=$PATH:/usr/sbin:/sbin:$build/bin
 # shellcheck source=scripts/demo/show.sh
 source "$here/show.sh"
+# shellcheck source=scripts/loop_disk.sh
+source "$here/../loop_disk.sh"
 # shellcheck source=scripts/demo/disks.sh
 source "$here/disks.sh"
 # shellcheck source=scripts/demo/manager.sh

@@ -9,12 +9,15 @@ log=/var/log/messages
 config=/etc/kavtessaron/qelcd.conf
 host_address=10.77.0.1
 initiator_iqn=iqn.2020-01.lab:host
+iface=qel_iface_net0
+nodes=/var/lib/iscsi/nodes
 manager_guid=0b7e4a55-1f0c-4d9e-8b7a-5a1f4f0d3c21
-config_head='<?xml version="1.0" encoding="utf-8"?>
+client_guid=6f1c2a52-6b0e-4c57-9a54-2f4f5d6a7b81
+config_head="<?xml version=\"1.0\" encoding=\"utf-8\"?>
 <Tessaron>
-  <ClientGUID>6f1c2a52-6b0e-4c57-9a54-2f4f5d6a7b81</ClientGUID>
+  <ClientGUID>$client_guid</ClientGUID>
   <ClientPort>9410</ClientPort>
-  <ServerPort>9411</ServerPort>'
+  <ServerPort>9411</ServerPort>"
 
 # --- Checks ---------------------------------------------------------------------------------------------
 
@@ -26,6 +29,8 @@ fail() {
     head -n 3 /var/lib/iscsi/ifaces/qel_iface* 2>/dev/null || true
     find /var/lib/iscsi/nodes 2>/dev/null || true
     cat "$config" 2>/dev/null || true
+    printf '%s\n' '--- mirrors and marks'
+    head -n 20 /var/lib/twinvault/*.mirror /var/lib/kavcdpagt/journal 2>/dev/null || true
     printf '%s\n' '--- the daemon'
     grep -E ' (qelcd|iscsid)' "$log" | tail -n 150 || true
     exit 1
@@ -69,10 +74,31 @@ logged() {
     grep -F -- "$1" "$log"
 }
 
+configured() {
+    grep -F -- "$1" "$config"
+}
+
+any_session() {
+    compgen -G '/sys/class/iscsi_session/*'
+}
+
+# check_forgotten IQN: the host knows nothing any more of a manager with this target, and is free for another.
+check_forgotten() {
+    check_within 20 "no session" none any_session
+    check "no record of the target" none test -e "$nodes/$1"
+    check "no interface record of the daemon" none compgen -G '/var/lib/iscsi/ifaces/qel_iface_*'
+    check "no manager in the configuration" none configured "<Manager>"
+    check "the host can be adopted anew" qelc scan_client
+}
+
 # --- The manager's side -----------------------------------------------------------------------------------
 
 in_manager() {
     ip netns exec manager "$@"
+}
+
+from_manager() {
+    in_manager qelc --host "$host_address:9410" "$@"
 }
 
 # start_network ADDRESS...: net0 of the host leads to the manager, which has these addresses.
@@ -115,16 +141,21 @@ stop_manager() {
 # start_target NUMBER ADDRESS IQN GUID: a target with one disk of the storage system. A tgtd serves one address
 # only, so each target has its own.
 start_target() {
-    local disk=/var/tmp/target$1
-    local admin=(in_manager tgtadm --control-port "$1" --lld iscsi) lun=(--mode logicalunit --tid 1 --lun 1)
-    truncate -s 32M "$disk"
+    local admin=(in_manager tgtadm --control-port "$1" --lld iscsi --mode target --tid 1)
     mkdir -p /run/tgtd
     in_manager tgtd --control-port "$1" --iscsi "portal=$2:3260" 2>/dev/null
-    check_within 20 "a target on $2" "${admin[@]}" --mode target --op new --tid 1 --targetname "$3"
-    "${admin[@]}" "${lun[@]}" --op new --backing-store "$disk"
-    "${admin[@]}" "${lun[@]}" --op update \
-        --params "vendor_id=QRZ,product_id=KAVSolution,product_rev=0001,scsi_sn=$4"
-    "${admin[@]}" --mode target --op bind --tid 1 --initiator-address ALL
+    check_within 20 "a target on $2" "${admin[@]}" --op new --targetname "$3"
+    truncate -s 32M "/var/tmp/target$1"
+    add_lun "$1" 1 "$4" "/var/tmp/target$1"
+    "${admin[@]}" --op bind --initiator-address ALL
+}
+
+# add_lun NUMBER LUN GUID FILE: one more disk of the storage system behind that target, on that file.
+add_lun() {
+    local admin=(in_manager tgtadm --control-port "$1" --lld iscsi --mode logicalunit --tid 1 --lun "$2")
+    "${admin[@]}" --op new --backing-store "$4"
+    "${admin[@]}" --op update \
+        --params "vendor_id=QRZ,product_id=KAVSolution,product_rev=0001,scsi_sn=$3"
 }
 
 # --- The host's side --------------------------------------------------------------------------------------
@@ -171,8 +202,10 @@ disk_with() {
     grep -q -a -i -- "$1" /sys/block/sd*/device/vpd_pg80
 }
 
-# start_daemon [ELEMENT...]: with these elements at the end of its configuration.
+# start_daemon [ELEMENT...]: with these elements at the end of its configuration, and without any mirrors or
+# marks of the machine that the guest's files come from.
 start_daemon() {
+    rm -rf /var/lib/twinvault /var/lib/kavcdpagt
     printf '%s\n' "$config_head" "$@" '</Tessaron>' >"$config"
     qelcd
     check_within 20 "the daemon answers" qelc nop_command
