@@ -8,12 +8,14 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <linux/fs.h>
+#include <stdlib.h>
 #include <string.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <functional>
+#include <memory>
 #include <vector>
 
 namespace {
@@ -59,8 +61,11 @@ std::string sequence_of(const std::string &name)
 
 std::optional<std::string> read_signature_guid(int fd)
 {
-    alignas(page) char first[page];
-    return pread(fd, first, page, 0) == page ? guid_of_signature(signature_in(first)) : std::nullopt;
+    // Aligned, as the descriptor may be one for direct I/O.
+    const std::unique_ptr<void, decltype(&free)> first(aligned_alloc(page, page), free);
+    if (!first || pread(fd, first.get(), page, 0) != page)
+        return std::nullopt;
+    return guid_of_signature(signature_in(static_cast<const char *>(first.get())));
 }
 
 std::optional<std::string> guid_of(const located_disk &disk)
