@@ -1,5 +1,6 @@
 #include "tools/json_answer.h"
 
+#include "tools/disks.h"
 #include "tools/groups.h"
 #include "tools/mirrors.h"
 #include "tools/qelc_ask.h"
@@ -23,6 +24,26 @@ json_object schedule_object(const mirror_schedule &schedule)
     return object;
 }
 
+json_object disk_object(const disk_view &disk)
+{
+    json_object partitions = json_object::array();
+    for (const partition_view &part : disk.partitions)
+        partitions.push_back({{"name", part.name},
+                              {"guid", part.guid},
+                              {"size", part.size},
+                              {"used", part.used},
+                              {"file_system", part.file_system}});
+    json_object object;
+    object["name"] = disk.name;
+    object["guid"] = disk.guid;
+    object["size"] = disk.size;
+    object["table"] = disk.table.empty() ? json_object() : json_object(disk.table);
+    object["vendor"] = disk.vendor;
+    object["system"] = disk.is_system;
+    object["partitions"] = std::move(partitions);
+    return object;
+}
+
 json_object mirror_object(const mirror_view &mirror)
 {
     json_object schedules = json_object::array();
@@ -38,6 +59,17 @@ json_object mirror_object(const mirror_view &mirror)
     return object;
 }
 } // namespace
+
+bool disks_json(const char *report, json_object &object)
+{
+    const auto disks = disks_of(report);
+    if (!disks)
+        return false;
+    json_object &list = object["disks"] = json_object::array();
+    for (const disk_view &disk : *disks)
+        list.push_back(disk_object(disk));
+    return true;
+}
 
 bool mirrors_json(const char *report, json_object &object)
 {

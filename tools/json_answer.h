@@ -7,8 +7,9 @@
 
 using json_object = nlohmann::ordered_json;
 
-// Each adds what the text of an answer says to OBJECT: numbers as numbers, times in seconds since the epoch,
-// 0 for none. False when the text is something else.
+// Each adds what the text of an answer says to OBJECT: numbers as numbers, sizes in bytes, times in seconds
+// since the epoch, 0 for none. False when the text is something else.
+bool disks_json(const char *report, json_object &object);
 bool mirrors_json(const char *report, json_object &object);
 bool groups_json(const char *answer, json_object &object);
 bool schedule_json(const char *answer, json_object &object);

@@ -1,6 +1,6 @@
 #include "tools/report_view.h"
 
-#include "base/number.h"
+#include "tools/disks.h"
 #include "tools/text_table.h"
 
 namespace {
@@ -10,23 +10,6 @@ size_t count_children(const xmlNode *list, const char *name)
     for (const xmlNode *child : xml_children{list})
         count += xml_is_named(child, name);
     return count;
-}
-
-std::string human_size(const std::string &bytes)
-{
-    constexpr const char *units[] = {"B", "KiB", "MiB", "GiB", "TiB", "PiB"};
-    auto size = static_cast<double>(scan_unsigned(bytes.c_str()));
-    size_t unit = 0;
-    for (; size >= 1024 && unit + 1 < std::size(units); ++unit)
-        size /= 1024;
-    char text[32];
-    snprintf(text, sizeof text, size < 10 && unit > 0 ? "%.1f %s" : "%.0f %s", size, units[unit]);
-    return text;
-}
-
-std::string partition_table(const std::string &type)
-{
-    return type == "1" ? "MBR" : type == "2" ? "GPT" : "-";
 }
 
 void add_row(text_table &rows, const xmlNode *node, std::initializer_list<const char *> attributes)
@@ -53,23 +36,8 @@ std::string plain_list(const xmlNode *client, const char *list_name, const char 
 
 std::string disk_list(const xmlNode *client)
 {
-    const xmlNode *list = find_child(client, "DiskList");
-    if (!list)
-        return "";
-    text_table rows{{"Disk", "Size", "Table", "GUID", "FS", "Used", "System", "Vendor"}};
-    for (const xmlNode *disk : xml_children{list}) {
-        if (!xml_is_named(disk, "Disk"))
-            continue;
-        rows.push_back({report_value(disk, "Name"), human_size(report_value(disk, "Size")),
-                        partition_table(report_value(disk, "Type")), report_value(disk, "Guid"),
-                        report_value(disk, "FS"), "", report_value(disk, "SysDisk") == "1" ? "yes" : "",
-                        report_value(disk, "Vendor")});
-        for (const xmlNode *part : xml_children{disk})
-            rows.push_back({"  " + report_value(part, "Name"), human_size(report_value(part, "Size")), "",
-                            report_value(part, "Guid"), report_value(part, "FS"),
-                            human_size(report_value(part, "Used"))});
-    }
-    return "DiskList\n" + align(rows);
+    const auto disks = disks_of(client);
+    return disks ? "DiskList\n" + disks_table(*disks) : "";
 }
 } // namespace
 

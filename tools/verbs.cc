@@ -1,6 +1,7 @@
 #include "tools/verbs.h"
 
 #include "tools/database_bodies.h"
+#include "tools/disks.h"
 #include "tools/exchange.h"
 #include "tools/group_bodies.h"
 #include "tools/groups.h"
@@ -112,6 +113,13 @@ constexpr char member_note[] = "GUID is that of a disk of the host.\n";
 constexpr char source_usage[] = "(--disk GUID | --group NAME)";
 
 constexpr verb verbs[] = {
+    {.name = "disks",
+     .usage = "",
+     .description = "show the disks and their GUIDs",
+     .code = command_code("get_client_info"),
+     .body = no_body,
+     .view = disks_page,
+     .json = disks_json},
     {.name = "protect",
      .usage = "SRC=MIRROR... [--group NAME] [--start T --every SECONDS]",
      .description = "put disks under protection, each with its mirror",

@@ -268,6 +268,14 @@ TEST_F(mirror_tools, VerbsDoWhatTheySay)
 TEST_F(mirror_tools, GroupsSchedulesAndMirrorsAreShownToPersonsAndPrograms)
 {
     world.relationships({mirror(1, "Sync On", 45), mirror(2, "Sync Finished", 100)});
+    world.disks({{.name = "sdv",
+                  .path = "/dev/sdv",
+                  .vendor = "QRZ",
+                  .model = "Volume",
+                  .sectors = 2048,
+                  .parts = {{.name = "sdv1", .guid = "P", .fs = "ext4", .size = 2 << 20, .used = 1000}}}});
+    world.scsi_guid("/dev/sdv", "G");
+    world.part_type("/dev/sdv", 2);
     start(group_element("g", far_future, far_future, 90, {"L1", "L3"}) + group_element("h", 0, 0, 0, {}),
           schedule_element(2, far_future, far_future, 7200));
     const std::string success = R"({"status":0,"meaning":"success")";
@@ -284,6 +292,15 @@ TEST_F(mirror_tools, GroupsSchedulesAndMirrorsAreShownToPersonsAndPrograms)
         {"schedule get --group h", 0, "no schedule\n"},
         {"--json schedule get --disk L2", 0, success + ",\"start\":4102444800,\"every\":7200}\n"},
         {"schedule get --disk L9 --json", 1, "{\"status\":1,\"meaning\":\"failure\"}\n"},
+        {"disks", 0,
+         "  Disk    Size     Table  GUID  FS    Used    System  Vendor\n"
+         "  sdv     1.0 MiB  GPT    G                           QRZ Volume\n"
+         "    sdv1  2.0 MiB         P     ext4  1000 B\n"},
+        {"disks --json", 0,
+         success + R"(,"disks":[{"name":"sdv","guid":"G","size":1048576,"table":"GPT",)"
+                   R"("vendor":"QRZ Volume","system":false,"partitions":[{"name":"sdv1","guid":"P",)"
+                   R"("size":2097152,"used":1000,"file_system":"ext4"}]}]})"
+                   "\n"},
         {"mirrors --json", 0,
          success +
              R"(,"mirrors":[{"disk":"sda1","source":"L1","mirror":"M1","state":"synchronising","percent":45,)"
