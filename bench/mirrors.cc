@@ -67,8 +67,9 @@ double time_resync(const std::string &guid)
 // All but the first block, which holds the mirror's identity.
 double time_dd(const std::string &source, const std::string &mirror)
 {
-    const std::string command = "dd if=" + source + " of=" + mirror +
-                                " bs=1M skip=1 seek=1 iflag=direct oflag=direct conv=fsync,notrunc status=none";
+    const std::string command =
+        "dd if=" + source + " of=" + mirror +
+        " bs=1M skip=1 seek=1 iflag=direct oflag=direct conv=fsync,notrunc status=none";
     const auto start = steady_clock::now();
     if (system(command.c_str()) != 0)
         give_up(command);
