@@ -28,7 +28,7 @@ record_fields fields_of(const mirror_record &record)
             {"position", std::to_string(record.position)},
             {"boot", record.mark.boot},
             {"diskseq", record.mark.disk},
-            {"sectors_written", std::to_string(record.mark.sectors)}};
+            {"sectors_changed", std::to_string(record.mark.sectors)}};
 }
 
 // What is not as fields_of would have written it shows when the two are compared.

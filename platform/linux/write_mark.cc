@@ -3,11 +3,14 @@
 #include "platform/linux/sysfs.h"
 #include "platform/linux/text.h"
 
+#include <iterator>
 #include <sstream>
+#include <vector>
 
 namespace {
 
-constexpr int fields_before_sectors_written = 6;
+constexpr size_t sectors_written = 6; // of the fields
+constexpr size_t sectors_discarded = 13;
 
 // The machine has not been booted anew for as long as this process lives.
 const std::string &boot_id()
@@ -24,12 +27,13 @@ std::optional<write_mark> read_write_mark(const std::string &name)
     const std::string folder = "/sys/block/" + name;
     if (boot_id().empty() || read_number(folder + "/queue/iostats") == 0U)
         return std::nullopt;
-    std::istringstream fields(read_attribute(folder + "/stat").value_or(""));
-    std::string field;
-    for (int i = 0; i <= fields_before_sectors_written; i++)
-        fields >> field;
-    const auto sectors = fields ? parse_number(field) : std::nullopt;
-    if (!sectors)
+    std::istringstream stat(read_attribute(folder + "/stat").value_or(""));
+    const std::vector<std::string> fields{std::istream_iterator<std::string>(stat), {}};
+    // Kernels before 4.18 do not count discards.
+    const bool counts_discards = fields.size() > sectors_discarded;
+    const auto discarded = parse_number(counts_discards ? fields[sectors_discarded] : "0");
+    const auto written = parse_number(fields.size() > sectors_written ? fields[sectors_written] : "");
+    if (!written || !discarded)
         return std::nullopt;
-    return write_mark{boot_id(), read_attribute(folder + "/diskseq").value_or(""), *sectors};
+    return write_mark{boot_id(), read_attribute(folder + "/diskseq").value_or(""), *written + *discarded};
 }

@@ -1,5 +1,5 @@
-// How much has been written to a disk so far, as the kernel counts it (the kernel's
-// Documentation/ABI/stable/sysfs-block, "stat"): two equal marks mean that nothing was written between them.
+// How much of a disk has been written or discarded so far, as the kernel counts it (the kernel's
+// Documentation/block/stat.rst): two equal marks mean that the disk has not changed between them.
 #pragma once
 
 #include <cstdint>
@@ -9,7 +9,7 @@
 struct write_mark {
     std::string boot;     // the counter begins anew with the system
     std::string disk;     // and with the device; "" where the kernel does not number devices
-    uint64_t sectors = 0; // written, as far as they have reached the disk
+    uint64_t sectors = 0; // written and discarded, as far as that has reached the disk
 
     bool operator==(const write_mark &) const = default;
 };

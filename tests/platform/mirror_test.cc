@@ -36,6 +36,9 @@ TEST_F(Mirror, IsMadeEqualAndThenFollowsWithWhatDiffers)
     ASSERT_TRUE(engine.reaches(FINISHED));
     expect_equal();
     EXPECT_EQ(mirror->sectors_written() - level, 8U + 16 + 7) << "the pages that differ, and no more";
+    ASSERT_TRUE(run("blkdiscard -o 5242880 -l 1048576 " + source->path));
+    ASSERT_TRUE(engine.reaches(FINISHED));
+    expect_equal();
 
     EXPECT_EQ(engine.ask("unprotect " + A), "0");
     EXPECT_TRUE(eventually([&] { return engine.ask("stat") + engine.ask("workers") == "0"; }));
