@@ -88,6 +88,14 @@ TEST_F(Mirror, ResumesAfterAKillFromItsCheckpoint)
     ASSERT_TRUE(engine->reaches(FINISHED));
     EXPECT_EQ(mirror->sectors_written(), level + 8);
     expect_equal();
+
+    // The counters of another boot say nothing, even when they are the same.
+    engine->kill();
+    mirror->write(11 * MIB, "lost");
+    ASSERT_TRUE(run("sed -i 's/^boot ./boot x/' " + FOLDER + A + ".mirror"));
+    engine.emplace();
+    ASSERT_TRUE(engine->reaches(FINISHED));
+    expect_equal();
 }
 
 TEST_F(Mirror, StopsAndStaysStoppedUntilTheNextResync)
