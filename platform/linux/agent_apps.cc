@@ -1,10 +1,8 @@
 #include "platform/linux/agent_apps.h"
 
+#include "platform/linux/agent_records.h"
 #include "platform/linux/state_folders.h"
-#include "platform/linux/state_store.h"
-#include "platform/linux/weak_log.h"
 
-#include <errno.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -89,15 +87,5 @@ int forget_app(const char *instance_name)
 
 bool load_apps(std::vector<app_record> *apps)
 {
-    const auto records = load_records(application);
-    if (!records)
-        return false;
-    for (const record_fields &fields : *records) {
-        apps->push_back(app_of(fields));
-        if (!apps->back()) {
-            log_error("Cannot list the databases: %s", strerror(ENOMEM));
-            return false;
-        }
-    }
-    return true;
+    return load_all(application, app_of, "databases", apps);
 }

@@ -1,10 +1,8 @@
 #include "platform/linux/agent_devices.h"
 
+#include "platform/linux/agent_records.h"
 #include "platform/linux/state_folders.h"
-#include "platform/linux/state_store.h"
-#include "platform/linux/weak_log.h"
 
-#include <errno.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -58,15 +56,5 @@ int forget_device(const std::string &guid)
 
 bool load_devices(std::vector<device_record> *devices)
 {
-    const auto records = load_records(known_device);
-    if (!records)
-        return false;
-    for (const record_fields &fields : *records) {
-        devices->push_back(device_of(fields));
-        if (!devices->back()) {
-            log_error("Cannot list the devices: %s", strerror(ENOMEM));
-            return false;
-        }
-    }
-    return true;
+    return load_all(known_device, device_of, "devices", devices);
 }
