@@ -4,7 +4,7 @@
 # shellcheck source=tests/lab/lab_test.sh
 source "$(dirname "$0")/lab_test.sh"
 
-sample=$PWD/packaging/mark.d.sample/lvm-or-reflink
+sample=$(dirname "$0")/../../packaging/mark.d.sample/lvm-or-reflink
 images=/var/tmp/images
 
 # hook WHAT DEVICE: as the agent calls it.
