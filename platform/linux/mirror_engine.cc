@@ -112,14 +112,16 @@ std::shared_ptr<mirror> find_mirror(const char *purpose, const std::string &src_
     return nullptr;
 }
 
-// Under the lock of the mirror.
-bool change_state(mirror &one, sync_state state, uint64_t position)
+// Under the lock of the mirror. False after a log line.
+bool change_state(mirror &one, const char *purpose, sync_state state, uint64_t position)
 {
     mirror_record changed = one.record;
     changed.state = state;
     changed.position = position;
-    if (one.leaving || !save_mirror(changed))
+    if (one.leaving || !save_mirror(changed)) {
+        log_error("Cannot %s disk %s", purpose, one.record.src_guid.c_str());
         return false;
+    }
     one.record = changed;
     ++one.orders;
     one.changed.notify_all();
@@ -206,8 +208,8 @@ std::vector<mirror_view> list_mirrors()
 
 bool protect_disk(const std::string &src_guid, const std::string &dest_guid)
 {
-    static std::mutex
-        one_at_a_time; // disks are looked at without the lock of the engine: that may take seconds
+    // Disks are looked at without the lock of the engine, as that may take seconds.
+    static std::mutex one_at_a_time;
     const std::lock_guard held(one_at_a_time);
     std::string why = objection_to(src_guid, dest_guid);
     const auto record = why.empty() ? new_relationship(src_guid, dest_guid, &why) : std::nullopt;
@@ -249,30 +251,25 @@ bool unprotect_disk(const std::string &src_guid)
 
 bool resync_disk(const std::string &src_guid)
 {
-    const auto one = find_mirror("resynchronise", src_guid);
+    const char purpose[] = "resynchronise";
+    const auto one = find_mirror(purpose, src_guid);
     if (!one)
         return false;
     const std::lock_guard held(one->lock);
-    if (!change_state(*one, sync_state::copying, 0)) {
-        log_error("Cannot resynchronise disk %s", src_guid.c_str());
+    if (!change_state(*one, purpose, sync_state::copying, 0))
         return false;
-    }
     one->copied = 0;
     return true;
 }
 
 bool stop_resync(const std::string &src_guid)
 {
-    const auto one = find_mirror("stop the synchronisation of", src_guid);
+    const char purpose[] = "stop the synchronisation of";
+    const auto one = find_mirror(purpose, src_guid);
     if (!one)
         return false;
     const std::lock_guard held(one->lock);
     const sync_state state = view_of(one->record, 0).record.state;
-    if (state != sync_state::copying && state != sync_state::recovering)
-        return true;
-    if (!change_state(*one, sync_state::cancelled, one->record.position)) {
-        log_error("Cannot stop the synchronisation of disk %s", src_guid.c_str());
-        return false;
-    }
-    return true;
+    const bool is_under_way = state == sync_state::copying || state == sync_state::recovering;
+    return !is_under_way || change_state(*one, purpose, sync_state::cancelled, one->record.position);
 }

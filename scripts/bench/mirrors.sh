@@ -1,5 +1,6 @@
 #!/bin/bash
-# What mirrors cost, inside the private host: mirrors.sh BUILD-FOLDER [MIB [ROUNDS]]
+# What mirrors cost, inside the private host: mirrors.sh BUILD-FOLDER [MIB [ROUNDS]]. Needs room for two disks of
+# MIB (4096), first in memory, then in ${TMPDIR-/tmp}.
 set -euo pipefail
 bin=$PWD/$1/bin
 mib=${2-4096}

@@ -8,7 +8,6 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <random>
 
 namespace {
 
@@ -52,20 +51,10 @@ TEST_F(Mirror, ResumesAfterAKillFromItsCheckpoint)
     engine.emplace();
     write_file(FOLDER + "throttle", "6000000\n");
     ASSERT_NO_FATAL_FAILURE(protect(*engine, "resync " + A));
-    std::mt19937 random(std::random_device{}());
-    uint64_t position = 0;
-    for (int round = 0; round < 3; round++) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(300 + random() % 1500));
-        engine.emplace();
-        EXPECT_GE(saved_position(), position);
-        position = saved_position();
-        const std::string state = engine->ask("stat");
-        EXPECT_NE(state.find("Sync On"), std::string::npos) << state;
-    }
     EXPECT_TRUE(eventually([&] { return saved_position() > 4 * MIB; }));
     source->write(2 * MIB, "behind"); // of what is copied already
     engine->kill();
-    position = saved_position();
+    const uint64_t position = saved_position();
     const uint64_t written = mirror->sectors_written();
     write_file(FOLDER + "throttle", "fast\n");
     engine.emplace();
@@ -234,12 +223,8 @@ TEST_F(Mirror, BelongsToOneProcessAndObeysWholeRecordsOnly)
         std::string text = whole;
         return text.replace(text.find(from), from.size(), to);
     };
-    const std::pair<std::string, std::string> bad[] = {{A, whole.substr(0, whole.size() - 4)},
-                                                       {A, with("Sync Finished", "Sync Perhaps")},
-                                                       {A, ""},
-                                                       {A, with("position ", "position 9")},
-                                                       {other, whole},
-                                                       {other, with(A, other)}};
+    const std::pair<std::string, std::string> bad[] = {
+        {A, with("Sync Finished", "Sync Perhaps")}, {other, whole}, {other, with(A, other)}};
     for (const auto &[name, text] : bad) {
         other_process.reset();
         run("rm -f " + FOLDER + "*.mirror*");
