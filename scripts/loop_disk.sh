@@ -17,6 +17,8 @@ attach_loop() {
         ((attempt < 100)) || { echo "no loop device for $1" >&2; return 1; }
         sleep 0.1
     done
+    # Partitions may stay behind that somebody else added to this device and did not live to remove.
+    partx --delete "$path" 2>/dev/null || true
     exec {held}<"$path"
     losetup --detach "$path"
     sleep infinity <&"$held" >/dev/null 2>&1 &

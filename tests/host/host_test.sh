@@ -27,6 +27,9 @@ busybox syslogd -n -O "$log" &
 fail() {
     trap - ERR
     printf 'FAILED: %s\n' "$*"
+    losetup 2>&1 || true
+    ls -l /dev/loop* || true
+    qelc disks 2>&1 || true
     tail -n +1 "$state"/*.mirror* /var/tmp/sanitizer* 2>/dev/null || true
     grep -v '\.info\|DBOEM' "$log" | tail -n 60 || true
     grep -v 'DBOEM\|Received command' "$log" | tail -n 30 || true
@@ -41,8 +44,9 @@ attach() {
     device[$1]=$attached
 }
 
+# Not from RANDOM: two subshells may begin with the same number.
 draw_signature() {
-    printf '%02x%06x' $((RANDOM % 255 + 1)) $(((RANDOM << 9 ^ RANDOM) & 0xffffff))
+    od -An -N4 -tx4 /dev/urandom | tr -d ' '
 }
 
 # make_source NAME MIB: partitioned, with something everywhere else but where signatures of file systems stand.
@@ -165,7 +169,7 @@ stop_daemon() {
 
 start_again() {
     qelcd
-    check_within 20 "the daemon answers" qelc nop_command
+    wait_for_daemon
 }
 
 record() {

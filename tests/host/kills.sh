@@ -30,11 +30,12 @@ writer=$!
 told_last=0
 for ((round = 1; round <= kills; ++round)); do
     sleep "$((RANDOM % 3)).$((RANDOM % 10))"
-    before=$(position quiet)
     kill_worker
+    before=$(position quiet)
     # Nobody asks the new process for anything: it has to go on by itself.
     ((round % 4 == 0)) || continue
     check_within 20 "the copy goes on" moved_from "$before"
+    wait_for_daemon
     now=$(percent quiet)
     ((now * (256 << 20) / 100 + farthest_back >= told_last * (256 << 20) / 100)) ||
         fail "from $told_last % back to $now %"

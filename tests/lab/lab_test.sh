@@ -208,6 +208,11 @@ start_daemon() {
     rm -rf /var/lib/twinvault /var/lib/kavcdpagt
     printf '%s\n' "$config_head" "$@" '</Tessaron>' >"$config"
     qelcd
+    wait_for_daemon
+}
+
+# A process is there before it listens; when it listens to local commands, it does to the manager's.
+wait_for_daemon() {
     check_within 20 "the daemon answers" qelc nop_command
 }
 

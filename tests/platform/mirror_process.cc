@@ -128,11 +128,13 @@ test_disk::test_disk(size_t bytes, unsigned number, const std::string &options)
 
 void test_disk::attach(const std::string &options)
 {
-    // Another test may take the free device first; the private host has no nodes of devices that are new.
-    path = output_of("for i in 1 2 3 4 5 6 7 8 9; do d=$(losetup -f); "
-                     "[ -e $d ] || mknod $d b 7 ${d#/dev/loop}; losetup " +
-                     options + " $d " + image +
-                     " 2>/run/losetup && echo $d && exit; sleep 0.1; done; cat /run/losetup");
+    // Another test may take the free device first, or may have left partitions on it; the private host has no
+    // nodes of devices that are new.
+    path = output_of(
+        "for i in 1 2 3 4 5 6 7 8 9; do d=$(losetup -f); "
+        "[ -e $d ] || mknod $d b 7 ${d#/dev/loop}; losetup " +
+        options + " $d " + image +
+        " 2>/run/losetup && { partx -d $d 2>/dev/null; echo $d; exit; }; sleep 0.1; done; cat /run/losetup");
     path.pop_back(); // newline
     node = open(path.c_str(), (options == "-r" ? O_RDONLY : O_RDWR) | O_CLOEXEC);
     EXPECT_GE(node, 0) << path;
