@@ -39,13 +39,6 @@ log_line parse(const std::string &datagram)
         return {LOG_ERR, "a line of another facility: " + datagram};
     return {LOG_PRI(priority), datagram.substr(text_start + 2, datagram.size() - text_start - 3)};
 }
-
-bool matches_any(const std::vector<std::string> &patterns, const std::string &text)
-{
-    return std::any_of(patterns.begin(), patterns.end(), [&](const std::string &pattern) {
-        return std::regex_match(text, std::regex(pattern));
-    });
-}
 } // namespace
 
 system_log::system_log() : fd_(bind_log_socket()), reader_([this] { read_lines(); }) {}
@@ -59,8 +52,7 @@ system_log::~system_log()
     std::set<std::string> judged;
     for (size_t at = 0; at < lines_.size(); at++) {
         const auto &[level, text] = lines_[at];
-        if (level <= LOG_ERR && !expected_[at] && judged.insert(text).second &&
-            !matches_any(tolerated_, text))
+        if (level <= LOG_ERR && !expected_[at] && judged.insert(text).second && !tolerates(text))
             ADD_FAILURE() << "unexpected error in the log: " << text;
     }
     if (testing::Test::HasFailure()) {
@@ -134,6 +126,13 @@ size_t system_log::expect_sequence(int level, const std::vector<std::string> &pa
 void system_log::tolerate(const std::string &pattern)
 {
     tolerated_.push_back(pattern);
+}
+
+bool system_log::tolerates(const std::string &text) const
+{
+    return std::any_of(tolerated_.begin(), tolerated_.end(), [&text](const std::string &pattern) {
+        return std::regex_match(text, std::regex(pattern));
+    });
 }
 
 std::vector<log_line> system_log::lines() const

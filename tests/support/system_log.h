@@ -34,6 +34,7 @@ public:
 
     // Lines at error level that match may come, in any number.
     void tolerate(const std::string &pattern);
+    bool tolerates(const std::string &text) const;
 
     // All lines so far, and how many.
     std::vector<log_line> lines() const;
