@@ -49,14 +49,25 @@ draw_signature() {
     od -An -N4 -tx4 /dev/urandom | tr -d ' '
 }
 
-# make_source NAME MIB: partitioned, with something everywhere else but where signatures of file systems stand.
-make_source() {
+# put_signature NAME SIGNATURE: into the image, as long as no disk is attached to it: pages of a disk that another
+# test has looked at stay in the kernel's cache.
+put_signature() {
+    printf '%b' "\x${2:6:2}\x${2:4:2}\x${2:2:2}\x${2:0:2}" |
+        dd of="$images/$1" bs=1 seek=440 conv=notrunc status=none
+}
+
+# fill_source NAME MIB: partitioned, with something everywhere else but where signatures of file systems stand.
+fill_source() {
     local signature
     signature=$(draw_signature)
     truncate -s "$2M" "$images/$1"
     dd if=/dev/urandom of="$images/$1" bs=1M seek=1 count=$(($2 - 2)) conv=notrunc status=none
-    printf 'label: dos\nlabel-id: 0x%s\n,\n' "$signature" | sfdisk --quiet --no-tell-kernel "$images/$1"
+    printf 'label: dos\nlabel-id: 0x%s\n,\n' "$signature" | sfdisk --quiet "$images/$1"
     guid[$1]=$signature-0000-0000-0000-000000000000
+}
+
+make_source() {
+    fill_source "$@"
     attach "$1"
 }
 
@@ -65,8 +76,7 @@ make_mirror() {
     local signature
     signature=$(draw_signature)
     truncate -s "$2M" "$images/$1"
-    printf '%b' "\x${signature:6:2}\x${signature:4:2}\x${signature:2:2}\x${signature:0:2}" |
-        dd of="$images/$1" bs=1 seek=440 conv=notrunc status=none
+    put_signature "$1" "$signature"
     guid[$1]=$signature-0000-0000-0000-000000000000
     attach "$1"
 }

@@ -38,26 +38,21 @@ untouchable behind 16 "$(bytes_at 444 '\001')"
 
 # Those that may have a signature: with one, and without.
 make_source mbr 32
-make_source gpt 32
-printf 'label: gpt\n,8M\n,\n' | sfdisk --quiet --no-tell-kernel "$images/gpt"
-guid[gpt]=$(draw_signature)-0000-0000-0000-000000000000
+fill_source gpt 32
+printf 'label: gpt\n,8M\n,\n' | sfdisk --quiet "$images/gpt"
 bare=(bare-mbr bare-gpt empty)
 cp "$images/mbr" "$images/bare-mbr"
 cp "$images/gpt" "$images/bare-gpt"
 truncate -s 16M "$images/empty"
-put_signature() {
-    dd of="$images/$1" bs=1 seek=440 conv=notrunc status=none
-}
-head -c 4 /dev/zero | put_signature bare-mbr
-head -c 4 /dev/zero | put_signature bare-gpt
 for name in "${bare[@]}"; do
+    put_signature "$name" 00000000
     cp "$images/$name" "$images/$name.before"
     attach "$name"
 done
+put_signature gpt "${guid[gpt]%%-*}"
+attach gpt
 make_mirror mbr-mirror 32
 make_mirror gpt-mirror 40
-signature=${guid[gpt]%%-*}
-printf '%b' "\x${signature:6:2}\x${signature:4:2}\x${signature:2:2}\x${signature:0:2}" | put_signature gpt
 remember "${untouchable[@]}" mbr gpt
 
 start_daemon
@@ -85,8 +80,9 @@ check "no disk of somebody else has changed" unchanged "${untouchable[@]}"
 check "no disk with a signature has changed" unchanged mbr gpt
 for name in "${bare[@]}"; do
     check "$name has a signature" test "$(signature_of "$name")" != 00000000
-    head -c 4 /dev/zero | put_signature "$name"
-    check "$name is otherwise as it was" cmp "$images/$name" "$images/$name.before"
+    cp "$images/$name" "$images/$name.after"
+    put_signature "$name.after" 00000000
+    check "$name is otherwise as it was" cmp "$images/$name.after" "$images/$name.before"
 done
 for name in mbr gpt; do
     check "$name is level" is_level "$name"
