@@ -30,16 +30,16 @@ writer=$!
 told_last=0
 for ((round = 1; round <= kills; ++round)); do
     sleep "$((RANDOM % 3)).$((RANDOM % 10))"
+    saved=$(position quiet)
     kill_worker
-    before=$(position quiet)
     # Nobody asks the new process for anything: it has to go on by itself.
     ((round % 4 == 0)) || continue
-    check_within 20 "the copy goes on" moved_from "$before"
+    check_within 20 "the copy goes on" moved_from "$(position quiet)"
     wait_for_daemon
     now=$(percent quiet)
     ((now * (256 << 20) / 100 + farthest_back >= told_last * (256 << 20) / 100)) ||
         fail "from $told_last % back to $now %"
-    ((now >= before / ((256 << 20) / 100))) || fail "$now % after $before bytes were saved"
+    ((now >= saved / ((256 << 20) / 100))) || fail "$now % after $saved bytes were saved"
     told_last=$now
 done
 touch /var/tmp/quiet
