@@ -1,42 +1,36 @@
-// Files and folders of the C library that close themselves.
+// C streams and folders that close themselves.
 #pragma once
+
+#include "base/deleter.h"
+#include "base/fd.h"
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <memory>
 #include <string_view>
 
-struct file_close {
-    void operator()(FILE *open) const noexcept { fclose(open); }
-};
-using file_stream = std::unique_ptr<FILE, file_close>;
+using file_stream = std::unique_ptr<FILE, deleter<fclose>>;
+using folder_stream = std::unique_ptr<DIR, deleter<closedir>>;
 
-// A file of the host for reading, close-on-exec; null with errno on failure. Whatever stands in its place, a
-// pipe say, is not waited for.
+// Opens a file for reading, close-on-exec; null with errno on failure. Does not block, even on a pipe.
 inline file_stream open_for_reading(const char *path)
 {
-    const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    file_stream stream(fd < 0 ? nullptr : fdopen(fd, "r"));
-    if (fd >= 0 && !stream)
-        close(fd);
+    unique_fd fd(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    file_stream stream(fd.is_open() ? fdopen(fd.get(), "r") : nullptr);
+    if (stream)
+        fd.release(); // the stream closes it
     return stream;
 }
-
-struct folder_close {
-    void operator()(DIR *open) const noexcept { closedir(open); }
-};
-using folder_stream = std::unique_ptr<DIR, folder_close>;
 
 inline folder_stream open_folder(const char *path)
 {
     return folder_stream(opendir(path));
 }
 
-// True for the name of an entry of a folder: not empty, without a slash, neither the folder itself nor its
-// parent. Only such a name may be put behind a folder's path when it came from outside.
+// True if NAME can be an entry of a folder: not empty, no slash, neither "." nor "..". Check a name from
+// outside before appending it to a path.
 constexpr bool is_file_name(std::string_view name)
 {
     return !name.empty() && name != "." && name != ".." && name.find('/') == std::string_view::npos;

@@ -1,9 +1,11 @@
 #include "base/log.h"
 
+#include "base/system_log.h"
+
+#include <array>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <string>
 
 std::atomic<int> log_level{LOG_DEBUG};
 
@@ -14,25 +16,24 @@ constexpr size_t message_size = 4096; // a longer message is cut
 constexpr size_t short_size = 256;
 
 std::atomic<int> log_to_stdout{0};
-const char *log_ident = nullptr;
 
-void emit(int level, const char *line)
+iovec part(const char *text)
 {
-    const size_t length = strlen(line);
-    const char *end = length > 0 && line[length - 1] == '\n' ? "" : "\n";
-    if (log_to_stdout)
-        printf("%s%s", line, end);
-    else
-        syslog(level, "%s%s", line, end);
+    return {const_cast<char *>(text), strlen(text)};
 }
 
 void write_message(int level, const char *func, int line, const char *message)
 {
+    char place[short_size];
+    place[0] = '\0';
     if (level == LOG_DEBUG)
-        emit(level,
-             (std::string("func: ") + func + " line: " + std::to_string(line) + " msg: " + message).c_str());
+        snprintf(place, sizeof place, "func: %s line: %d msg: ", func, line);
+    const size_t length = strlen(message);
+    const char *end = length > 0 && message[length - 1] == '\n' ? "" : "\n";
+    if (log_to_stdout)
+        printf("%s%s%s", place, message, end);
     else
-        emit(level, message);
+        system_log_send(level, std::array{part(place), part(message), part(end)});
 }
 
 __attribute__((noinline)) void write_long(int level, const char *func, int line, const char *format,
@@ -65,17 +66,16 @@ extern "C" void log_write(int level, const char *func, int line, const char *for
 extern "C" int log_init(const char *ident, int to_stdout, int level, ...)
 {
     set_log_level(level);
-    log_ident = ident;
     if (to_stdout)
         log_to_stdout = to_stdout;
     else
-        openlog(log_ident, 0, LOG_USER);
+        system_log_open(ident);
     return 0;
 }
 
 extern "C" void log_close(void)
 {
-    closelog();
+    system_log_close();
 }
 
 extern "C" void debug_on(void)

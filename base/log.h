@@ -1,7 +1,7 @@
-// Logging: the one call through which every function reports, log_write, and its switches.
+// Logging: log_write, which every function reports through, and its settings.
 //
-// Lines go to the system log, or to standard output when log_init says so. A message passes when its
-// level is at most the threshold. Levels are those of syslog(3) and reach it unchanged: 3 error,
+// Lines go to the system log, or to standard output if log_init says so. A message is written if its level is
+// at most the threshold. Levels are those of syslog(3), passed to it unchanged: 3 error,
 // 4 warning, 6 info, 7 debug. Any thread may log at any time; no lock is taken here.
 //
 // The six functions are C symbols of the executable, so that a platform library can log through the daemon.
@@ -13,8 +13,8 @@
 
 extern "C" {
 
-// Formats and writes one line. MESSAGE beyond 4095 characters is cut. Only debug lines carry the function
-// and line. A newline is added when the line has none.
+// Formats and writes one line. A message longer than 4095 characters is cut. Only debug lines show function
+// and line. A missing newline is added.
 __attribute__((format(printf, 4, 5), visibility("default"))) void
 log_write(int level, const char *func, int line, const char *format, ...);
 
@@ -36,7 +36,7 @@ inline bool log_enabled(int level)
     return level <= log_level.load(std::memory_order_relaxed);
 }
 
-// Below the threshold not even the arguments are computed.
+// Evaluates its arguments only if the message is written.
 #define log_at(level, ...)                                                                                   \
     do {                                                                                                     \
         if (log_enabled(level))                                                                              \

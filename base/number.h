@@ -1,6 +1,6 @@
-// Numbers out of texts, read as generously as stdio does: leading blanks and a sign are taken, what follows
-// the digits is ignored, and a text that does not begin with a number gives 0. A value out of range ends at
-// the nearest limit of 64 bits; the narrower forms keep its lower 32 bits.
+// Numbers from texts, parsed as leniently as scanf does: leading blanks and a sign are accepted, anything
+// after the digits is ignored, and a text that does not begin with a number gives 0. A value out of range
+// becomes the nearest 64-bit limit; the 32-bit forms keep the lower 32 bits.
 #pragma once
 
 #include <cstdint>

@@ -6,8 +6,8 @@
 #include <string_view>
 
 namespace {
-// Every character that a shell takes literally wherever in a word it stands. What is not named here is
-// refused: '~' and '#' are special in front only, but a word of a name is never worth the doubt.
+// Characters that a shell takes literally anywhere in a word. All others are refused, even '~' and '#', which
+// are special only at the beginning.
 bool is_plain(unsigned char byte)
 {
     constexpr std::string_view punctuation = "%+,-./:=@_";
@@ -28,11 +28,6 @@ bool is_plain_line(const std::string &command)
     }
 }
 } // namespace
-
-void shell_pipe_close::operator()(FILE *pipe) const noexcept
-{
-    pclose(pipe);
-}
 
 shell_pipe shell_read(const char *command)
 {
@@ -55,6 +50,6 @@ int shell_run(const std::string &command)
     if (status == 0)
         return 0;
     if (status != -1)
-        errno = 0; // whatever the waiting left there does not tell of the tool
+        errno = 0; // the wait may have set it; that says nothing about the tool
     return -1;
 }

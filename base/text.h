@@ -1,6 +1,8 @@
 // Small helpers for texts and lists.
 #pragma once
 
+#include "base/deleter.h"
+
 #include <cstdlib>
 #include <list>
 #include <memory>
@@ -8,34 +10,30 @@
 #include <optional>
 #include <string>
 
-struct text_free {
-    void operator()(char *text) const noexcept { std::free(text); }
-};
-
-// A text from malloc, as C interfaces hand it over.
-using malloc_text = std::unique_ptr<char, text_free>;
+// A text from malloc, as C interfaces return it.
+using malloc_text = std::unique_ptr<char, deleter<std::free>>;
 
 using optional_text = std::optional<std::string>;
 
-// A C text that may be null.
+// A copy of TEXT; absent for null.
 inline optional_text optional_copy(const char *text)
 {
     return text ? optional_text(text) : std::nullopt;
 }
 
-// The C view of a text that may be absent: null for an absent one. Lives as long as TEXT is unchanged.
+// TEXT as a C text, null if absent. Valid until TEXT changes.
 inline const char *c_text(const optional_text &text)
 {
     return text ? text->c_str() : nullptr;
 }
 
-// The same for a "%s" of a log line, where null may not stand.
+// The same for "%s" in a log line, where null is not allowed.
 inline const char *printable(const optional_text &text)
 {
     return text ? text->c_str() : "(null)";
 }
 
-// A new element at the tail of LIST, or null when memory is short.
+// Appends a new element to LIST and returns it; null when out of memory.
 template <class T>
 T *list_append(std::list<T> &list) noexcept
 {

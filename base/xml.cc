@@ -4,17 +4,20 @@
 #include <libxml/parser.h>
 
 #include <charconv>
+#include <cstdlib>
 #include <cstring>
 #include <new>
 #include <string_view>
+#include <utility>
 
 namespace {
 constexpr int parse_options = XML_PARSE_NOBLANKS | XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING;
 
-struct xml_text_free {
-    void operator()(xmlChar *text) const noexcept { xmlFree(text); }
-};
-using xml_text = std::unique_ptr<xmlChar, xml_text_free>;
+void free_text(xmlChar *text) // xmlFree is a variable
+{
+    xmlFree(text);
+}
+using xml_text = std::unique_ptr<xmlChar, deleter<free_text>>;
 
 const xmlChar *to_xml(const char *text)
 {
@@ -26,9 +29,44 @@ optional_text to_optional(const xml_text &text)
     return optional_copy(reinterpret_cast<const char *>(text.get()));
 }
 
+// libxml2 does not check the copies that it makes of names and values: without memory an element may come out
+// without its name, and nobody is told. So its memory goes through these functions, and whoever calls it
+// looks at the mark afterwards.
+thread_local bool memory_ran_out = false;
+
+void *marking(void *memory)
+{
+    if (!memory)
+        memory_ran_out = true;
+    return memory;
+}
+
+void *mark_malloc(size_t size)
+{
+    return marking(malloc(size));
+}
+
+void *mark_realloc(void *old, size_t size)
+{
+    return marking(realloc(old, size));
+}
+
+char *mark_strdup(const char *text)
+{
+    return static_cast<char *>(marking(strdup(text)));
+}
+
+void throw_if_memory_ran_out()
+{
+    if (std::exchange(memory_ran_out, false))
+        throw std::bad_alloc();
+}
+
+// Passes on what libxml2 made, if memory was there for all of it.
 template <class T>
 T *or_throw(T *result)
 {
+    throw_if_memory_ran_out();
     if (!result)
         throw std::bad_alloc();
     return result;
@@ -82,21 +120,46 @@ void add_decimal(xmlNode *node, const char *name, Number value)
     *std::to_chars(text, text + sizeof text - 1, value).ptr = '\0';
     or_throw(xmlNewProp(node, to_xml(name), to_xml(text)));
 }
+using xml_parser = std::unique_ptr<xmlParserCtxt, deleter<xmlFreeParserCtxt>>;
+
+// A few kilobytes of nested entities cost seconds and hundreds of megabytes, and nobody who talks to us needs
+// any.
+void refuse_document_type(void *context, const xmlChar *, const xmlChar *, const xmlChar *)
+{
+    auto *parser = static_cast<xmlParserCtxt *>(context);
+    xmlStopParser(parser);
+    parser->wellFormed = 0;
+}
+
+xml_parser new_parser()
+{
+    memory_ran_out = false;
+    xml_parser parser(or_throw(xmlNewParserCtxt()));
+    parser->sax->internalSubset = refuse_document_type;
+    return parser;
+}
 } // namespace
 
 void xml_init()
 {
+    xmlMemSetup(free, mark_malloc, mark_realloc, mark_strdup);
     xmlInitParser();
 }
 
 xml_doc xml_parse_text(const char *text)
 {
-    return xml_doc(xmlReadMemory(text, static_cast<int>(strlen(text)), nullptr, nullptr, parse_options));
+    const xml_parser parser = new_parser();
+    xml_doc doc(xmlCtxtReadMemory(parser.get(), text, static_cast<int>(strlen(text)), nullptr, nullptr,
+                                  parse_options));
+    return std::exchange(memory_ran_out, false) ? nullptr : std::move(doc);
 }
 
 xml_doc xml_parse_file(const char *path)
 {
-    return xml_doc(xmlReadFile(path, nullptr, parse_options));
+    const xml_parser parser = new_parser();
+    xml_doc doc(xmlCtxtReadFile(parser.get(), path, nullptr, parse_options));
+    throw_if_memory_ran_out();
+    return doc;
 }
 
 xmlNode *xml_root(const xml_doc &doc)
@@ -111,14 +174,20 @@ bool xml_is_named(const xmlNode *node, const char *name)
 
 optional_text xml_attribute(const xmlNode *node, const char *name)
 {
-    return to_optional(xml_text(xmlGetNoNsProp(node, to_xml(name))));
+    memory_ran_out = false;
+    const xml_text value(xmlGetNoNsProp(node, to_xml(name)));
+    throw_if_memory_ran_out();
+    return to_optional(value);
 }
 
 optional_text xml_content(const xmlNode *node)
 {
     if (!node->children)
         return std::nullopt;
-    return to_optional(xml_text(xmlNodeGetContent(node)));
+    memory_ran_out = false;
+    const xml_text content(xmlNodeGetContent(node));
+    throw_if_memory_ran_out();
+    return to_optional(content);
 }
 
 xmlNode *find_child(const xmlNode *node, const char *name)
@@ -132,14 +201,17 @@ xmlNode *find_child(const xmlNode *node, const char *name)
 
 xml_doc xml_new_document(const char *root_name)
 {
-    xml_doc doc(or_throw(xmlNewDoc(to_xml("1.0"))));
-    xmlDocSetRootElement(doc.get(), xml_new_element(root_name).release());
+    memory_ran_out = false;
+    xml_doc doc(xmlNewDoc(to_xml("1.0")));
+    xmlDocSetRootElement(or_throw(doc.get()), xml_new_element(root_name).release());
     return doc;
 }
 
 xml_node xml_new_element(const char *name)
 {
-    return xml_node(or_throw(xmlNewNode(nullptr, to_xml(name))));
+    xml_node node(xmlNewNode(nullptr, to_xml(name)));
+    or_throw(node.get());
+    return node;
 }
 
 xmlNode *xml_add_element(xmlNode *parent, const char *name)
@@ -191,6 +263,7 @@ std::string xml_to_text(const xml_doc &doc, xml_layout layout)
     xmlChar *raw = nullptr;
     int size = 0;
     xmlDocDumpFormatMemoryEnc(doc.get(), &raw, &size, "utf-8", layout == xml_layout::indented);
-    const xml_text text(or_throw(raw));
+    const xml_text text(raw);
+    or_throw(raw);
     return std::string(reinterpret_cast<const char *>(text.get()), static_cast<size_t>(size));
 }

@@ -1,9 +1,10 @@
-// A thin layer over libxml2: documents that free themselves, attributes and contents as texts of our own,
-// and a writer that can be handed any bytes.
+// A thin layer over libxml2: documents that free themselves, attributes and contents as std::string, and a
+// writer that accepts any bytes.
 //
 // Nodes are owned by their document. Nothing here locks: a document belongs to one thread.
 #pragma once
 
+#include "base/deleter.h"
 #include "base/text.h"
 
 #include <libxml/tree.h>
@@ -12,39 +13,37 @@
 #include <memory>
 #include <string>
 
-struct xml_doc_free {
-    void operator()(xmlDoc *doc) const noexcept { xmlFreeDoc(doc); }
-};
-using xml_doc = std::unique_ptr<xmlDoc, xml_doc_free>;
+using xml_doc = std::unique_ptr<xmlDoc, deleter<xmlFreeDoc>>;
 
-struct xml_node_free {
-    void operator()(xmlNode *node) const noexcept { xmlFreeNode(node); }
-};
 // A node that no document owns yet.
-using xml_node = std::unique_ptr<xmlNode, xml_node_free>;
+using xml_node = std::unique_ptr<xmlNode, deleter<xmlFreeNode>>;
 
 // --- Reading -----------------------------------------------------------------------------------------
 
-// Once per process, before any thread reads or writes XML.
+// Call once per process, before any thread reads or writes XML.
 void xml_init();
 
 // A document from a NUL-terminated text, or from a file, with blank text nodes dropped and without any
-// access to the network. Null when it is not well-formed; libxml2's own messages are not printed.
+// access to the network. Null when it is not well-formed or has a document type declaration; libxml2's own
+// messages are not printed. A text that lost something because memory ran out counts as not well-formed; a
+// file then throws std::bad_alloc, because a sound file must not be taken for a broken one. Both throw it if
+// there is no memory for the parser itself.
 xml_doc xml_parse_text(const char *text);
 xml_doc xml_parse_file(const char *path);
 
-// The root element; null for none.
+// The root element; null if there is none.
 xmlNode *xml_root(const xml_doc &doc);
 
 bool xml_is_named(const xmlNode *node, const char *name);
 
-// The value of an attribute; empty optional when NODE has none of that NAME.
+// The value of an attribute; absent if NODE does not have it. This and xml_content throw std::bad_alloc when
+// out of memory, because absent means something else.
 optional_text xml_attribute(const xmlNode *node, const char *name);
 
-// The text inside an element, its children's included; empty optional when it holds no node at all.
+// The text inside an element, including its children's; absent if the element is empty.
 optional_text xml_content(const xmlNode *node);
 
-// The first child element of NODE named NAME; null for none, and for a null NODE.
+// The first child element of NODE named NAME; null if there is none or NODE is null.
 xmlNode *find_child(const xmlNode *node, const char *name);
 
 // The children of a node in document order: for (xmlNode *child : xml_children{node})
@@ -66,9 +65,8 @@ struct xml_children {
 };
 
 // --- Writing -----------------------------------------------------------------------------------------
-// Any bytes may be handed over as a value: what markup would swallow is escaped, and a byte that may not
-// stand in a document at all (not UTF-8, or a control character) becomes '?'.
-// Memory that runs out throws std::bad_alloc.
+// A value may hold any bytes: markup is escaped, and a byte that XML does not allow (not UTF-8, or a control
+// character) becomes '?'. All of these throw std::bad_alloc when out of memory.
 
 // A new document, version 1.0, with a root element of that name.
 xml_doc xml_new_document(const char *root_name);
@@ -80,7 +78,7 @@ xml_node xml_new_element(const char *name);
 xmlNode *xml_add_element(xmlNode *parent, const char *name);
 xmlNode *xml_add_element(xmlNode *parent, const char *name, const char *text);
 
-// Appends an attribute; a null VALUE gives an empty one. NODE must not have one of that name.
+// Appends an attribute, an empty one for a null VALUE. NODE must not have an attribute of that name.
 void xml_add_attribute(xmlNode *node, const char *name, const char *value);
 void xml_add_attribute(xmlNode *node, const char *name, const optional_text &value);
 void xml_add_attribute(xmlNode *node, const char *name, const std::string &value);

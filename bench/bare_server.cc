@@ -1,11 +1,12 @@
-// The least that a server with a thread per connection can do: read 16 bytes, write 16 bytes, close. What the
-// daemon's way of a request is measured against.
+// The least that a server with a thread per connection can do: read 16 bytes, write 16 bytes, close. The
+// daemon is measured against it.
 //
 //   bench-server TCP-PORT SOCKET-PATH [log]
 //
-// With "log" it also writes the one line to the system log that the daemon owes its administrator for every
-// request, so that the rest can be told from that.
+// With "log" it also writes one line to the system log per request, as the daemon does, so that the cost of
+// that line can be told from the rest.
 
+#include "base/fd.h"
 #include "base/thread.h"
 #include "protocol/stream.h"
 
@@ -26,16 +27,15 @@ bool logs = false;
 
 void *serve(void *fd_value)
 {
-    const int fd = static_cast<int>(reinterpret_cast<intptr_t>(fd_value));
+    const unique_fd fd(static_cast<int>(reinterpret_cast<intptr_t>(fd_value)));
     pthread_detach(pthread_self());
     char frame[16];
-    if (read(fd, frame, sizeof frame) == sizeof frame) {
+    if (read(fd.get(), frame, sizeof frame) == sizeof frame) {
         if (logs)
             syslog(LOG_INFO, "Received command code: %u.\n", 57U);
-        if (write(fd, frame, sizeof frame) < 0)
+        if (write(fd.get(), frame, sizeof frame) < 0)
             perror("write");
     }
-    close(fd);
     return nullptr;
 }
 
@@ -70,7 +70,9 @@ int main(int argc, char **argv)
     sockaddr_in tcp{};
     tcp.sin_family = AF_INET;
     tcp.sin_port = htons(static_cast<uint16_t>(atoi(argv[1])));
-    void *tcp_listener = listen_on(reused_sock(), reinterpret_cast<const sockaddr *>(&tcp), sizeof tcp);
+    // The listeners are open for the life of the process.
+    void *tcp_listener =
+        listen_on(reused_sock().release(), reinterpret_cast<const sockaddr *>(&tcp), sizeof tcp);
 
     sockaddr_un local{};
     local.sun_family = AF_UNIX;

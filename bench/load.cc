@@ -1,10 +1,10 @@
-// Sends command 57 from a number of clients, one connection after another each, to the daemon, to the bare
-// server and to one that also logs, in turns, and prints how the daemon compares.
+// Sends command 57 from several clients, each on one connection after another, in turns to the daemon, to the
+// bare server and to one that also logs, and prints how they compare.
 //
 //   bench-load DAEMON-PORT DAEMON-SOCKET BARE-PORT BARE-SOCKET LOGGING-PORT LOGGING-SOCKET ROUNDS SECONDS
 
 #include "protocol/head.h"
-#include "tools/exchange.h"
+#include "tools/common/exchange.h"
 
 #include <sys/socket.h>
 #include <unistd.h>
@@ -34,12 +34,12 @@ struct result {
 bool one_request(const target &to)
 {
     std::string error;
-    const connection peer = to.tcp ? connect_tcp(to.host, 10, error) : connect_local(to.path, 10, error);
+    const unique_fd peer = to.tcp ? connect_tcp(to.host, 10, error) : connect_local(to.path, 10, error);
     message_head head{};
     head.version = protocol_version;
     head.cmd = 57;
-    return peer.fd >= 0 && write(peer.fd, &head, sizeof head) == sizeof head &&
-           recv(peer.fd, &head, sizeof head, MSG_WAITALL) == sizeof head && head.cmd == 57;
+    return peer.is_open() && write(peer.get(), &head, sizeof head) == sizeof head &&
+           recv(peer.get(), &head, sizeof head, MSG_WAITALL) == sizeof head && head.cmd == 57;
 }
 
 void client(const target &to, steady::time_point end, std::vector<float> &latencies)
@@ -82,7 +82,7 @@ result median(std::vector<result> results)
     return results[results.size() / 2];
 }
 
-// The three servers in turns, so that whatever else the machine does meets all of them.
+// Measures the three servers in turns, so that other load on the machine affects all of them.
 void compare(const char *name, const std::vector<target> &servers, size_t clients, int rounds, double seconds)
 {
     std::vector<std::vector<result>> results(servers.size());

@@ -1,16 +1,17 @@
 // What the embedded mirrors cost: a resynchronisation against dd with direct I/O and the same block size, in
 // turns on the same two disks, and the watch of a level mirror. Prints table rows.
+#include "base/fd.h"
 #include "tw.h"
 
 #include <fcntl.h>
-#include <stdio.h>
-#include <stdlib.h>
-#include <string.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <string>
 #include <thread>
 #include <vector>
@@ -33,14 +34,13 @@ double seconds_since(steady_clock::time_point start)
     return std::chrono::duration<double>(steady_clock::now() - start).count();
 }
 
-// A disk as it is known without a SCSI identity.
+// The GUID of a disk without a SCSI identity.
 std::string guid_of(const char *path)
 {
     unsigned signature = 0;
-    const int fd = open(path, O_RDONLY | O_CLOEXEC);
-    if (fd < 0 || pread(fd, &signature, sizeof signature, 440) != sizeof signature)
+    const unique_fd disk(open(path, O_RDONLY | O_CLOEXEC));
+    if (!disk.is_open() || pread(disk.get(), &signature, sizeof signature, 440) != sizeof signature)
         give_up(std::string(path) + ": " + strerror(errno));
-    close(fd);
     char guid[64];
     snprintf(guid, sizeof guid, "%08x-0000-0000-0000-000000000000", signature);
     return guid;

@@ -1,4 +1,4 @@
-// The full report of a host with many disks, built by client_to_xml and by libxml2 calls alone.
+// Measures the full report of a host with many disks, built by client_to_xml and by libxml2 calls alone.
 //
 //   bench-report
 
@@ -48,73 +48,73 @@ void fill(qel_inventory_t &host, size_t disks)
 
 // --- The same document, written against libxml2 directly ------------------------------------------------
 
-const xmlChar *x(const char *text)
+const xmlChar *raw_text(const char *text)
 {
     return reinterpret_cast<const xmlChar *>(text ? text : "");
 }
 
-void text(xmlNode *node, const char *name, const optional_text &value)
+void raw_attribute(xmlNode *node, const char *name, const optional_text &value)
 {
-    xmlNewProp(node, x(name), x(c_text(value)));
+    xmlNewProp(node, raw_text(name), raw_text(c_text(value)));
 }
 
-void number(xmlNode *node, const char *name, uint64_t value)
+void raw_number(xmlNode *node, const char *name, uint64_t value)
 {
     char digits[24];
     snprintf(digits, sizeof digits, "%" PRIu64, value);
-    xmlNewProp(node, x(name), x(digits));
+    xmlNewProp(node, raw_text(name), raw_text(digits));
 }
 
 void bare_disk(xmlNode *list, const qel_disk_t &disk)
 {
-    xmlNode *node = xmlNewChild(list, nullptr, x("Disk"), nullptr);
-    text(node, "Name", disk.name);
-    number(node, "Size", disk.size);
-    number(node, "Type", disk.type);
-    number(node, "Used", disk.used);
-    text(node, "Guid", disk.guid);
-    text(node, "FS", disk.fs);
-    number(node, "State", static_cast<uint64_t>(disk.state));
-    text(node, "Vendor", disk.vendor);
-    xmlNewProp(node, x("SysDisk"), x("0"));
+    xmlNode *node = xmlNewChild(list, nullptr, raw_text("Disk"), nullptr);
+    raw_attribute(node, "Name", disk.name);
+    raw_number(node, "Size", disk.size);
+    raw_number(node, "Type", disk.type);
+    raw_number(node, "Used", disk.used);
+    raw_attribute(node, "Guid", disk.guid);
+    raw_attribute(node, "FS", disk.fs);
+    raw_number(node, "State", static_cast<uint64_t>(disk.state));
+    raw_attribute(node, "Vendor", disk.vendor);
+    xmlNewProp(node, raw_text("SysDisk"), raw_text("0"));
     for (const qel_part_t &part : disk.parts) {
-        xmlNode *part_node = xmlNewChild(node, nullptr, x("Partition"), nullptr);
-        text(part_node, "Name", part.name);
-        number(part_node, "Index", static_cast<uint64_t>(part.index));
-        number(part_node, "Size", part.size);
-        number(part_node, "Used", part.used);
-        text(part_node, "Guid", part.guid);
-        text(part_node, "FS", part.fs);
-        number(part_node, "State", static_cast<uint64_t>(part.state));
+        xmlNode *part_node = xmlNewChild(node, nullptr, raw_text("Partition"), nullptr);
+        raw_attribute(part_node, "Name", part.name);
+        raw_number(part_node, "Index", static_cast<uint64_t>(part.index));
+        raw_number(part_node, "Size", part.size);
+        raw_number(part_node, "Used", part.used);
+        raw_attribute(part_node, "Guid", part.guid);
+        raw_attribute(part_node, "FS", part.fs);
+        raw_number(part_node, "State", static_cast<uint64_t>(part.state));
     }
 }
 
 std::string bare_report(const qel_inventory_t &host, const std::string &local_name)
 {
-    xmlDoc *doc = xmlNewDoc(x("1.0"));
-    xmlNode *root = xmlNewNode(nullptr, x("Tessaron"));
+    xmlDoc *doc = xmlNewDoc(raw_text("1.0"));
+    xmlNode *root = xmlNewNode(nullptr, raw_text("Tessaron"));
     xmlDocSetRootElement(doc, root);
-    xmlNewProp(root, x("ClientType"), x("0"));
-    xmlNewProp(root, x("NbClients"), x("1"));
-    xmlNewProp(root, x("ClusterName"), x(""));
-    xmlNewProp(root, x("ClusterID"), x(""));
-    xmlNode *client = xmlNewChild(root, nullptr, x("Client"), nullptr);
-    text(client, "Name", host.hostname);
-    xmlNewProp(client, x("IPs"), x(""));
-    xmlNewProp(client, x("HostName"), x(local_name.c_str()));
-    xmlNewProp(client, x("SystemType"), x("0"));
-    xmlNewProp(client, x("SysVersion"), x(""));
-    xmlNewProp(client, x("ID"), x(""));
-    xmlNewProp(client, x("DBOEM"), x("00000000000000000000000000000000"));
-    xmlNewProp(client, x("Alias"), x(""));
-    xmlNode *list = xmlNewChild(client, nullptr, x("DiskList"), nullptr);
+    xmlNewProp(root, raw_text("ClientType"), raw_text("0"));
+    xmlNewProp(root, raw_text("NbClients"), raw_text("1"));
+    xmlNewProp(root, raw_text("ClusterName"), raw_text(""));
+    xmlNewProp(root, raw_text("ClusterID"), raw_text(""));
+    xmlNode *client = xmlNewChild(root, nullptr, raw_text("Client"), nullptr);
+    raw_attribute(client, "Name", host.hostname);
+    xmlNewProp(client, raw_text("IPs"), raw_text(""));
+    xmlNewProp(client, raw_text("HostName"), raw_text(local_name.c_str()));
+    xmlNewProp(client, raw_text("SystemType"), raw_text("0"));
+    xmlNewProp(client, raw_text("SysVersion"), raw_text(""));
+    xmlNewProp(client, raw_text("ID"), raw_text(""));
+    xmlNewProp(client, raw_text("DBOEM"), raw_text("00000000000000000000000000000000"));
+    xmlNewProp(client, raw_text("Alias"), raw_text(""));
+    xmlNode *list = xmlNewChild(client, nullptr, raw_text("DiskList"), nullptr);
     for (const qel_disk_t &disk : host.disks)
         bare_disk(list, disk);
-    xmlNewChild(list, nullptr, x("Volume"), nullptr);
-    xmlNewChild(client, nullptr, x("ChannelList"), nullptr);
-    xmlNewChild(client, nullptr, x("BackupList"), nullptr);
-    xmlNode *databases = xmlNewChild(client, nullptr, x("DataBaseList"), nullptr);
-    xmlNewProp(databases, x("ConfiguredBy"), x("0"));
+    xmlNewChild(list, nullptr, raw_text("Volume"), nullptr);
+    xmlNewChild(client, nullptr, raw_text("ChannelList"), nullptr);
+    xmlNewChild(client, nullptr, raw_text("BackupList"), nullptr);
+    xmlNode *databases = xmlNewChild(client, nullptr, raw_text("DataBaseList"), nullptr);
+    xmlNewProp(databases, raw_text("ConfiguredBy"), raw_text("0"));
 
     xmlChar *raw = nullptr;
     int size = 0;

@@ -1,6 +1,5 @@
-// What CDP schedules cost as they grow in number: loading them, registering them, a pass of the timer over
-// them, and changing one of them, which writes the file anew. Uses the real configuration file, and so runs
-// only in a private host.
+// What many CDP schedules cost: loading them, registering them, a pass of the timer over them, and changing
+// one of them, which rewrites the file. Uses the real configuration file, so it runs only in a private host.
 //
 //   bench-schedules
 
@@ -120,8 +119,8 @@ bench_host::bench_host(size_t number) : schedules(number)
 
 // --- What is measured: each step proves that it was done, and returns its seconds --------------------------
 
-// All of this is rare on a host, and finds the caches filled with other things. With warm ones a short list
-// would seem cheaper than it is, only because it fits.
+// On a host all of this is rare, and the caches hold other data. With warm caches a short list would look
+// cheaper than it is, just because it fits.
 void cool_caches()
 {
     constexpr size_t line = 64;
@@ -161,7 +160,7 @@ double register_all(bench_host &host)
     return seconds;
 }
 
-// Over the jobs that register_all has left, when the first run is near enough to decide when to wake up.
+// Over the jobs that register_all has left, at a time when the first run decides when to wake up.
 double pass_over_all(bench_host & /*host*/)
 {
     const int64_t now = clock_monotonic() + interval / 2 - 300;
@@ -190,7 +189,7 @@ struct step {
     std::array<std::vector<double>, sizes.size()> seconds{}; // one of each round
 };
 
-// Only some of them write log lines at the usual level; the same without these lines shows what is our own.
+// Some of them write log lines at the usual level; the runs without these lines show the daemon's own cost.
 std::array steps = {
     step{"load the file", LOG_INFO, load_file},
     step{"register all", LOG_INFO, register_all},
@@ -210,7 +209,7 @@ void check_change(const bench_host &host)
         give_up("the change is not in the file");
 }
 
-// The sizes in turns, so that whatever else the machine does meets all of them.
+// Measures the sizes in turns, so that other load on the machine affects all of them.
 void measure()
 {
     for (size_t round = 0; round < rounds; ++round) {
@@ -219,7 +218,7 @@ void measure()
             bench_host host(sizes[size]);
             for (step &s : steps) {
                 set_log_level(s.level);
-                s.measured(host); // what the step before has left for the heap to tidy up is paid here
+                s.measured(host); // the first run pays for what the previous step left in the heap
                 s.seconds[size].push_back(s.measured(host));
             }
             check_change(host);
@@ -233,8 +232,8 @@ double median(std::vector<double> values)
     return values[values.size() / 2];
 }
 
-// From one size to the next, in the middle round: a neighbour that slows the machine down for some rounds is
-// in both times of a round, but not in the same way in two medians.
+// The median growth from one size to the next within a round: load that slows some rounds affects both times
+// of a round, but not two medians alike.
 double growth(const step &s, size_t size)
 {
     std::vector<double> ratios;
@@ -257,8 +256,8 @@ void print()
     }
 }
 
-// The reader of the log pauses between batches. The lines of a thousand schedules come in one go, and would
-// be measured as waiting for it, if the way there did not hold them all.
+// The reader of the log pauses between batches. The lines of a thousand schedules come at once; without a
+// large buffer, waiting for the reader would be measured.
 void open_wide_log()
 {
     openlog("bench-schedules", LOG_NDELAY, LOG_USER);

@@ -18,8 +18,8 @@ inline std::string dotted(in_addr_t addr)
     return text;
 }
 
-// The addresses of a list of records with single blanks between them, as much as fits the 512 bytes that
-// readers expect at most: none is added once the text is longer than 495 characters.
+// The addresses of a list of records, separated by single blanks. Readers expect at most 512 bytes: once the
+// text is longer than 495 characters, no more addresses are added.
 template <class Addresses>
 std::string join_addresses(const Addresses &addresses)
 {
@@ -35,8 +35,8 @@ std::string join_addresses(const Addresses &addresses)
     return text;
 }
 
-// Appends the addresses of TEXT, which blanks separate, to a list of such records. One that is no address
-// stays in its place as 0.0.0.0; memory that runs out ends the list early.
+// Appends the addresses of TEXT, which are separated by blanks, to a list of such records. An invalid address
+// becomes 0.0.0.0. When out of memory, the rest is left out.
 template <class Address>
 void append_addresses(std::string_view text, std::list<Address> &addresses)
 {

@@ -1,20 +1,20 @@
-// When snapshots are taken: the times that a disk's and a group's CDP schedule have alike.
+// When snapshots are taken: the times of a disk's or a group's CDP schedule.
 #pragma once
 
 #include <cstdint>
 
-// Active when the console's start and the interval are both set.
+// The schedule is active if the console's start and the interval are both set.
 struct cdp_times {
-    uint64_t con_start_time = 0; // seconds since the epoch: the start that the console set; 0: none
+    uint64_t con_start_time = 0; // seconds since the epoch: the start that the console set; 0: no start
     uint64_t start_time = 0;     // seconds since the epoch: the next run
-    uint32_t timeout = 0;        // interval in seconds; 0: none
+    uint32_t timeout = 0;        // interval in seconds; 0: no interval
 
     bool are_set() const { return con_start_time != 0 && timeout != 0; }
     bool are_clear() const { return con_start_time == 0 && timeout == 0; }
 };
 
-// The first point of time after NOW that lies a whole number of intervals from START. Signed 64-bit
-// arithmetic; the interval is not 0.
+// The first time after NOW that is a whole number of intervals away from START. Signed 64-bit arithmetic; the
+// interval must not be 0.
 inline uint64_t cdp_next_slot(uint64_t start, uint32_t interval, int64_t now)
 {
     const auto present = static_cast<uint64_t>(now);
@@ -22,7 +22,7 @@ inline uint64_t cdp_next_slot(uint64_t start, uint32_t interval, int64_t now)
     return present + interval - static_cast<uint64_t>(elapsed % int64_t{interval});
 }
 
-// The times of a schedule that the console starts at START: a start that has passed moves on to the next
+// The times of a schedule that the console starts at START. If START has passed, the next run is the next
 // slot.
 inline cdp_times cdp_times_from(uint64_t start, uint32_t interval, int64_t now)
 {

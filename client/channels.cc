@@ -61,7 +61,7 @@ int add_wwns(std::list<std::string> &list)
     return 0;
 }
 
-// First line of a session's target name without its newline; absent when it cannot be read.
+// The first line of a session's target name without its newline; absent if it cannot be read.
 optional_text session_target(const char *session)
 {
     const std::string path = std::string(iscsi_session_dir) + "/" + session + "/targetname";

@@ -1,8 +1,9 @@
-// The client record: all that the daemon keeps across restarts, and the tests and changes made to it.
+// The client record: everything that the daemon keeps across restarts, and the functions that read and change
+// it.
 //
 // Texts that can be absent are optional: absent and empty are different things. Lists keep insertion order,
-// which is also their order in the configuration file. Every function here expects that the caller holds
-// the record's lock, unless it says otherwise; those that change the record take its content_lock themselves.
+// which is also their order in the configuration file. Unless a function says otherwise, its caller holds the
+// record's lock. Functions that change the record take its content_lock themselves.
 #pragma once
 
 #include "base/text.h"
@@ -56,36 +57,34 @@ struct qel_t {
     // Local addresses on which connections are refused. Constant while the process serves, so it is read
     // without the lock.
     std::list<qel_addr> filter_list;
-    std::unique_ptr<qel_manager> manager; // null: none
+    std::unique_ptr<qel_manager> manager; // null: no manager
     std::list<qel_cdpsch> cdpsch_list;
     std::list<qel_group> group_list;
-    std::mutex lock; // guards all of the record but filter_list; taken before the inventory's lock
-    // Held for the moment of a change by whoever holds LOCK and changes the record, and by readers who must
-    // not wait for LOCK, which is held across slow tools. No lock is taken under it.
+    std::mutex lock; // guards the record except filter_list; lock order: docs/architecture.md
+    // Taken for each change, by a thread that already holds LOCK, and for reading, by threads that must not
+    // wait for LOCK, which can be held while slow tools run. No other lock is taken under it.
     mutable std::mutex content_lock;
 };
 
-// The record of this process. Set once before any thread starts; null on the way out.
+// The record of this process. Set once before any thread starts.
 extern qel_t *g_client;
 
-// Frees the texts, the manager, the schedules and the groups; for the way out of the process. The record
-// itself, its lock and its filter stay: threads that still run may be about to take the one, and read the
-// other without it.
+// Frees the texts, the manager, the schedules and the groups when the process ends. The record itself, its
+// lock and its filter stay, because threads that still run may use them.
 void qel_release(qel_t *c);
 
-// Appoints a copy of M as the manager of C: GUID and addresses; its target stays absent until a channel is
-// set up. A null M removes the manager and with it the alias that it gave. Returns 0, or -1 with the old
-// manager kept.
+// Makes a copy of M the manager of C: GUID and addresses; the target stays absent until a channel is set up.
+// A null M removes the manager and the alias that it gave. Returns 0, or -1 with the old manager kept.
 int qel_mngr_appoint(const qel_manager *m, qel_t *c);
 int qel_mngr_remove(qel_t *c);
 
 // Stores a copy of ALIAS. Returns 0, or -1 for a null argument.
 int qel_rename_client(qel_t *c, const char *alias);
 
-// Stores a copy of IQN as the target of the appointed manager; without one nothing happens.
+// Stores a copy of IQN as the target of the manager. Does nothing if there is no manager.
 void qel_set_target_iqn(qel_t *c, const char *iqn);
 
-// Appends a CDP schedule; the reference is good for as long as the record keeps the schedule.
+// Appends a CDP schedule; the reference is valid while the record keeps the schedule.
 qel_cdpsch &qel_add_schedule(qel_t *c, qel_cdpsch schedule);
 
 // Frees one CDP schedule of the record.
@@ -104,7 +103,7 @@ void qel_set_times(qel_t *c, Scheduled &schedule, const cdp_times &times)
     schedule.cdp_timeout = times.timeout;
 }
 
-// The first group of that name; null for none, and for an absent name.
+// The first group of that name; null if there is none or NAME is absent.
 qel_group *qel_find_group(qel_t *c, const optional_text &name);
 
 void qel_add_group(qel_t *c, qel_group group);
@@ -115,18 +114,19 @@ void qel_remove_groups(qel_t *c);
 
 bool qel_has_member(const qel_group &group, const optional_text &disk_guid);
 
-// Moves MEMBERS to the tail of the group's.
+// Moves MEMBERS to the end of the group's list.
 void qel_add_members(qel_t *c, qel_group &group, std::list<qel_group_disk> &members);
 
-// Frees the first member of that GUID. False when there is none.
+// Frees the first member of that GUID. False if there is none.
 bool qel_remove_member(qel_t *c, qel_group &group, const optional_text &disk_guid);
 
-// The first CDP schedule of the disk; null for none.
+// The first CDP schedule of the disk; null if it has none.
 qel_cdpsch *qel_find_schedule(qel_t *c, const std::string &local_lun);
 
-// 1 when a manager with a GUID has adopted the client, else 0; -1 for a null record. Either lock will do.
+// 1 if a manager with a GUID has adopted the client, else 0; -1 for a null record. The caller may hold either
+// lock.
 int qel_is_protected(const qel_t *c);
 
-// 1 when a request is addressed by our manager to us, else 0. GUIDs are compared exactly. Either lock will
-// do.
+// 1 if a request comes from our manager and is meant for us, else 0. GUIDs are compared exactly. The caller
+// may hold either lock.
 int qel_is_pair(const char *manager_guid, const char *client_guid, const qel_t *c);

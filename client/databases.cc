@@ -52,14 +52,6 @@ int qel_get_dbs(std::list<qel_db_t> *list)
     return result;
 }
 
-void qel_refresh_databases()
-{
-    std::list<qel_db_t> databases;
-    qel_get_dbs(&databases);
-    const auto held = qel_inventory_lock();
-    g_inventory.dbs.swap(databases);
-}
-
 int qel_connect_database(qel_db_t &database)
 {
     Kavapp app = {.link = {},

@@ -1,37 +1,22 @@
 #include "client/disk_identity.h"
 
-#include "base/clock.h"
+#include "base/fd.h"
 #include "base/log.h"
-#include "client/disks.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <tw.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 namespace {
 constexpr off_t signature_offset = 440;
 constexpr int guid_size = 64;
 
-struct descriptor {
-    int fd;
-    explicit descriptor(int open_fd) : fd(open_fd) {}
-    descriptor(const descriptor &) = delete;
-    descriptor &operator=(const descriptor &) = delete;
-    ~descriptor()
-    {
-        if (fd >= 0)
-            close(fd);
-    }
-};
-
-// Logs the failure that errno tells of, and hands errno on.
+// Logs errno with WHAT and PATH, and returns it.
 int failed(const char *what, const char *path)
 {
     const int failure = errno;
@@ -47,7 +32,7 @@ bool exists(const char *path)
     return false;
 }
 
-// 0 when FD is a block device; otherwise logs why not and returns an errno value.
+// 0 if FD is a block device; otherwise logs why not and returns an errno value.
 int check_block_device(int fd, const char *path)
 {
     struct stat status;
@@ -87,18 +72,18 @@ uint32_t get_disk_signature(const char *path)
 {
     if (!path || !exists(path))
         return unreadable_signature;
-    const descriptor disk(open(path, O_RDONLY | O_CLOEXEC));
-    if (disk.fd < 0) {
+    const unique_fd disk(open(path, O_RDONLY | O_CLOEXEC));
+    if (!disk.is_open()) {
         failed("Failed to open", path);
         return unreadable_signature;
     }
-    if (check_block_device(disk.fd, path) != 0)
+    if (check_block_device(disk.get(), path) != 0)
         return unreadable_signature;
-    // A failed seek is told, but the read is tried all the same, from wherever the device stands.
-    if (lseek(disk.fd, signature_offset, SEEK_SET) < 0)
+    // After a failed seek the read is still tried, from the current position.
+    if (lseek(disk.get(), signature_offset, SEEK_SET) < 0)
         log_error("Seek '%s' error: %s", path, strerror(errno));
     uint32_t signature = no_signature;
-    if (read(disk.fd, &signature, sizeof signature) != sizeof signature) {
+    if (read(disk.get(), &signature, sizeof signature) != sizeof signature) {
         failed("Failed to read", path);
         return unreadable_signature;
     }
@@ -109,21 +94,21 @@ int write_disk_signature(const char *path, uint32_t signature)
 {
     if (!exists(path))
         return -1;
-    const descriptor disk(open(path, O_WRONLY | O_CLOEXEC));
-    if (disk.fd < 0) {
+    const unique_fd disk(open(path, O_WRONLY | O_CLOEXEC));
+    if (!disk.is_open()) {
         failed("Failed to open", path);
         return -1;
     }
-    if (const int failure = check_block_device(disk.fd, path))
+    if (const int failure = check_block_device(disk.get(), path))
         return -failure;
-    if (lseek(disk.fd, signature_offset, SEEK_SET) < 0) {
+    if (lseek(disk.get(), signature_offset, SEEK_SET) < 0) {
         const int failure = errno;
         log_error("Seek '%s' error: %s", path, strerror(failure));
         return -failure;
     }
-    if (write(disk.fd, &signature, sizeof signature) != sizeof signature)
+    if (write(disk.get(), &signature, sizeof signature) != sizeof signature)
         return -failed("Failed to write", path);
-    const int result = fsync(disk.fd);
+    const int result = fsync(disk.get());
     if (result != 0)
         failed("Failed to fsync", path);
     return result;
@@ -134,27 +119,4 @@ std::string signature_to_guid(uint32_t signature)
     char guid[guid_size];
     snprintf(guid, sizeof guid, "%08x-0000-0000-0000-000000000000", signature);
     return guid;
-}
-
-uint32_t gen_signature()
-{
-    srand(static_cast<unsigned>(clock_wall()));
-    return static_cast<uint32_t>(rand());
-}
-
-void set_disk_signature(const char *path)
-{
-    std::list<qel_disk_t> disks;
-    qel_get_disks(&disks, 0);
-    const auto taken = [&](const std::string &guid) {
-        return std::any_of(disks.begin(), disks.end(),
-                           [&](const qel_disk_t &disk) { return disk.path != path && disk.guid == guid; });
-    };
-    uint32_t signature = gen_signature();
-    // The generator gives another number only when the clock's second changes.
-    while (taken(signature_to_guid(signature))) {
-        clock_sleep_ms(10);
-        signature = gen_signature();
-    }
-    write_disk_signature(path, signature);
 }

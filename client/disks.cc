@@ -13,7 +13,7 @@
 namespace {
 constexpr unsigned sector_shift = 9; // the library counts in sectors of 512 bytes
 
-// The devices that the library lists, given back to it at the end.
+// The devices that the library lists; the destructor releases them.
 struct device_list {
     kav_list head{};
     explicit device_list(int flag)
@@ -138,7 +138,11 @@ int qel_get_disks(std::list<qel_disk_t> *list, int flag)
         const auto *device = kav_list_entry(link, const kavdisk_dev, link);
         if (!device->name)
             continue;
-        log_debug("[QEL_GET_DISKS]: Found disk %s.", device->path ? device->path : "(null)");
+        if (!device->path) {
+            log_warning("Disk %s has no path, it is passed over.", device->name);
+            continue;
+        }
+        log_debug("[QEL_GET_DISKS]: Found disk %s.", device->path);
         qel_disk_t *disk = list_append(*list);
         if (!disk)
             break;

@@ -1,21 +1,21 @@
-// Disks and mirror relationships, as the platform libraries know them.
+// Disks and mirror relationships, as the platform libraries report them.
 #pragma once
 
 #include "client/client.h"
-#include "client/inventory.h"
+#include "client/inventory_records.h"
 
 #include <list>
 #include <mutex>
 
-// Appends the disks that libkavdisk lists; FLAG is handed to it (1: with partitions). Slow: no lock should be
-// held. Returns 0, or -1 for a null list.
+// Appends the disks that libkavdisk lists; FLAG is passed to it (1: with partitions). Slow: call it without
+// locks where possible. Returns 0, or -1 for a null list.
 int qel_get_disks(std::list<qel_disk_t> *list, int flag);
 
-// Finds the partition-table type of every disk that is reported and identified, but for mirror destinations,
-// which belong to the storage system. BACKUPS is read under MUTEX, when there is one. Returns 0.
+// Sets the partition-table type of every reported disk that has an identity, except mirror destinations,
+// which belong to the storage system. BACKUPS is read under MUTEX if that is not null. Returns 0.
 int qel_get_part_type_lock(std::list<qel_disk_t> &disks, const std::list<qel_backup_t> &backups,
                            std::mutex *mutex);
 
-// Appends the mirror relationships that are not stopped, each with the times of its CDP schedule, for which
-// it takes CLIENT_LOCK. Returns 0, or -1 when memory is short.
+// Appends the mirror relationships that are not stopped, each with the times of its CDP schedule; takes
+// CLIENT_LOCK to read those. Returns 0, or -1 when out of memory.
 int qel_get_backups_lock(const qel_t *client, std::list<qel_backup_t> &list, std::mutex &client_lock);

@@ -1,5 +1,6 @@
 #include "client/host.h"
 
+#include "base/deleter.h"
 #include "base/file.h"
 #include "base/log.h"
 #include "base/number.h"
@@ -87,7 +88,7 @@ int get_ipsv4_filter_ip(const qel_t *client, std::list<qel_ip_t> &list)
     ifaddrs *interfaces = nullptr;
     if (getifaddrs(&interfaces) != 0)
         return 0;
-    const std::unique_ptr<ifaddrs, void (*)(ifaddrs *)> owner(interfaces, freeifaddrs);
+    const std::unique_ptr<ifaddrs, deleter<freeifaddrs>> owner(interfaces);
     int added = 0;
     for (const ifaddrs *entry = interfaces; entry; entry = entry->ifa_next) {
         if (!entry->ifa_addr || std::string_view(entry->ifa_name) == "lo" ||
@@ -116,7 +117,7 @@ mount_table read_mount_table()
     mounts.readable = true;
     char line[line_size];
     while (fgets(line, sizeof line, stream.get())) {
-        // "/ " also ends the line of any mount point that has a "/" before the blank.
+        // "/ " also matches any other mount point that ends with "/".
         if (strstr(line, "/boot ") || strstr(line, "/ "))
             mounts.system_lines.emplace_back(line);
     }

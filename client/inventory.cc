@@ -4,9 +4,9 @@
 #include "client/channels.h"
 #include "client/client.h"
 #include "client/databases.h"
-#include "client/disk_identity.h"
 #include "client/disks.h"
 #include "client/host.h"
+#include "client/new_signature.h"
 
 #include <algorithm>
 
@@ -29,8 +29,8 @@ void sign_unidentified_disks(bool traced)
     }
 }
 
-// Host name, addresses, channels and backups: gathered without the inventory's lock, then swapped in under
-// it. The lists that were in place are freed when the lock is no longer held.
+// Host name, addresses, channels and backups: collected without the inventory's lock, then swapped in under
+// it. The old lists are freed after the lock is released.
 void refresh_host(bool traced)
 {
     optional_text hostname = get_hostname();
@@ -119,9 +119,21 @@ void qel_refresh_backups()
     g_inventory.backups.swap(backups);
 }
 
+int qel_refresh_databases()
+{
+    std::list<qel_db_t> databases;
+    if (qel_get_dbs(&databases) < 0) {
+        log_error("Failed to list the databases, the known ones are kept.");
+        return -1;
+    }
+    const auto held = qel_inventory_lock();
+    g_inventory.dbs.swap(databases);
+    return 0;
+}
+
 bool qel_has_disk(const optional_text &guid)
 {
-    if (!guid || guid->empty()) // a LUN that does not say who it is has an empty one
+    if (!guid || guid->empty()) // a LUN without identity has an empty GUID
         return false;
     return std::any_of(g_inventory.disks.begin(), g_inventory.disks.end(), [&](const qel_disk_t &disk) {
         return disk.guid == guid || std::any_of(disk.parts.begin(), disk.parts.end(),

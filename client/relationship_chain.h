@@ -1,11 +1,11 @@
-// The mirror relationships that the twinvault library lists, given back to it at the end.
+// The mirror relationships that the twinvault library lists; the destructor releases them.
 #pragma once
 
 #include <tw.h>
 
 struct relationship_chain {
-    tw_relationship *first; // null: none
-    // Those of one source disk; for a null GUID all of them.
+    tw_relationship *first; // null: there are none
+    // The relationships of one source disk; all of them for a null GUID.
     explicit relationship_chain(const char *src_guid = nullptr) : first(tw_disk_stat(src_guid)) {}
     relationship_chain(const relationship_chain &) = delete;
     relationship_chain &operator=(const relationship_chain &) = delete;

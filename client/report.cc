@@ -5,8 +5,7 @@
 #include "client/addresses.h"
 #include "client/host.h"
 #include "client/report_trace.h"
-
-#include <cstring>
+#include "client/report_values.h"
 
 namespace {
 void add_host_attributes(xmlNode *node, const qel_inventory_t &inventory)
@@ -54,7 +53,7 @@ void add_disk_list(xmlNode *client_node, const qel_inventory_t &inventory)
 {
     xmlNode *list_node = xml_add_element(client_node, "DiskList");
     const mount_table mounts = read_mount_table();
-    const mirror_guids mirrors(inventory);
+    const mirror_guids mirrors(inventory.backups);
     for (const qel_disk_t &disk : inventory.disks) {
         if (disk.state == 0)
             continue;
@@ -65,13 +64,6 @@ void add_disk_list(xmlNode *client_node, const qel_inventory_t &inventory)
         add_disk(list_node, disk, mounts);
     }
     xml_add_element(list_node, "Volume");
-}
-
-std::string wwn_of(const optional_text &wwn)
-{
-    std::string text;
-    format_wwn(&text, c_text(wwn));
-    return text;
 }
 
 void add_channel_list(xmlNode *client_node, const qel_inventory_t &inventory)
@@ -85,8 +77,8 @@ void add_channel_list(xmlNode *client_node, const qel_inventory_t &inventory)
             xml_add_attribute(node, "TargetIqn", channel.target);
         } else if (channel.type == chn_fc) {
             xml_add_attribute(node, "Type", "FC");
-            xml_add_attribute(node, "InitiatorWWN", wwn_of(channel.initiator));
-            xml_add_attribute(node, "TargetWWN", wwn_of(channel.target));
+            xml_add_attribute(node, "InitiatorWWN", colon_separated(channel.initiator));
+            xml_add_attribute(node, "TargetWWN", colon_separated(channel.target));
         }
     }
 }
@@ -122,8 +114,8 @@ void add_database_list(xmlNode *client_node, const qel_inventory_t &inventory)
     }
 }
 
-// The inventory's disk with that GUID, the first of several. A disk without GUID that stands before it is
-// told at every search: it may be the very one that is meant.
+// The first disk of the inventory with that GUID. Each disk without GUID before it is logged at every search,
+// since it may be the one that is meant.
 const qel_disk_t *find_disk(const qel_inventory_t &inventory, const optional_text &guid)
 {
     for (const qel_disk_t &disk : inventory.disks) {
@@ -190,27 +182,4 @@ std::string dboem_to_bits(int32_t value)
             bits[i] = '1';
     }
     return bits;
-}
-
-int format_wwn(std::string *dst, const char *wwn)
-{
-    constexpr size_t prefix = 2; // "0x"
-    if (!dst || !wwn)
-        return -1;
-    const size_t length = strlen(wwn);
-    if (length % 2 != 0 || length <= prefix)
-        return -1;
-    std::string text;
-    for (size_t i = prefix; i < length; i += 2) {
-        if (!text.empty())
-            text += ':';
-        text.append(wwn + i, 2);
-    }
-    *dst = std::move(text);
-    return static_cast<int>(dst->size());
-}
-
-std::string wrap_mirror_guid(const std::string &guid)
-{
-    return "kav_{" + guid + "}";
 }

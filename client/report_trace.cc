@@ -3,7 +3,7 @@
 #include "base/log.h"
 #include "client/addresses.h"
 #include "client/host.h"
-#include "client/report.h"
+#include "client/report_values.h"
 
 #include <cinttypes>
 #include <cstdarg>
@@ -24,13 +24,6 @@ __attribute__((format(printf, 2, 3))) void append(std::string &text, const char 
 const char *plain(const optional_text &text)
 {
     return text ? text->c_str() : "";
-}
-
-std::string colon_separated(const optional_text &wwn)
-{
-    std::string text;
-    format_wwn(&text, c_text(wwn));
-    return text;
 }
 
 void print_disk(const qel_disk_t &disk, const mount_table &mounts)
@@ -70,7 +63,7 @@ void xml_print_simple_client(const qel_inventory_t &inventory)
 void xml_print_disks(const qel_inventory_t &inventory)
 {
     const mount_table mounts = read_mount_table();
-    const mirror_guids mirrors(inventory);
+    const mirror_guids mirrors(inventory.backups);
     for (const qel_disk_t &disk : inventory.disks) {
         if (disk.state != 0 && !mirrors.hold(disk))
             print_disk(disk, mounts);
@@ -126,10 +119,4 @@ void trace_report(const qel_inventory_t &inventory, int full)
     xml_print_channels(inventory);
     xml_print_backups(inventory);
     xml_print_databases(inventory);
-}
-
-const char *database_type(const qel_db_t &database)
-{
-    constexpr uint32_t oracle = 1;
-    return database.db_type == oracle ? "0" : "-1";
 }

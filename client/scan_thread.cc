@@ -2,6 +2,7 @@
 
 #include "base/clock.h"
 #include "base/log.h"
+#include "base/shortage.h"
 #include "client/inventory.h"
 
 #include <pthread.h>
@@ -11,9 +12,9 @@
 namespace {
 constexpr int64_t scan_interval = 600; // seconds
 
-std::mutex scan_lock; // held by the scan thread but while it waits
+std::mutex scan_lock; // held by the scan thread except while it waits
 
-// Made at first use, since a heartbeat may wake the thread before it runs.
+// Created at first use, since a heartbeat may signal it before the thread runs.
 pthread_cond_t *scan_cond()
 {
     static clock_cond woken;
@@ -28,7 +29,7 @@ void *_scan_client_thread(void *)
     const std::lock_guard held(scan_lock);
     for (;;) {
         log_debug("Start once client scan pthread.");
-        refresh_inventory(true);
+        end_at_shortage([] { refresh_inventory(true); });
         log_debug("Finished once client scan thread.");
         clock_cond_wait(woken, scan_lock.native_handle(), clock_monotonic() + scan_interval);
     }

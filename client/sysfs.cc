@@ -1,10 +1,10 @@
 #include "client/sysfs.h"
 
+#include "base/fd.h"
 #include "base/file.h"
 #include "base/log.h"
 
 #include <fcntl.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -14,17 +14,15 @@ int sysfs_read_attribute(std::string *dst, const char *path)
 {
     if (!dst || !path)
         return -1;
-    const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (fd < 0) {
+    const unique_fd file(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!file.is_open()) {
         log_error("Failed to open '%s': %s", path, strerror(errno));
         return -1;
     }
     char text[512];
-    const ssize_t got = read(fd, text, sizeof text - 1);
-    const int failure = errno;
-    close(fd);
+    const ssize_t got = read(file.get(), text, sizeof text - 1);
     if (got < 0) {
-        log_error("Failed to read '%s': %s", path, strerror(failure));
+        log_error("Failed to read '%s': %s", path, strerror(errno));
         return -1;
     }
     text[got] = '\0';

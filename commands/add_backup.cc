@@ -11,21 +11,21 @@
 #include "jobs/cdp_schedule.h"
 #include "protocol/commands.h"
 #include "protocol/request.h"
-#include "requests/manager.h"
+#include "requests/backups.h"
 
 #include <tw.h>
 
 namespace {
 using disk_list = std::list<qel_cdpsch>;
 
-// A disk is on exactly one of the three lists.
+// Each disk is on exactly one of the three lists.
 struct protection {
     disk_list requested;
     disk_list succeeded;
     disk_list failed;
     cdp_schedule schedule;
     std::string group;                  // "": single disks
-    const qel_cdpsch *single = nullptr; // the one disk that a schedule without group is for
+    const qel_cdpsch *single = nullptr; // the disk that gets the schedule if there is no group
 };
 
 void move_to(disk_list &list, disk_list &from, disk_list::iterator disk)
@@ -47,7 +47,7 @@ bool wait_for_mirror(const optional_text &guid)
     return false;
 }
 
-// True when the disk can be protected as soon as all others can; else false after a log line.
+// True if the disk can be protected; else false after a log line.
 bool is_ready(const qel_cdpsch &disk)
 {
     if (relationship_chain(c_text(disk.local_lun)).first) {
@@ -105,7 +105,7 @@ void protect_disks(protection &wanted)
     }
 }
 
-// A group is protected as a whole or not at all.
+// Rolls a group back if one of its disks failed: all of its disks are protected, or none.
 void roll_back_group(protection &wanted)
 {
     if (wanted.group.empty() || wanted.failed.empty() || wanted.succeeded.empty())
@@ -177,7 +177,7 @@ int answer_with_failures(request &req, const disk_list &failed)
     for (const qel_cdpsch &disk : failed) {
         xmlNode *device = xml_add_element(list, "Device");
         xml_add_attribute(device, "SrcGUID", disk.local_lun);
-        xml_add_attribute(device, "rtnStatus", "1"); // with a small letter here, as managers read it
+        xml_add_attribute(device, "rtnStatus", "1"); // with a small letter here, as managers expect
         xml_add_attribute(device, "DestGUID", disk.mirror_lun);
     }
     log_info("Dump failed backup relationships into XML document.");

@@ -1,11 +1,11 @@
-// Whether a manager has adopted this client, as the handlers ask it.
+// Whether a manager has adopted this client.
 #pragma once
 
 #include "client/client.h"
 
 #include <mutex>
 
-// Waits for no command: the record's content_lock is enough.
+// Takes only the record's content_lock, so it does not wait for other commands.
 inline bool is_adopted()
 {
     const std::lock_guard reading(g_client->content_lock);

@@ -8,10 +8,10 @@
 #include "jobs/cdp_schedule.h"
 #include "protocol/commands.h"
 #include "protocol/request.h"
-#include "requests/agent.h"
+#include "requests/snapshots.h"
 
 namespace {
-// What both commands begin with.
+// The common beginning of both commands.
 int read_source(const char *received, const request *req, snap_request &snap)
 {
     const int status = enter_command(agent_frame(received), req);
@@ -25,7 +25,7 @@ int read_source(const char *received, const request *req, snap_request &snap)
 
 // --- Reading ---------------------------------------------------------------------------------------------
 
-// The console's start and the interval, as the answer has them.
+// The console's start and the interval as texts of the answer.
 struct shown_times {
     std::string start;
     std::string interval;
@@ -105,7 +105,7 @@ int remove_disk_schedule(const std::string &guid)
     const qel_cdpsch *schedule = qel_find_schedule(g_client, guid);
     if (!schedule) {
         log_info("Failed to find disk %s in backup list.", guid.c_str());
-        // Required: the lock stays held, and who needs the record waits from here on.
+        // Required: the lock stays held, and every thread that needs the record waits from now on.
         static_cast<void>(held.release());
         return status_failure;
     }

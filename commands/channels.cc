@@ -10,11 +10,11 @@
 #include "config/config.h"
 #include "iscsi/channel.h"
 #include "iscsi/initiator.h"
-#include "iscsi/node.h"
 #include "jobs/heartbeat.h"
-#include "jobs/timer.h"
+#include "jobs/heartbeat_job.h"
 #include "protocol/commands.h"
-#include "requests/manager.h"
+#include "requests/channels.h"
+#include "requests/membership.h"
 
 #include <kavdisk.h>
 
@@ -40,7 +40,7 @@ int refuse_channel(request &req, in_addr_t initiator, in_addr_t target)
     return status_channel_failure;
 }
 
-// Where the request's addresses are not known, or not to be told any more.
+// For a request whose addresses are unknown or must not be answered.
 int refuse_channel(request &req)
 {
     return refuse_channel(req, INADDR_ANY, INADDR_ANY);
@@ -66,7 +66,7 @@ void record_target(const char *iqn)
     log_info("Complete work: ESTABLISH_CHANNELS");
 }
 
-// A manager that has a target recorded already is told that all is well.
+// If the manager already has a recorded target, the answer is success.
 int report_failed_login(request &req)
 {
     log_error("Failed to establish iscsi channel");
@@ -131,7 +131,7 @@ void connect_to_storage(const qel_manager &newer)
     qel_save(g_client);
 }
 
-// The former manager's channel goes before the new one comes.
+// Ends the former manager's channel, then sets up the new one.
 int move_to(const qel_manager &newer)
 {
     optional_text old_iqn;

@@ -1,7 +1,6 @@
-// The channel commands: the manager has this host set up the iSCSI channel to its storage, and move it.
+// The channel commands: set up the iSCSI channel to the manager's storage, and move it.
 //
-// Each takes the exchange, may set the reply's body, and returns the reply's status. Each runs tools, and can
-// take minutes.
+// Handlers of the command table, see command_handler. Each runs tools and can take minutes.
 #pragma once
 
 #include "protocol/request.h"

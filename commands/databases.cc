@@ -3,10 +3,11 @@
 #include "base/log.h"
 #include "base/xml.h"
 #include "client/databases.h"
+#include "client/inventory.h"
 #include "commands/frame.h"
 #include "protocol/commands.h"
 #include "protocol/request.h"
-#include "requests/manager.h"
+#include "requests/databases.h"
 
 #include <kavagt.h>
 
@@ -22,13 +23,13 @@ bool is_known(const optional_text &instance)
 
 void refresh_databases()
 {
-    qel_refresh_databases();
-    log_debug("Update 'g_client' databases info done");
+    if (qel_refresh_databases() == 0)
+        log_debug("Update 'g_client' databases info done");
 }
 
 int set_database(const request &req)
 {
-    bool is_cluster = false; // read, but of no use here
+    bool is_cluster = false; // read, but not used
     const std::unique_ptr<qel_db_t> database = xml_to_KavApp(req.recv_xml.get(), &is_cluster);
     if (!database) {
         log_error("Failed to retrieve KavApp.");
@@ -68,7 +69,7 @@ int delete_database(const request &req)
     return status_ok;
 }
 
-// The answers spell their attribute differently, and managers read it so.
+// The two answers spell the attribute differently, as managers expect.
 int answer(request &req, int status, const char *attribute)
 {
     const xml_doc doc = xml_new_document("Tessaron");
@@ -88,7 +89,7 @@ struct database_command {
     const char *attribute;
 };
 
-// A client that nobody has adopted is no case of its own here.
+// A client that is not adopted gets the same answer as any failure.
 int process(const database_command &command, request *req)
 {
     const bool may_go_on = enter_command({.received = command.received}, req) == status_ok;

@@ -1,11 +1,12 @@
-// Databases for the CDP agent. Handlers of the command table, see command_handler. Both answer with a
-// document that repeats the status, whatever it is.
+// Databases for the CDP agent. Handlers of the command table, see command_handler. Both always answer with a
+// document that repeats the status.
 #pragma once
 
 struct request;
 
-// Hands a database's configuration to the CDP agent library, unless it has one of that name.
+// Passes a database's configuration to the CDP agent library, unless the library already has one of that
+// name.
 int db_set(request *req);
 
-// Removes it from there.
+// Removes a database's configuration from the library.
 int dbcfg_del(request *req);

@@ -9,29 +9,12 @@
 #include "jobs/cdp_schedule.h"
 #include "protocol/commands.h"
 #include "protocol/request.h"
+#include "requests/backups.h"
 
 #include <kavdisk.h>
 #include <tw.h>
 
 namespace {
-const xmlNode *backup_list(const xml_doc &doc)
-{
-    if (!doc) {
-        log_error("Failed to parse XML request.");
-        return nullptr;
-    }
-    const xmlNode *root = xml_root(doc);
-    if (!root) {
-        log_error("Failed to retrieve root element.");
-        return nullptr;
-    }
-    if (!root->children || !xml_is_named(root->children, "BackupList")) {
-        log_error("Failed to retrieve backup list.");
-        return nullptr;
-    }
-    return root->children;
-}
-
 bool unprotect(const char *guid)
 {
     if (!relationship_chain(guid).first) {
@@ -46,8 +29,8 @@ bool unprotect(const char *guid)
     return true;
 }
 
-// A group cannot be snapshotted any more without its disk. FOUND stays set for the whole request: once a disk
-// was in a group, later ones are looked for in the first group only, and managers count on that.
+// Without this disk its group cannot be snapshotted. FOUND stays set for the whole request: after one disk
+// was found in a group, later disks are looked for only in the first group. Managers rely on that.
 void clear_group_schedule(const std::string &guid, bool &found)
 {
     const std::lock_guard held(g_client->lock);
@@ -71,15 +54,12 @@ void remove_disk_schedules(const std::string &guid)
     qel_save(g_client);
 }
 
-// True when every disk of the list could be released.
-bool release_disks(const xmlNode *list)
+// True if every disk of the list is released.
+bool release_disks(const std::list<optional_text> &disks)
 {
     bool all_released = true;
     bool found_in_group = false;
-    for (const xmlNode *entry : xml_children{list}) {
-        if (entry->type != XML_ELEMENT_NODE)
-            continue;
-        const optional_text guid = xml_attribute(entry, "SrcGUID");
+    for (const optional_text &guid : disks) {
         if (!guid) {
             log_warning("Missing property SrcGUID, ignore !");
             continue;
@@ -101,13 +81,12 @@ int del_backup(request *req)
     const int status = enter_command({.received = "Recv cmd: DEL_BACKUP"}, req);
     if (status != status_ok)
         return status;
-    const xml_doc doc = req->recv_xml ? xml_parse_text(req->recv_xml.get()) : nullptr;
-    const xmlNode *list = backup_list(doc);
-    if (!list)
+    std::list<optional_text> disks;
+    if (xml_to_released_disks(req->recv_xml.get(), &disks) < 0)
         return status_failure;
-    if (release_disks(list))
+    if (release_disks(disks))
         return status_ok;
-    // Managers expect the bare root here, and find out for themselves which disks are still protected.
+    // Managers expect an empty root here, and ask which disks are still protected.
     set_send_xml(*req, xml_to_text(xml_new_document("Tessaron")));
     return status_failure;
 }

@@ -1,10 +1,10 @@
-// The wait for disks that are on their way to this host.
+// Waiting for disks to appear on this host.
 #pragma once
 
-// How often a handler looks for them.
+// How often a handler looks for the disks.
 constexpr unsigned device_wait_passes = 9;
 
-// What it does before the look number PASS, from 0: mostly a longer sleep each time, once in the middle a
-// search of all buses. Forty seconds of sleep in all; the first of them is taken even when the disks are
-// there already.
+// Call before look number PASS, counted from 0. Sleeps, longer each time; in one pass it searches all buses
+// instead. All sleeps take forty seconds together. The first sleep is taken even if the disks are already
+// there.
 void wait_for_devices(unsigned pass);

@@ -1,15 +1,15 @@
-// How commands begin.
+// How every command begins.
 #pragma once
 
 struct request;
 
 struct command_frame {
-    const char *received;               // logged first; null: nothing is
-    const char *null_request = nullptr; // logged for a request that is none; null: nothing is
-    const char *not_adopted = nullptr;  // logged while no manager has adopted this client; null: nothing is
+    const char *received;               // logged first; null: no log line
+    const char *null_request = nullptr; // logged for a null request; null: no log line
+    const char *not_adopted = nullptr;  // logged while no manager has adopted this client; null: no log line
 };
 
-// The CDP agent's commands differ in the first line only.
+// The CDP agent's commands differ only in the first line.
 constexpr command_frame agent_frame(const char *received)
 {
     return {.received = received,
@@ -17,5 +17,5 @@ constexpr command_frame agent_frame(const char *received)
             .not_adopted = "Error: client is not protected by a server."};
 }
 
-// Logs the receipt. Returns status_ok when the command may go on, else the status to answer with.
+// Logs that the command was received. Returns status_ok if it may go on, else the status to answer with.
 int enter_command(const command_frame &frame, const request *req);

@@ -7,12 +7,12 @@
 #include "jobs/timer.h"
 #include "protocol/commands.h"
 #include "protocol/request.h"
-#include "requests/manager.h"
+#include "requests/groups.h"
 
 namespace {
 // --- Adding ----------------------------------------------------------------------------------------------
 
-// A schedule in the record that no job runs stays. The caller holds the record's lock.
+// A schedule that is only in the record, without a job, stays. The caller holds the record's lock.
 void remove_own_schedule(const char *guid)
 {
     if (!job_find_cdp(guid))
@@ -71,12 +71,13 @@ optional_text mirror_of(const std::string &guid)
     return backup ? optional_text(backup->dest_guid) : std::nullopt;
 }
 
-// The disk goes on with the group's times, zeros and all. The caller holds the record's lock.
-void hand_over_schedule(const qel_group &group, const std::string &guid)
+// Gives the disk the group's times, even if they are zeros. Null if the disk has no mirror. The caller holds
+// the record's lock.
+const qel_cdpsch *hand_over_schedule(const qel_group &group, const std::string &guid)
 {
     const optional_text mirror = mirror_of(guid);
     if (!mirror)
-        return;
+        return nullptr;
     log_debug("Source local %s ,mirror %s ,con_start_time %d ,start_time %d ,timeout %d.", guid.c_str(),
               mirror->c_str(), static_cast<int>(group.cdp_con_start_time),
               static_cast<int>(group.cdp_start_time), static_cast<int>(group.cdp_timeout));
@@ -88,11 +89,14 @@ void hand_over_schedule(const qel_group &group, const std::string &guid)
     log_debug("Disk %s get Group sch success!", guid.c_str());
     qel_save(g_client);
     _register_for_cdpsch(&schedule);
+    return &schedule;
 }
 
-// The schedule is handed over also when the disk was not in the group.
+// The schedule is handed over even if the disk was not in the group. If several groups have that name, the
+// disk gets one schedule, with the times of the last.
 bool remove_member(const std::string &name, const std::string &guid)
 {
+    const qel_cdpsch *handed_over = nullptr;
     const std::lock_guard held(g_client->lock);
     for (qel_group &group : g_client->group_list) {
         if (group.name != name)
@@ -100,14 +104,16 @@ bool remove_member(const std::string &name, const std::string &guid)
         const bool removed = qel_remove_member(g_client, group, guid);
         if (removed)
             qel_save(g_client);
-        hand_over_schedule(group, guid);
+        if (handed_over)
+            qel_remove_schedule(g_client, handed_over);
+        handed_over = hand_over_schedule(group, guid);
         if (removed)
             return true;
     }
     return false;
 }
 
-// Takes every disk that WANTED names out of GROUP, in the order in which they are in there.
+// Removes every disk that WANTED names from GROUP, in the order of GROUP's list.
 bool remove_members(qel_group &group, const qel_group &wanted)
 {
     std::list<qel_group_disk> leaving = group.member_list;

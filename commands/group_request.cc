@@ -3,7 +3,7 @@
 #include "base/log.h"
 #include "protocol/commands.h"
 #include "protocol/request.h"
-#include "requests/agent.h"
+#include "requests/groups.h"
 
 group_command agent_group_command(const char *received, const char *complete)
 {
@@ -18,7 +18,7 @@ std::unique_ptr<qel_group> enter_group_command(const group_command &command, con
     status = enter_command(command.frame, req);
     if (status != status_ok)
         return nullptr;
-    bool is_cluster = false; // read, but of no use here
+    bool is_cluster = false; // read, but not used
     std::unique_ptr<qel_group> group = command.parse(req->recv_xml.get(), &is_cluster);
     if (!group) {
         log_error("%s", command.unreadable);

@@ -7,7 +7,7 @@
 #include "jobs/cdp_schedule.h"
 #include "protocol/commands.h"
 #include "protocol/request.h"
-#include "requests/manager.h"
+#include "requests/groups.h"
 
 namespace {
 int create_group(const group_command &command, int name_in_use, const request *req)

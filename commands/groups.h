@@ -1,10 +1,10 @@
-// Consistency groups. Handlers of the command table, see command_handler; those that begin with kav_ are the
-// CDP agent's. Of all these only kav_get_group answers more than a status.
+// Consistency groups. Handlers of the command table, see command_handler; kav_... are the CDP agent's. Only
+// kav_get_group answers with more than a status.
 #pragma once
 
 struct request;
 
-// A new group with the members of the request, and without a schedule. Schedules of its members stay.
+// Creates a group with the members of the request and without a schedule. Schedules of its members stay.
 int bg_create(request *req);
 int kav_create_group(request *req);
 
@@ -12,14 +12,14 @@ int kav_create_group(request *req);
 int del_backup_grp(request *req);
 int kav_delete_group(request *req);
 
-// Adds disks to a group. They lose schedules of their own, also when there is no such group.
+// Adds disks to a group. The disks lose their own schedules, even if the group does not exist.
 int add_disk_to_grp(request *req);
 int kav_add_member(request *req);
 
-// Takes one disk out of a group and gives it a schedule of its own with the group's times.
+// Removes one disk from a group and gives it a schedule of its own with the group's times.
 int rem_disk_from_bg(request *req);
 
-// Takes disks out of every group of that name. They get no schedule.
+// Removes disks from every group of that name. They get no schedule.
 int kav_del_member(request *req);
 
 // Lists the groups and their members.

@@ -11,15 +11,15 @@
 #include "commands/adoption.h"
 #include "config/config.h"
 #include "jobs/heartbeat.h"
+#include "jobs/heartbeat_job.h"
 #include "jobs/reset.h"
-#include "jobs/timer.h"
 #include "protocol/commands.h"
-#include "requests/manager.h"
+#include "requests/membership.h"
 
 #include <kavdisk.h>
 
 namespace {
-// The whole report with the client's identity as the reply's body. Returns 0; -1 after a log line.
+// Sets the full report as the reply's body. Returns 0, or -1 after a log line.
 int answer_with_full_report(request &req)
 {
     const auto held = qel_inventory_lock();

@@ -5,14 +5,14 @@
 #include "commands/frame.h"
 #include "protocol/commands.h"
 #include "protocol/request.h"
-#include "requests/manager.h"
+#include "requests/backups.h"
 
 #include <tw.h>
 
 namespace {
 using guid_list = std::list<std::string>;
 
-// The answer that lists the disks that failed, if any.
+// Sets the answer that lists the disks that failed; none if FAILED is empty.
 void report_failures(request &req, const guid_list &failed, uint16_t code)
 {
     if (failed.empty())

@@ -1,10 +1,11 @@
-// Bringing mirrors level with their disks. Handlers of the command table, see command_handler.
+// Synchronising mirrors with their disks. Handlers of the command table, see command_handler.
 #pragma once
 
 struct request;
 
-// Starts a full resynchronisation of each requested disk. Status 1 comes with the list of those that failed.
+// Starts a full resynchronisation of each requested disk. Status 1 comes with a list of the disks that
+// failed.
 int init_mirror(request *req);
 
-// Stops it. Status 0 also when disks failed: only the list tells.
+// Stops it. The status is 0 even if disks failed; the answer lists them.
 int cancel_init_mirror(request *req);

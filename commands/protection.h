@@ -1,15 +1,16 @@
-// Disks under twinvault protection. Handlers of the command table, see command_handler; each may take a
-// minute for each disk.
+// Disks under twinvault protection. Handlers of the command table, see command_handler; each can take a
+// minute per disk.
 #pragma once
 
 struct request;
 
-// Puts the requested disks under protection, all or none of a group, and installs the CDP schedule that comes
-// with the request. Status 1 comes with the list of the disks that failed.
+// Protects the requested disks, for a group all or none, and installs the CDP schedule of the request. Status
+// 1 comes with a list of the disks that failed.
 int add_backup(request *req);
 
-// Takes disks out of protection, and what depended on it: their CDP schedules and those of their groups.
+// Removes the protection of disks, and with it their CDP schedules and those of their groups.
 int del_backup(request *req);
 
-// The same, and has the host look for its devices anew afterwards. No command code is bound to it.
+// The same, then searches for devices. Nothing here calls it and no command code is bound to it; it is part
+// of the room's interface for a caller that needs the host to drop devices of released mirrors at once.
 int del_backup_and_rescan(request *req);

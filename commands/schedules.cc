@@ -2,8 +2,6 @@
 
 #include "base/clock.h"
 #include "base/log.h"
-#include "base/number.h"
-#include "base/xml.h"
 #include "client/client.h"
 #include "client/inventory.h"
 #include "commands/frame.h"
@@ -11,11 +9,11 @@
 #include "jobs/cdp_schedule.h"
 #include "protocol/commands.h"
 #include "protocol/request.h"
-#include "requests/document.h"
+#include "requests/schedules.h"
 
 namespace {
-// What the manager's command and the agent's differ in. The agent's element has another name, its complaints
-// have not.
+// What differs between the manager's command and the agent's. The agent's element has another name, but the
+// same log lines.
 struct set_command {
     command_frame frame;
     const char *element;
@@ -34,59 +32,14 @@ constexpr set_command agent_command = {.frame = agent_frame("Recv cmd:KAV_SET_CD
 
 enum class outcome { failed, changed, created };
 
-struct schedule_request {
+// What the request asks for, its start moved on to the next slot if it has passed.
+struct new_schedule {
     bool is_group = false;
     std::string source; // the group's name, or the disk's GUID
     cdp_times times;
 };
 
-// --- The request -------------------------------------------------------------------------------------------
-
-// LABEL is what the log calls the element.
-const xmlNode *required_child(const xmlNode *parent, const char *name, const char *label)
-{
-    const xmlNode *child = find_child(parent, name);
-    if (!child)
-        log_error("Failed to retrieve node %s.", label);
-    return child;
-}
-
-// Stores the attribute. False after a log line when there is none.
-bool read_attribute(const xmlNode *node, const char *label, const char *name, std::string &value)
-{
-    optional_text text = xml_attribute(node, name);
-    if (!text) {
-        log_error("Failed to retrieve property %s of node %s.", name, label);
-        return false;
-    }
-    value = *std::move(text);
-    return true;
-}
-
-int read_request(const char *text, const char *element, schedule_request &wanted)
-{
-    const xml_doc doc = open_document(text, {.unreadable = "Failed to parse XML doc.",
-                                             .empty = "Invalid XML format, unexpected root element.",
-                                             .wrong_root = "Invalid XML format, unexpected root element."});
-    if (!doc)
-        return -1;
-    const xmlNode *source = required_child(xml_root(doc), element, "Backup");
-    const xmlNode *schedule = source ? required_child(source, "Schedule", "Schedule") : nullptr;
-    std::string source_type;
-    std::string start;
-    std::string interval;
-    if (!schedule || !read_attribute(source, "Backup", "SourceType", source_type) ||
-        !read_attribute(source, "Backup", "Source", wanted.source) ||
-        !read_attribute(schedule, "Schedule", "StartTime", start) ||
-        !read_attribute(schedule, "Schedule", "IntervalSeconds", interval))
-        return -1;
-    log_info("Received new schedule, console start time: %s, interval: %s", start.c_str(), interval.c_str());
-    wanted.is_group = source_type == "1";
-    wanted.times = cdp_times_from(scan_unsigned(start.c_str()), scan_u32(interval.c_str()), clock_wall());
-    return 0;
-}
-
-void log_new_times(const char *kind, const schedule_request &wanted)
+void log_new_times(const char *kind, const new_schedule &wanted)
 {
     log_info("New schedule for %s %s, console start time: %lu, start time: %lu, interval: %u.", kind,
              wanted.source.c_str(), wanted.times.con_start_time, wanted.times.start_time,
@@ -95,7 +48,7 @@ void log_new_times(const char *kind, const schedule_request &wanted)
 
 // --- Groups ------------------------------------------------------------------------------------------------
 
-// A schedule with only one of start and interval is stored, and the job that runs is left alone.
+// If only one of start and interval is set, the running job is left alone.
 void apply_to_job(const qel_group &group, const cdp_times &times)
 {
     const char *name = c_text(group.name);
@@ -108,7 +61,7 @@ void apply_to_job(const qel_group &group, const cdp_times &times)
     }
 }
 
-outcome schedule_group(const schedule_request &wanted)
+outcome schedule_group(const new_schedule &wanted)
 {
     const char *name = wanted.source.c_str();
     log_info("Updaing CDP schedule for group %s.", name);
@@ -129,8 +82,8 @@ outcome schedule_group(const schedule_request &wanted)
 
 // --- Single disks ------------------------------------------------------------------------------------------
 
-// False when the disk has no schedule yet.
-bool change_schedule(const schedule_request &wanted)
+// False if the disk has no schedule yet.
+bool change_schedule(const new_schedule &wanted)
 {
     const char *guid = wanted.source.c_str();
     const std::lock_guard held(g_client->lock);
@@ -167,9 +120,9 @@ void register_schedule(const qel_backup_t &backup, const cdp_times &times)
     log_info("Background-running CDP schedule for disk %s is registered.", guid);
 }
 
-// The first schedule of a protected disk. A group's snapshot takes these two locks the other way round, so
-// neither is waited for here while the other is held.
-outcome create_schedule(const schedule_request &wanted)
+// The first schedule of a protected disk. scoped_lock takes both locks without waiting for one while holding
+// the other, see docs/architecture.md.
+outcome create_schedule(const new_schedule &wanted)
 {
     const char *guid = wanted.source.c_str();
     log_info("Failed to find disk %s in existing schedule list.", guid);
@@ -193,7 +146,7 @@ outcome create_schedule(const schedule_request &wanted)
     return outcome::created;
 }
 
-outcome schedule_disk(const schedule_request &wanted)
+outcome schedule_disk(const new_schedule &wanted)
 {
     log_info("Updating CDP schedule for disk %s.", wanted.source.c_str());
     return change_schedule(wanted) ? outcome::changed : create_schedule(wanted);
@@ -204,9 +157,11 @@ int set_schedule(const set_command &command, const request *req)
     const int status = enter_command(command.frame, req);
     if (status != status_ok)
         return status;
-    schedule_request wanted;
-    if (read_request(req->recv_xml.get(), command.element, wanted) < 0)
+    schedule_request asked;
+    if (xml_to_schedule(req->recv_xml.get(), command.element, &asked) < 0)
         return command.unreadable;
+    const new_schedule wanted = {asked.is_group, asked.source,
+                                 cdp_times_from(asked.start_time, asked.interval, clock_wall())};
     const outcome result = wanted.is_group ? schedule_group(wanted) : schedule_disk(wanted);
     if (result == outcome::failed)
         return status_failure;

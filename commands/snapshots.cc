@@ -3,18 +3,19 @@
 #include "base/log.h"
 #include "client/client.h"
 #include "client/inventory.h"
+#include "client/mirror_guid.h"
 #include "commands/device_wait.h"
 #include "commands/frame.h"
 #include "jobs/cdp_snapshot.h"
+#include "jobs/device_group.h"
 #include "protocol/commands.h"
 #include "protocol/request.h"
-#include "requests/agent.h"
-#include "requests/device_group.h"
+#include "requests/snapshots.h"
 
 #include <kavagt.h>
 
 namespace {
-// What the manager's command and the agent's differ in. The agent is not told what went wrong.
+// What differs between the manager's command and the agent's. The agent is not told what went wrong.
 struct snapshot_command {
     command_frame frame;
     int (*parse)(const char *text, snap_request *snap);
@@ -57,7 +58,7 @@ mirror_level check_mirror(const std::string &mirror)
     const mirror_level level = qel_mirror_level(&qel_backup_t::dest_guid, mirror);
     if (level == mirror_level::behind)
         log_error("Snapshot creation failed, source disk is not synchronized yet.");
-    else if (level == mirror_level::none) // gone since it was found
+    else if (level == mirror_level::none) // removed since it was found
         log_error("Failed to find backup relationship, snapshot creation canceled.");
     return level;
 }
@@ -157,7 +158,7 @@ void drop_volumes_online(std::list<std::string> &volumes)
     volumes.remove_if(is_online);
 }
 
-// What has come by the last look is not announced any more, but counts.
+// Volumes found by the last look count, but there is no log line for them.
 void wait_for_volumes(std::list<std::string> &volumes)
 {
     for (unsigned pass = 0; pass < device_wait_passes; ++pass) {

@@ -1,4 +1,4 @@
-// Reading of the sections on addresses: the filter and the manager.
+// Reads the sections that hold addresses: the filter and the manager.
 #include "base/log.h"
 #include "config/sections.h"
 

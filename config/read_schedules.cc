@@ -1,5 +1,5 @@
-// Reading of the sections on consistency groups and disk schedules. A group keeps its schedule in attributes,
-// a disk's schedule stands in child elements; exactly that is read.
+// Reads the sections on consistency groups and disk schedules. A group has its schedule in attributes, a
+// disk's schedule is in child elements.
 #include "base/clock.h"
 #include "base/log.h"
 #include "base/number.h"
@@ -55,6 +55,13 @@ optional_text child_text(const xmlNode *node, const char *name)
     return child ? xml_content(child) : std::nullopt;
 }
 
+// An empty element is an empty text: a schedule that was saved without a mirror comes back.
+optional_text disk_text(const xmlNode *node, const char *name)
+{
+    const xmlNode *child = find_child(node, name);
+    return child ? optional_text(xml_content(child).value_or("")) : std::nullopt;
+}
+
 int read_schedule(const xmlNode *node, int64_t now, std::list<qel_cdpsch> &list)
 {
     std::list<qel_cdpsch> loaded;
@@ -63,8 +70,8 @@ int read_schedule(const xmlNode *node, int64_t now, std::list<qel_cdpsch> &list)
         log_error("Failed to allocate memory for CDP schedule.");
         return -1;
     }
-    schedule->local_lun = child_text(node, "CDPLocalLUN");
-    schedule->mirror_lun = child_text(node, "CDPMirrorLUN");
+    schedule->local_lun = disk_text(node, "CDPLocalLUN");
+    schedule->mirror_lun = disk_text(node, "CDPMirrorLUN");
     const optional_text con_start_time = child_text(node, "CDPConStartTime");
     const optional_text start_time = child_text(node, "CDPStartTime");
     const optional_text timeout = child_text(node, "CDPTimeout");

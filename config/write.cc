@@ -1,9 +1,8 @@
 #include "base/clock.h"
 #include "base/log.h"
 #include "config/config.h"
+#include "config/save.h"
 #include "config/sections.h"
-
-#include <libxml/xmlsave.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -19,7 +18,7 @@ bool attach(xmlNode *parent, xml_node node)
     return true;
 }
 
-// The same for a section, with what is logged when it could not be built or attached.
+// The same for a section, with the log lines for failures to build or attach it.
 bool attach_section(xmlNode *parent, xml_node node, const char *not_built, const char *not_attached)
 {
     if (!node) {
@@ -33,7 +32,7 @@ bool attach_section(xmlNode *parent, xml_node node, const char *not_built, const
     return true;
 }
 
-// An empty text gives an empty element, which reads back as absent.
+// An empty text becomes an empty element, which is read back as absent.
 void add_text(xmlNode *root, const char *name, const optional_text &text)
 {
     xml_add_element(root, name, text && !text->empty() ? text->c_str() : nullptr);
@@ -88,7 +87,8 @@ bool add_schedules(xmlNode *root, const qel_t &c)
     });
 }
 
-// Null after a log line. Built whole before the file is touched, so that a failure leaves the old one.
+// Null after a log line. The document is complete before the file is touched, so that a failure leaves the
+// old file.
 xml_doc build_document(const qel_t &c)
 {
     xml_doc doc = xml_new_document("Tessaron");
@@ -108,12 +108,10 @@ void qelcfg_write(const char *path, const qel_t *c)
 {
     if (!path || !c)
         return;
-    xml_doc doc;
     try {
-        doc = build_document(*c);
+        if (const xml_doc doc = build_document(*c))
+            save_in_place(path, xml_to_text(doc, xml_layout::indented));
     } catch (const std::bad_alloc &) {
         log_error("Failed to allocate memory for config file '%s'.", path);
     }
-    if (doc)
-        xmlSaveFormatFileEnc(path, doc.get(), "utf-8", 1);
 }

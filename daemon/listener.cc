@@ -39,22 +39,23 @@ int bind_and_listen(int fd, const sockaddr *address, socklen_t length)
 int open_tcp(listeners &l, int port)
 {
     l.tcp = reused_sock();
-    if (l.tcp < 0) {
+    if (!l.tcp.is_open()) {
         log_error("Failed to socket()");
         return -1;
     }
+    keep_alive(l.tcp.get());
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<uint16_t>(port));
     address.sin_addr.s_addr = htonl(INADDR_ANY);
-    return bind_and_listen(l.tcp, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+    return bind_and_listen(l.tcp.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address);
 }
 
 int open_local(listeners &l)
 {
     unlink(local_socket_path); // a socket file that an earlier process left
-    l.local = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (l.local < 0) {
+    l.local.reset(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (!l.local.is_open()) {
         log_error("Failed to socket()");
         return -1;
     }
@@ -62,10 +63,10 @@ int open_local(listeners &l)
     address.sun_family = AF_UNIX;
     static_assert(sizeof local_socket_path <= sizeof address.sun_path);
     memcpy(address.sun_path, local_socket_path, sizeof local_socket_path);
-    return bind_and_listen(l.local, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+    return bind_and_listen(l.local.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address);
 }
 
-// Whether the connection came in on a local address that the filter names.
+// Whether the connection arrived on a local address that the filter names.
 bool is_filtered(int fd)
 {
     if (g_client->filter_list.empty())
@@ -78,15 +79,17 @@ bool is_filtered(int fd)
                        [&](const qel_addr &entry) { return entry.addr == local.sin_addr.s_addr; });
 }
 
-// One connection from whichever socket is ready, the TCP one first.
-int accept_next(const listeners &l)
+// Accepts one connection from a socket that is ready, the TCP one first.
+unique_fd accept_next(const listeners &l)
 {
     fd_set ready;
     FD_ZERO(&ready);
-    FD_SET(l.tcp, &ready);
-    FD_SET(l.local, &ready);
-    select(std::max(l.tcp, l.local) + 1, &ready, nullptr, nullptr, nullptr);
-    return accept4(FD_ISSET(l.tcp, &ready) ? l.tcp : l.local, nullptr, nullptr, SOCK_CLOEXEC);
+    const int tcp = l.tcp.get();
+    const int local = l.local.get();
+    FD_SET(tcp, &ready);
+    FD_SET(local, &ready);
+    select(std::max(tcp, local) + 1, &ready, nullptr, nullptr, nullptr);
+    return unique_fd(accept4(FD_ISSET(tcp, &ready) ? tcp : local, nullptr, nullptr, SOCK_CLOEXEC));
 }
 
 void report_failed_accept()
@@ -96,7 +99,7 @@ void report_failed_accept()
         return;
     }
     log_error("Failed to accept socket (%s)", strerror(errno));
-    // Out of descriptors or memory the connection stays in the queue, and select would return at once.
+    // Without descriptors or memory the connection stays in the queue, and select would return at once.
     clock_sleep_ms(exhausted_pause_ms);
 }
 } // namespace
@@ -108,11 +111,8 @@ int open_listeners(listeners &l, int port)
 
 void close_listeners(listeners &l)
 {
-    for (int *fd : {&l.tcp, &l.local}) {
-        if (*fd >= 0)
-            close(*fd);
-        *fd = -1;
-    }
+    l.tcp.reset();
+    l.local.reset();
 }
 
 void accept_connections(const listeners &l)
@@ -123,14 +123,12 @@ void accept_connections(const listeners &l)
             log_error("Failed to allocate memory");
             return;
         }
-        const int fd = *cell = accept_next(l);
-        if (fd < 0) {
+        unique_fd fd = accept_next(l);
+        if (!fd.is_open()) {
             report_failed_accept();
-        } else if (is_filtered(fd)) {
-            close(fd);
-        } else {
+        } else if (!is_filtered(fd.get())) {
+            *cell = fd.release(); // the thread closes it; if none can be started, the connection stays open
             pthread_t thread;
-            // A connection for which no thread can be had stays open, unserved.
             start_thread(&thread, process_cmd, cell.release());
         }
     }

@@ -1,13 +1,13 @@
 #include "daemon/process_cmd.h"
 
+#include "base/fd.h"
 #include "base/log.h"
 #include "daemon/command_table.h"
-#include "jobs/heartbeat.h"
+#include "jobs/heartbeat_job.h"
 #include "protocol/commands.h"
 #include "protocol/request.h"
 
 #include <pthread.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <memory>
@@ -20,7 +20,7 @@ int run_handler(command_handler handler, request &req)
     try {
         return handler(&req);
     } catch (const std::bad_alloc &) {
-        // One command that asks for too much must not take the others with it.
+        // One command that needs too much memory must not end the others.
         log_error("Failed to allocate memory");
         req.send_xml.reset();
         req.send_head.data_len = 0;
@@ -28,19 +28,19 @@ int run_handler(command_handler handler, request &req)
     }
 }
 
-// The commands alone decide, not what became of them: a failed adoption leaves heartbeats on, and a refused
-// release leaves them off.
+// Only the command counts, not its status: a failed adoption leaves heartbeats on, and a refused release
+// leaves them off.
 void switch_heartbeat(uint32_t code)
 {
-    if (code != add_client_code && code != del_client_code)
+    if (code != command::add_client && code != command::del_client)
         return;
     const std::lock_guard held(g_heartbeat_running_lock);
-    g_heartbeat_running = code == add_client_code;
+    g_heartbeat_running = code == command::add_client;
     if (g_heartbeat_running)
         log_info("Client added, turn on heartbeat!");
 }
 
-// Fills the reply of a request that was read. False when there is to be no reply.
+// Fills the reply to a request that was read. False if no reply is to be sent.
 bool answer(request &req)
 {
     const uint32_t code = req.recv_head.cmd;
@@ -69,19 +69,20 @@ bool answer(request &req)
 
 void *process_cmd(void *fd_cell)
 {
-    const int fd = *std::unique_ptr<int>(static_cast<int *>(fd_cell));
+    unique_fd fd(*std::unique_ptr<int>(static_cast<int *>(fd_cell)));
     pthread_detach(pthread_self());
     std::unique_ptr<request> req = new_request();
     if (!req) {
         log_error("Failed to initialize request");
-        return nullptr; // with the connection left open: the peer is not told of a request that was not read
+        fd.release(); // left open on purpose: the peer must not take its request for one that was read
+        return nullptr;
     }
-    if (recv_from_remote(fd, req.get()) == 0 && answer(*req)) {
+    if (recv_from_remote(fd.get(), req.get()) == 0 && answer(*req)) {
         req->send_head.version = protocol_version;
         req->send_head.origin = req->recv_head.origin;
-        send_to_remote(fd, req.get());
+        send_to_remote(fd.get(), req.get());
     }
     req.reset();
-    close(fd);
+    fd.reset();
     return nullptr;
 }

@@ -12,6 +12,7 @@
 #include "daemon/listener.h"
 #include "jobs/cdp_schedule.h"
 #include "jobs/heartbeat.h"
+#include "jobs/heartbeat_job.h"
 #include "jobs/timer.h"
 
 #include <malloc.h>
@@ -20,7 +21,7 @@
 #include <csignal>
 
 namespace {
-// Each connection holds a descriptor, and their number is not capped.
+// Each connection needs a descriptor, and their number is not limited.
 void raise_descriptor_limit()
 {
     rlimit limit{};
@@ -30,8 +31,8 @@ void raise_descriptor_limit()
     setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-// Every thread would get a heap of its own, up to eight for each processor, and each keeps what a report once
-// took. The threads are many and short, and they wait for each other's locks rather than for memory.
+// Otherwise malloc makes up to eight heaps per processor, and each keeps the memory that a report once
+// needed. The threads are many and short, and wait for locks rather than for memory.
 void share_one_heap()
 {
     mallopt(M_ARENA_MAX, 1);
@@ -52,7 +53,7 @@ bool timer_runs()
     return g_timeout_thread_running != 0;
 }
 
-// Jobs that are registered before the timer waits for the first time would not wake it.
+// A job that is registered before the timer's first wait would not wake it.
 void wait_for_timer()
 {
     do {
@@ -61,7 +62,7 @@ void wait_for_timer()
     } while (!timer_runs());
 }
 
-// A client that was adopted before this process started goes on reporting itself.
+// A client that was adopted before this process started continues its heartbeats.
 int resume_heartbeat()
 {
     if (!is_adopted() || _register_for_heartbeat() >= 0)
@@ -70,8 +71,8 @@ int resume_heartbeat()
     return -1;
 }
 
-// Every disk's schedule, and the groups' that are set. No connection is served yet, but a heartbeat may have
-// been answered already that makes the client forget them.
+// Registers every disk's schedule, and those of groups that are set. Takes the lock: no connection is served
+// yet, but the answer to a heartbeat may already reset the client.
 int resume_schedules()
 {
     const std::lock_guard held(g_client->lock);
@@ -107,7 +108,7 @@ int start(listeners &l)
     return resume_schedules();
 }
 
-// The scan thread may still be reading the record, so only its contents go, and under its lock.
+// The scan thread may still use the record, so only its content is freed, under its lock.
 void shut_down(listeners &l)
 {
     close_listeners(l);
@@ -116,7 +117,7 @@ void shut_down(listeners &l)
         return;
     {
         const auto held = qel_inventory_lock();
-        g_inventory.id = nullptr; // it belongs to the record
+        g_inventory.id = nullptr; // it points into the record
     }
     const std::lock_guard held(g_client->lock);
     qel_release(g_client);
@@ -125,7 +126,7 @@ void shut_down(listeners &l)
 
 int _main()
 {
-    signal(SIGPIPE, SIG_IGN); // a peer that has gone is an error of write, not the end of the process
+    signal(SIGPIPE, SIG_IGN); // a closed connection is an error of write, not the end of the process
     raise_descriptor_limit();
     share_one_heap();
     xml_init();

@@ -2,5 +2,5 @@
 #pragma once
 
 // Loads the client record, fills the inventory, starts the background threads, listens, and serves for ever.
-// Returns -1, cleaned up, when it cannot start or has run out of memory for connections.
+// Cleans up and returns -1 if it cannot start or has no memory for a connection.
 int _main();

@@ -44,7 +44,7 @@ std::vector<std::string> sessions_in_order()
     return names;
 }
 
-// True when the session's file says exactly VALUE; an empty file says nothing.
+// True if the session's file contains exactly VALUE; an empty file contains no value.
 bool session_says(const std::string &session, const char *file, const optional_text &value)
 {
     char text[value_size];
@@ -57,7 +57,7 @@ qel_iscsi_node node_of(const char *iqn)
     return {.iqn = optional_copy(iqn)};
 }
 
-// Stores the appointed manager's target. False when there is none.
+// Stores the manager's target. False if there is none.
 bool copy_target(optional_text &iqn)
 {
     const std::lock_guard held(g_client->lock);
@@ -68,7 +68,8 @@ bool copy_target(optional_text &iqn)
     return true;
 }
 
-// The manager may have gone since its target was copied: its addresses are read under the lock of their use.
+// The manager may have been removed since its target was copied, so its addresses are read and used under the
+// lock.
 int establish_to_manager(const char *iqn)
 {
     const std::lock_guard held(g_client->lock);
@@ -108,7 +109,7 @@ int qel_iscsi_channel_exist(const qel_iscsi_node *target, const qel_iscsi_node *
     }
     const optional_text iface = get_iface_name(initiator);
     const std::vector<std::string> sessions = sessions_in_order();
-    // Backwards: the session that has just been made, which is mostly what is looked for, tends to sort last.
+    // Backwards: the newest session, which is usually the one looked for, tends to be the last.
     return std::any_of(sessions.rbegin(), sessions.rend(), [&](const std::string &session) {
         return session_says(session, "targetname", target->iqn) &&
                (!iface || session_says(session, "ifacename", iface));
@@ -155,7 +156,7 @@ int qel_cancel_iscsi_channel_all(const char *iqn)
         log_error("logout error");
         return -1;
     }
-    // The sessions have ended, which is what counts.
+    // The sessions have ended; records that stay do no harm.
     static_cast<void>(qel_remove_channel_file(iqn));
     return 0;
 }

@@ -1,6 +1,7 @@
-// Folders of the initiator. Internal to this folder.
+// Reading the initiator's folders. Internal to this folder.
 #pragma once
 
+#include "base/fd.h"
 #include "base/file.h"
 
 #include <dirent.h>
@@ -11,19 +12,19 @@
 #include <string_view>
 #include <vector>
 
-// The folder NAME, relative to the folder AT or AT_FDCWD; null with errno on failure, which is ENOTDIR or
-// ELOOP when a link or anything else stands in its place.
+// Opens the folder NAME, relative to the folder AT or AT_FDCWD; null with errno on failure: ENOTDIR or ELOOP
+// if it is a link or not a folder.
 inline folder_stream open_real_folder(int at, const char *name)
 {
-    const int fd = openat(at, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    folder_stream folder(fd < 0 ? nullptr : fdopendir(fd));
-    if (fd >= 0 && !folder)
-        close(fd);
+    unique_fd fd(openat(at, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    folder_stream folder(fd.is_open() ? fdopendir(fd.get()) : nullptr);
+    if (folder)
+        fd.release(); // the folder closes it
     return folder;
 }
 
-// The names in a folder but "." and "..", all of them before the first is removed: what a folder that changes
-// while it is being read still shows is left open by POSIX.
+// The names in a folder except "." and "..". Read them all before removing any: POSIX does not say what
+// readdir returns from a folder that changes.
 inline std::vector<std::string> names_in(DIR *folder)
 {
     std::vector<std::string> names;

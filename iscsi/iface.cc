@@ -1,5 +1,6 @@
 #include "iscsi/iface.h"
 
+#include "base/deleter.h"
 #include "base/file.h"
 #include "base/log.h"
 #include "iscsi/folder.h"
@@ -10,6 +11,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <mutex>
 #include <string_view>
 
 namespace {
@@ -26,7 +28,7 @@ std::string path_of(const std::string &name)
     return std::string(iface_dir) + "/" + name;
 }
 
-// The name of the interface with that address among INTERFACES; absent when an address cannot be read.
+// The name of the interface with that address; "" if there is none; absent if an address cannot be converted.
 optional_text find_nic(const ifaddrs *interfaces, const std::string &wanted)
 {
     for (const ifaddrs *entry = interfaces; entry; entry = entry->ifa_next) {
@@ -46,7 +48,7 @@ optional_text find_nic(const ifaddrs *interfaces, const std::string &wanted)
     return std::string();
 }
 
-// A full disk often shows only when the file is closed.
+// A full disk is often reported only by fclose.
 bool write_record(FILE *stream, const std::string &text)
 {
     const bool written = fputs(text.c_str(), stream) >= 0;
@@ -55,6 +57,8 @@ bool write_record(FILE *stream, const std::string &text)
 
 int replace_record(const std::string &path, const std::string &text)
 {
+    static std::mutex replacing; // two channels that are set up at the same moment share the temporary file
+    const std::lock_guard held(replacing);
     const std::string temporary = path_of(temporary_name);
     FILE *stream = fopen(temporary.c_str(), "we");
     if (!stream) {
@@ -87,7 +91,7 @@ optional_text get_nic_name(const qel_iscsi_node *initiator)
         log_error("Failed to get ifaddrs");
         return std::nullopt;
     }
-    const std::unique_ptr<ifaddrs, void (*)(ifaddrs *)> owner(interfaces, freeifaddrs);
+    const std::unique_ptr<ifaddrs, deleter<freeifaddrs>> owner(interfaces);
     return find_nic(interfaces, *address);
 }
 
@@ -111,8 +115,7 @@ optional_text get_iface_name(const qel_iscsi_node *initiator)
         return std::nullopt;
     }
     optional_text name = get_nic_name(initiator);
-    // The name of an address is a label that an administrator may choose freely; it becomes a file's name
-    // here.
+    // An administrator may choose an interface's label freely; here it becomes a file name.
     if (!name || !is_file_name(iface_prefix + *name)) {
         log_debug("Ip is not the host ip");
         return std::nullopt;
@@ -180,7 +183,7 @@ int check_before_operate(optional_text *iface_name, const qel_iscsi_node *initia
         log_error("Failed to get iface name");
         return -1;
     }
-    // Without its record the tool fails by itself, and says so better.
+    // If the record cannot be written, the tool fails with a better message.
     if (is_iface_exist(initiator) != 0)
         static_cast<void>(_creat_iface(initiator));
     return 0;

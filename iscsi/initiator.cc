@@ -31,7 +31,7 @@ std::string joined(const words &line)
     return text;
 }
 
-// Each word by itself must be plain: a blank in a name would make two plain words of it.
+// Checks each word by itself: a name with a blank would pass as two plain words.
 int run_words(const words &line, const std::string &command)
 {
     if (std::all_of(line.begin(), line.end(), is_plain_word))
@@ -69,7 +69,7 @@ bool choose_iface(optional_text &iface, const qel_iscsi_node *initiator)
 }
 
 struct node_action {
-    bool portal_as_option; // else the portal is a bare word
+    bool portal_as_option; // else the portal is an argument without option
     const char *option;
 };
 constexpr node_action login = {.portal_as_option = true, .option = "-l"};
@@ -124,7 +124,7 @@ int qel_iscsi_discover_target(const qel_iscsi_node *target, const qel_iscsi_node
     append(line, "-I", iface);
     if (run_tool(line) != 0)
         return -1;
-    // A record that could not be removed costs a later login more time, no more.
+    // A record that cannot be removed only makes later logins slower.
     static_cast<void>(remove_iscsi_node_record(c_text(target->iqn), c_text(node_ip_str(*target))));
     return 0;
 }

@@ -9,7 +9,7 @@
 #include <cerrno>
 
 namespace {
-// Removes the entry NAME of the folder AT and all below it. PATH is for the log.
+// Removes the entry NAME of the folder AT and everything in it. PATH is for the log.
 bool remove_entry(int at, const char *name, const std::string &path)
 {
     const folder_stream folder = open_real_folder(at, name);

@@ -6,7 +6,7 @@
 #include "jobs/timer.h"
 
 namespace {
-// The next run on the monotonic clock. From here on a change of the wall clock does not move the schedule.
+// The next run on the monotonic clock, so that later changes of the wall clock do not move it.
 int64_t due_time(uint64_t next_run)
 {
     return static_cast<int64_t>(static_cast<uint64_t>(clock_monotonic()) + next_run -
@@ -53,7 +53,7 @@ int _register_for_cdpsch(const qel_cdpsch *schedule)
              "interval: %u.",
              schedule->local_lun->c_str(), printable(schedule->mirror_lun), schedule->cdp_con_start_time,
              schedule->cdp_start_time, schedule->cdp_timeout);
-    if (schedule->cdp_timeout == 0) { // the job would be due again as soon as it has fired, without end
+    if (schedule->cdp_timeout == 0) { // the job would be due again as soon as it has fired
         log_info("CDP schedule of disk %s has no interval, it is not run.", schedule->local_lun->c_str());
         _unregister_cdpsch(schedule->local_lun->c_str());
         return 0;

@@ -5,13 +5,13 @@
 
 #include "client/client.h"
 
-// Registers the schedule's job in place of an older one of the same disk, so that there is always one. A
-// schedule without interval has no job. Returns 0, or -1.
+// Registers the schedule's job; an older one of the same disk is removed only afterwards, so that the disk
+// always has one. A schedule without interval has no job. Returns 0, or -1.
 int _register_for_cdpsch(const qel_cdpsch *schedule);
 
 // The same for a group.
 int _register_for_grpsch(const qel_group *group);
 
-// Removes the job of the disk, or of the group, if it has one; null has none.
+// Removes the job of the disk, or of the group, if there is one. Does nothing for null.
 void _unregister_cdpsch(const char *local);
 void _unregister_grpsch(const char *group);

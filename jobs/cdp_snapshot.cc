@@ -1,11 +1,12 @@
 #include "jobs/cdp_snapshot.h"
 
 #include "base/log.h"
+#include "base/shortage.h"
 #include "base/thread.h"
 #include "client/client.h"
 #include "client/inventory.h"
-#include "jobs/timer.h"
-#include "requests/device_group.h"
+#include "jobs/device_group.h"
+#include "jobs/job.h"
 
 #include <kavagt.h>
 #include <kavdev.h>
@@ -14,7 +15,7 @@
 #include <string>
 
 namespace {
-// Hands the worker a copy: the job may be gone before the worker reads it.
+// Passes a copy to the worker: the job may be freed before the worker reads it.
 int start_worker(void *(*body)(void *), const std::string &name)
 {
     auto argument = std::make_unique<std::string>(name);
@@ -31,7 +32,7 @@ std::unique_ptr<std::string> take_argument(void *argument)
     return std::unique_ptr<std::string>(static_cast<std::string *>(argument));
 }
 
-// True when the mirror's disk is level with it; else false after a log line.
+// True if the disk is level with this mirror; else false after a log line.
 bool is_mirror_level(const std::string &mirror)
 {
     const auto held = qel_inventory_lock();
@@ -66,7 +67,7 @@ bool snap_group(const qel_group &group)
     return true;
 }
 
-// Every group of that name, until one fails.
+// Takes a snapshot of every group of that name; stops at the first failure.
 bool snap_groups(const std::string &name)
 {
     const std::lock_guard held(g_client->lock);
@@ -115,9 +116,13 @@ void *mark_cdp_thread(void *mirror_guid)
         log_error("CDP Schedule: Invalid mirror GUID: %s.", "(null)");
         return nullptr;
     }
-    const std::string braced = "{" + *mirror + "}";
+    std::string braced;
+    if (!end_at_shortage([&] { braced = "{" + *mirror + "}"; }))
+        return nullptr;
     log_info("CDP Schedule: Creating snapshot for mirror :%s.", braced.c_str());
-    if (!is_mirror_level(*mirror))
+    bool is_level = false;
+    end_at_shortage([&] { is_level = is_mirror_level(*mirror); });
+    if (!is_level)
         return nullptr;
     log_info("Disk status check finished.");
     log_debug("Start to create snapshot");
@@ -136,7 +141,9 @@ void *mark_grp_cdp_thread(void *group_name)
         log_error("CDP Schedule: CDP creation aborted, null parameter.");
         return nullptr;
     }
-    if (snap_groups(*name))
-        log_info("CDP Schedule: Snapshot is complete successfully.");
+    end_at_shortage([&] {
+        if (snap_groups(*name))
+            log_info("CDP Schedule: Snapshot is complete successfully.");
+    });
     return nullptr;
 }

@@ -2,17 +2,19 @@
 
 #include "base/clock.h"
 #include "base/log.h"
+#include "base/shortage.h"
 #include "base/thread.h"
 #include "client/inventory.h"
 #include "client/report.h"
 #include "config/config.h"
 #include "iscsi/channel.h"
+#include "jobs/heartbeat_job.h"
 #include "jobs/manager_connection.h"
 #include "jobs/reset.h"
 #include "jobs/timer.h"
 #include "protocol/commands.h"
 #include "protocol/request.h"
-#include "requests/manager.h"
+#include "requests/membership.h"
 
 #include <pthread.h>
 
@@ -20,18 +22,15 @@
 #include <atomic>
 #include <new>
 
-std::mutex g_heartbeat_running_lock;
-int32_t g_heartbeat_running = 0;
-
 namespace {
 constexpr uint32_t heartbeat_interval = 5; // seconds
 constexpr uint32_t largest_backoff = 128;
 
-// Set while a worker collects what it will send; a second one ends at once. It stays set, and no heartbeat is
-// sent before the next start, when a worker finds nothing to report or nobody to report to.
+// Set while a worker collects its report; a second worker ends at once. If a worker finds no manager or no
+// job, the flag stays set, and no heartbeat is sent until the next start of the process.
 std::atomic<bool> heartbeat_in_progress{false};
 
-// Whom one heartbeat is for.
+// The manager that one heartbeat is sent to.
 struct recipient {
     std::string guid;
     uint16_t port = 0;
@@ -62,13 +61,13 @@ int find_recipient(recipient &manager)
     return 0;
 }
 
-// After a failed connection: the gaps to the next heartbeats grow.
+// After a failed connection: the next heartbeats come more slowly.
 void slow_down(job_status &job)
 {
     job.backoff = std::min(job.backoff * 2, largest_backoff);
 }
 
-// After a successful one: back to the normal rhythm, at once.
+// After a successful connection: back to the normal interval at once.
 void resume_rhythm(job_status &job)
 {
     if (job.backoff > 1) {
@@ -138,8 +137,8 @@ int exchange(int fd, request &req, std::string report)
     return 0;
 }
 
-// Appoints the manager anew when it has moved. One lock for the question and the deed: a reset between them
-// must not be undone.
+// Stores the manager's new addresses if it has moved. Check and change are under one lock, so that a reset
+// between them is not undone.
 int follow_manager(const qel_manager &newer)
 {
     const std::lock_guard held(g_client->lock);
@@ -205,11 +204,29 @@ void send_heartbeat(const recipient &manager, job_status &job, manager_connectio
     optional_text report = collect_report();
     if (!report)
         return;
-    heartbeat_in_progress = false; // a manager that is slow to answer does not stop the next heartbeat
+    heartbeat_in_progress = false; // a slow manager does not hold up the next heartbeat
     if (exchange(connection.chosen, *req, *std::move(report)) == 0)
         act_on_answer(*req);
 }
 
+// False if there is no manager or no job.
+bool send_to_appointed_manager()
+{
+    recipient manager;
+    if (find_recipient(manager) != 0)
+        return false;
+    const std::shared_ptr<job_status> job = job_find_heartbeat();
+    if (!job) {
+        log_error("Error: there must be one and only one heartbeat status");
+        return false;
+    }
+    manager_connection connection;
+    send_heartbeat(manager, *job, connection);
+    heartbeat_in_progress = false;
+    return true;
+}
+
+// A heartbeat that finds no manager or no job leaves the flag set.
 void *_process_heartbeat(void *)
 {
     const pthread_t tid = pthread_self();
@@ -218,24 +235,15 @@ void *_process_heartbeat(void *)
         log_debug("tid:%lu. The pthread of heartbeat had exist.The pthread release ahead of end.", tid);
         return nullptr;
     }
-    recipient manager;
-    if (find_recipient(manager) != 0)
-        return nullptr;
-    const std::shared_ptr<job_status> job = job_find_heartbeat();
-    if (!job) {
-        log_error("Error: there must be one and only one heartbeat status");
-        return nullptr;
-    }
-    {
-        manager_connection connection;
-        send_heartbeat(manager, *job, connection);
-        heartbeat_in_progress = false;
-    }
-    log_debug("tid:%lu:Complete heartbeat", tid);
+    bool is_complete = false;
+    if (!end_at_shortage([&] { is_complete = send_to_appointed_manager(); }))
+        heartbeat_in_progress = false; // the next one may find memory again
+    if (is_complete)
+        log_debug("tid:%lu:Complete heartbeat", tid);
     return nullptr;
 }
 
-// The first address alone decides whether a manager has moved; what follows it does not count.
+// Only the first address decides whether a manager has moved.
 in_addr_t first_address(const qel_manager &manager)
 {
     return manager.ip_list.empty() ? 0 : manager.ip_list.front().addr;
@@ -244,7 +252,7 @@ in_addr_t first_address(const qel_manager &manager)
 
 int _register_for_heartbeat()
 {
-    static std::mutex registering; // two adoptions at once must not both find no job
+    static std::mutex registering; // two adoptions at once must not both add a job
     const std::lock_guard held(registering);
     if (heartbeat_stays())
         return 0;
@@ -280,7 +288,7 @@ int32_t process_heartbeat(const job_status *)
         log_error("Failed to create thread for heartbeat");
         return -1;
     }
-    pthread_detach(worker); // here, so that a worker that ends ahead leaves nothing behind either
+    pthread_detach(worker); // here, so that also a worker that ends early leaves nothing behind
     return 0;
 }
 

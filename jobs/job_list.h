@@ -1,14 +1,15 @@
-// The jobs in the order in which they came, each found by its type and name at once. Internal to this folder.
+// The jobs in the order in which they were added, with an index by type and name. Internal to this folder.
 #pragma once
 
-#include "jobs/timer.h"
+#include "jobs/job.h"
 
 #include <list>
 #include <map>
+#include <memory>
 #include <string_view>
 #include <utility>
 
-// Locks nothing. A job is shared with whoever looked it up; type and name of one that is listed do not
+// Takes no lock. A job is shared with callers that have looked it up. Type and name of a listed job do not
 // change.
 class job_list {
 public:
@@ -17,10 +18,11 @@ public:
     void append(entry job);
     void clear();
 
-    // The first of that type and name (the local disk, the group, "" for the heartbeat); null for none.
+    // The first job of that type and name (the local disk, the group, "" for the heartbeat); null if there is
+    // none.
     entry find(int32_t type, std::string_view name) const;
 
-    // Unlinks the job, which somebody still holds; one that is not listed is ignored.
+    // Removes the job, which the caller still holds; a job that is not listed is ignored.
     void erase(const job_status *job);
 
     void erase_released();
@@ -29,11 +31,11 @@ public:
     std::list<entry>::const_iterator end() const { return jobs_.end(); }
 
 private:
-    // Equal keys stand in the order in which they came.
+    // Equal keys are in the order in which they were added.
     using index = std::multimap<std::pair<int32_t, std::string_view>, std::list<entry>::iterator>;
 
     index::iterator erase(index::iterator at);
 
     std::list<entry> jobs_;
-    index by_name_; // its keys are texts of the jobs
+    index by_name_; // its keys point into the jobs
 };

@@ -6,11 +6,9 @@
 
 #include <fcntl.h>
 #include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <poll.h>
 #include <pthread.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace {
 constexpr int connect_limit = 5000; // milliseconds
@@ -22,17 +20,19 @@ int bind_to_any_port(int fd)
     return bind(fd, reinterpret_cast<const sockaddr *>(&local), sizeof local);
 }
 
-// A new socket on its way to the manager. Returns 1 when it is there at once, 0 when it is not yet, -1 after
+// Starts connecting a new socket to the manager. Returns 1 if it is connected at once, 0 if not yet, -1 after
 // a log line.
 int start_connecting(manager_connection &connection, in_addr_t address, uint16_t port)
 {
-    const int fd = reused_sock();
-    if (fd < 0) {
+    unique_fd &fresh = connection.sockets[connection.count];
+    fresh = reused_sock();
+    if (!fresh.is_open()) {
         log_error("Failed to socket()");
         return -1;
     }
+    ++connection.count;
+    const int fd = fresh.get();
     fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
-    connection.sockets[connection.count++] = fd;
     if (bind_to_any_port(fd) != 0) {
         log_error("Failed to bind port %d", 0);
         return -1;
@@ -54,7 +54,7 @@ void wait_for_first_writable(manager_connection &connection, const std::string &
 {
     std::array<pollfd, manager_connection::most_addresses> entries{};
     for (size_t i = 0; i < connection.count; ++i)
-        entries[i] = {.fd = connection.sockets[i], .events = POLLOUT, .revents = 0};
+        entries[i] = {.fd = connection.sockets[i].get(), .events = POLLOUT, .revents = 0};
     log_debug("tid:%lu Blocked by poll() to send to Tessaron_Server", pthread_self());
     if (poll(entries.data(), connection.count, connect_limit) <= 0) {
         log_error("Failed to connect to manager '%s'", guid.c_str());
@@ -66,23 +66,20 @@ void wait_for_first_writable(manager_connection &connection, const std::string &
     }
 }
 
-// The exchange blocks for as long as the manager takes. One whose host has gone without a word must not keep
-// a thread for ever, so the kernel asks after it.
+// The exchange blocks for as long as the manager takes. Keep-alive ends it if the manager's host has
+// disappeared, so that the thread does not wait for ever.
 void prepare_for_exchange(int fd)
 {
     fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
-    const int on = 1;
-    const int idle_seconds = 60;
-    setsockopt(fd, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof on);
-    setsockopt(fd, IPPROTO_TCP, TCP_KEEPIDLE, &idle_seconds, sizeof idle_seconds);
+    keep_alive(fd);
 }
 } // namespace
 
 manager_connection::~manager_connection()
 {
     for (size_t i = 0; i < count; ++i) {
-        log_debug("close fd: %d", sockets[i]);
-        close(sockets[i]);
+        log_debug("close fd: %d", sockets[i].get());
+        sockets[i].reset(); // in order, each after its log line
     }
 }
 

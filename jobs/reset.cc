@@ -1,12 +1,13 @@
 #include "jobs/reset.h"
 
 #include "base/log.h"
+#include "base/shortage.h"
 #include "client/client.h"
 #include "client/inventory.h"
 #include "client/relationship_chain.h"
 #include "config/config.h"
 #include "iscsi/channel.h"
-#include "jobs/heartbeat.h"
+#include "jobs/heartbeat_job.h"
 #include "jobs/timer.h"
 
 #include <kavagt.h>
@@ -17,7 +18,7 @@ namespace {
 std::mutex reset_in_progress_lock;
 bool reset_in_progress = false; // guarded by the mutex above
 
-// False when a reset runs already.
+// False if a reset is already running.
 bool begin_reset()
 {
     const std::lock_guard held(reset_in_progress_lock);
@@ -69,7 +70,7 @@ void remove_schedules_and_groups()
     qel_remove_groups(g_client);
 }
 
-// The lock is held across the log-out, so that nobody sets up a channel that this manager's end would leave.
+// The lock is held during the log-out, so that no new channel to this manager is set up meanwhile.
 void forget_manager()
 {
     const std::lock_guard held(g_client->lock);
@@ -87,7 +88,7 @@ void forget_manager()
 
 void forget_alias()
 {
-    optional_text alias; // freed when the lock is no longer held
+    optional_text alias; // freed after the lock is released
     const auto held = qel_inventory_lock();
     alias.swap(g_inventory.alias);
 }
@@ -100,10 +101,9 @@ void _client_reset()
     log_info("Releasing all background task.");
     job_release_all();
     stop_heartbeat();
-    delete_databases();
-    remove_protection();
-    remove_schedules_and_groups();
-    forget_manager();
-    forget_alias();
+    // No step stops the reset, nor does memory that runs out in one.
+    for (const auto step :
+         {delete_databases, remove_protection, remove_schedules_and_groups, forget_manager, forget_alias})
+        end_at_shortage(step);
     end_reset();
 }

@@ -2,13 +2,13 @@
 
 #include "base/clock.h"
 #include "base/log.h"
+#include "base/shortage.h"
 #include "client/scan_thread.h"
 #include "jobs/job_list.h"
 
 #include <pthread.h>
 
 #include <algorithm>
-#include <new>
 
 std::mutex g_timeout_thread_running_lock;
 int32_t g_timeout_thread_running = 0;
@@ -16,22 +16,14 @@ int32_t g_timeout_thread_running = 0;
 namespace {
 constexpr int64_t longest_wait = 600; // seconds
 
-std::mutex job_list_lock; // guards the list and the jobs on it, but for the heartbeat's two atomic fields
+std::mutex job_list_lock; // guards the list and its jobs, except the two atomic fields
 job_list jobs;
 
-// Made at first use: a job may be added before the timer thread runs.
+// Created at first use: a job may be added before the timer thread runs.
 pthread_cond_t *timeout_cond()
 {
     static clock_cond added;
     return &added.cond;
-}
-
-std::shared_ptr<job_status> find_job(int32_t type, const char *name)
-{
-    if (!name)
-        return nullptr;
-    const std::lock_guard guard(job_list_lock);
-    return jobs.find(type, name);
 }
 
 void reap_released()
@@ -58,17 +50,19 @@ int32_t dispatch(const job_status &job)
     }
 }
 
-// Re-armed from now, not from when it was due: missed periods are not caught up.
+// Re-armed from now, not from its due time: missed periods are skipped.
 void fire_if_due(job_status &job, int64_t now, int64_t period)
 {
     if (job.next_time > now)
         return;
     job.next_time = now + period;
-    if (dispatch(job) < 0)
+    int32_t result = -1;
+    end_at_shortage([&] { result = dispatch(job); });
+    if (result < 0)
         log_error("Failed to process job");
 }
 
-// Handlers run with the list locked, which is why they only start a thread.
+// Handlers run with the list locked, so they must only start a thread.
 int64_t fire_due(int64_t now)
 {
     int64_t wake = now + longest_wait;
@@ -97,14 +91,6 @@ void wait_until(int64_t wake)
 }
 } // namespace
 
-std::unique_ptr<job_status> _alloc_job_status()
-{
-    std::unique_ptr<job_status> job(new (std::nothrow) job_status);
-    if (!job)
-        log_error("Failed to allocate memory for job_status");
-    return job;
-}
-
 int job_add(std::unique_ptr<job_status> job)
 {
     if (!job)
@@ -115,13 +101,6 @@ int job_add(std::unique_ptr<job_status> job)
     }
     wake_timer();
     return 0;
-}
-
-bool heartbeat_stays()
-{
-    const std::lock_guard guard(job_list_lock);
-    jobs.erase_released();
-    return jobs.find(JOB_HEARTBEAT, "") != nullptr;
 }
 
 void job_remove(const job_status *job)
@@ -145,42 +124,41 @@ void job_free_all()
     jobs.clear();
 }
 
+std::shared_ptr<job_status> job_find(int32_t type, const char *name)
+{
+    if (!name)
+        return nullptr;
+    const std::lock_guard guard(job_list_lock);
+    return jobs.find(type, name);
+}
+
 std::shared_ptr<job_status> job_find_cdp(const char *local)
 {
-    return find_job(JOB_CDP_DISK, local);
+    return job_find(JOB_CDP_DISK, local);
 }
 
 std::shared_ptr<job_status> job_find_grp(const char *group)
 {
-    return find_job(JOB_CDP_GROUP, group);
+    return job_find(JOB_CDP_GROUP, group);
 }
 
-std::shared_ptr<job_status> job_find_heartbeat()
+std::shared_ptr<job_status> job_find_kept(int32_t type, const char *name)
 {
-    return find_job(JOB_HEARTBEAT, "");
+    const std::lock_guard guard(job_list_lock);
+    jobs.erase_released();
+    return jobs.find(type, name);
 }
 
-void job_hurry_heartbeat(int64_t next_time)
+void job_hurry(int32_t type, const char *name, int64_t next_time)
 {
     {
         const std::lock_guard guard(job_list_lock);
-        if (const auto job = jobs.find(JOB_HEARTBEAT, "")) {
+        if (const auto job = jobs.find(type, name)) {
             job->backoff = 1;
             job->next_time = next_time;
         }
     }
     wake_timer();
-}
-
-int heartbeat_registered()
-{
-    return job_find_heartbeat() ? 1 : 0;
-}
-
-int heartbeat_healthy()
-{
-    const auto job = job_find_heartbeat();
-    return job && job->backoff == 1 ? 1 : 0;
 }
 
 void wake_timer()

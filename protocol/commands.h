@@ -1,8 +1,9 @@
-// Every command code with its name, and every reply status with its meaning: the one list from which the
-// daemon's table and the command-line client are made.
+// Every command code with its name, and every reply status with its meaning. The daemon's table, the tools
+// and their help, and the tests are all made from these lists.
 #pragma once
 
 #include <cstdint>
+#include <iterator>
 
 // Codes up to 69 come from the manager, codes from 30000 from local programs; each is served on both sockets.
 #define QELCD_COMMANDS(X)                                                                                    \
@@ -40,15 +41,16 @@
     X(30010, local_list)                                                                                     \
     X(30011, local_withdraw)
 
-// The two after which the daemon starts and stops to report itself.
-constexpr uint32_t add_client_code = 2;
-constexpr uint32_t del_client_code = 3;
+// The codes by name: command::scan_client.
+namespace command {
+#define QELCD_COMMAND_CODE(code, name) name = code,
+enum code : uint32_t { QELCD_COMMANDS(QELCD_COMMAND_CODE) };
+#undef QELCD_COMMAND_CODE
+} // namespace command
 
-// The code that the daemon itself sends to the manager.
+// What the daemon itself sends to the manager.
 constexpr uint32_t heartbeat_command = 32;
 constexpr uint16_t heartbeat_origin = 3;
-
-constexpr uint32_t max_command_code = 30011;
 
 struct command_name {
     uint32_t code;
@@ -59,7 +61,19 @@ struct command_name {
 constexpr command_name command_names[] = {QELCD_COMMANDS(QELCD_COMMAND_NAME)};
 #undef QELCD_COMMAND_NAME
 
-// Reply statuses. A handler's status travels in 16 bits.
+constexpr bool are_codes_ascending()
+{
+    for (const command_name *known = command_names; known + 1 != std::end(command_names); ++known) {
+        if (known[0].code >= known[1].code)
+            return false;
+    }
+    return true;
+}
+static_assert(are_codes_ascending(), "codes ascend without duplicates");
+
+constexpr uint32_t max_command_code = std::end(command_names)[-1].code;
+
+// Reply statuses. A reply carries 16 bits of the handler's status.
 struct status_meaning {
     uint16_t status;
     const char *meaning;

@@ -8,13 +8,13 @@ constexpr uint8_t protocol_version = 2;
 
 // Travels as raw memory, little-endian, the byte order of every platform that the daemon runs on.
 struct message_head {
-    uint8_t version;     // protocol_version in all that the daemon sends
+    uint8_t version;     // protocol_version in everything that the daemon sends
     uint8_t reserved_1;  // 0
     uint16_t ret;        // reply status: 0 success; 0 in requests
     uint16_t reserved_4; // 0
     uint16_t origin;     // sender tag; a reply carries that of its request
     uint32_t cmd;        // command code; a reply repeats it
-    uint32_t data_len;   // bytes of body that follow; 0: none
+    uint32_t data_len;   // bytes of body that follow; 0: no body
 };
 
 static_assert(sizeof(message_head) == 16);

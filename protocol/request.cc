@@ -14,14 +14,16 @@ int receive_body(int fd, request &req)
     const uint32_t length = req.recv_head.data_len;
     if (length == 0)
         return 0;
-    // The reader counts in int; a longer body could not be read in full.
+    // The reader counts in int, so a longer body cannot be read. With its NUL the longest one has no bytes at
+    // all in the 32 bits of the protocol: its memory is there, and reading fails.
+    const bool has_no_bytes = length == UINT32_MAX;
     if (length <= INT_MAX)
         req.recv_xml.reset(static_cast<char *>(calloc(size_t{length} + 1, 1)));
-    if (!req.recv_xml) {
+    if (!req.recv_xml && !has_no_bytes) {
         log_error("Failed to allocate memory");
         return -1;
     }
-    if (qelc_readn(fd, req.recv_xml.get(), static_cast<int>(length)) <= 0) {
+    if (has_no_bytes || qelc_readn(fd, req.recv_xml.get(), static_cast<int>(length)) <= 0) {
         log_debug("Failed to recv xml_msg from fd(%d)", fd);
         return -1;
     }

@@ -16,15 +16,15 @@ struct request {
     message_head send_head{};
 };
 
-// A new record, or null when memory is short.
+// A new record, or null when out of memory.
 std::unique_ptr<request> new_request();
 
 // Sets the body of the frame to send together with its length.
 void set_send_xml(request &req, std::string text);
 
 // Reads one frame into recv_head and recv_xml. Returns 0, or -1 after a log line; the head is then zero and
-// the body null. A record that already holds a body ends the whole process with status 1: it was used before,
-// and whatever it held must not leak into another exchange.
+// the body null. If the record already holds a body, the process ends with status 1: the record was used
+// before, and its content must not leak into another exchange.
 int recv_from_remote(int fd, request *req);
 
 // Writes send_head and, when its data_len is not 0, that many bytes of send_xml. Returns 0, or -1 after a log

@@ -3,6 +3,7 @@
 #include "base/log.h"
 
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -58,21 +59,28 @@ int qelc_writen(int fd, const void *buf, int count)
     return total;
 }
 
-int reused_sock()
+void keep_alive(int fd)
+{
+    const int on = 1;
+    const int idle_seconds = 60;
+    setsockopt(fd, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof on);
+    setsockopt(fd, IPPROTO_TCP, TCP_KEEPIDLE, &idle_seconds, sizeof idle_seconds);
+}
+
+unique_fd reused_sock()
 {
     constexpr int attempts = 4;
-    int fd = -1;
-    for (int i = 0; i < attempts && fd < 0; ++i)
-        fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd < 0) {
+    unique_fd fd;
+    for (int i = 0; i < attempts && !fd.is_open(); ++i)
+        fd.reset(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (!fd.is_open()) {
         log_error("Failed to create socket (%s)", strerror(errno));
-        return -1;
+        return fd;
     }
     const int on = 1;
-    if (setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0) {
+    if (setsockopt(fd.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0) {
         log_warning("Failed to set SO_REUSEADDR (%s)", strerror(errno));
-        close(fd);
-        return -1;
+        fd.reset();
     }
     return fd;
 }

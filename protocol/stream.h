@@ -1,12 +1,18 @@
-// Full-length reads and writes on a stream descriptor, and the socket that both sides of TCP start from.
+// Full-length reads and writes on a stream descriptor, and new TCP sockets.
 #pragma once
 
-// Reads COUNT bytes. Returns the number read, or -1 when the stream ended or failed. A non-blocking
-// descriptor that has nothing more gives the short count read so far, 0 included.
+#include "base/fd.h"
+
+// Reads COUNT bytes. Returns the number read, or -1 if the stream ended or failed. If a non-blocking
+// descriptor has no more data, returns the count so far, which may be 0.
 int qelc_readn(int fd, void *buf, int count);
 
-// Writes COUNT bytes, trying again for as long as the descriptor is merely full. Returns COUNT, or -1.
+// Writes COUNT bytes; retries while the descriptor is full. Returns COUNT, or -1.
 int qelc_writen(int fd, const void *buf, int count);
 
-// A new IPv4 stream socket, close-on-exec, with SO_REUSEADDR. The caller closes it. -1 on failure.
-int reused_sock();
+// Lets the kernel notice within minutes that the peer of a TCP connection has vanished; the next read or
+// write then fails. A listener passes it on to the connections that it accepts (tcp(7)).
+void keep_alive(int fd);
+
+// A new IPv4 stream socket, close-on-exec, with SO_REUSEADDR; closed after a log line on failure.
+unique_fd reused_sock();

@@ -1,9 +1,9 @@
+#include "requests/backups.h"
+
 #include "base/log.h"
 #include "base/number.h"
 #include "requests/document.h"
-#include "requests/manager.h"
-
-#include <new>
+#include "requests/snapshots.h"
 
 namespace {
 enum class source_result { taken, stuck, failed };
@@ -106,7 +106,7 @@ int xml_to_bp_srcguid(const char *text, std::list<std::string> *list)
         const source_result result = read_source(child, *list);
         if (result == source_result::failed)
             return -1;
-        // A child that names no source is met again without end, as in xml_to_backup_grp.
+        // A child without a source loops here for ever, as in xml_to_backup_grp.
         if (result == source_result::taken)
             child = child->next;
     }
@@ -162,21 +162,26 @@ int xml_to_volname(std::string *source, std::string *destination, const char *te
     return 0;
 }
 
-optional_text get_mirror_guid_of_local(const char *local_guid, const qel_inventory_t *inventory)
+int xml_to_released_disks(const char *text, std::list<optional_text> *list)
 {
-    log_info("Searching for the mirror GUID of local disk %s.", local_guid ? local_guid : "(null)");
-    for (const qel_backup_t &backup : inventory->backups) {
-        if (!local_guid || backup.src_guid != local_guid)
-            continue;
-        log_info("Found mirror %s.", backup.dest_guid.c_str());
-        try {
-            optional_text mirror = backup.dest_guid;
-            log_info("Mirror GUID %s retrieved.", mirror->c_str());
-            return mirror;
-        } catch (const std::bad_alloc &) {
-            log_error("Failed to allocate memory for disk GUID.");
-            return std::nullopt;
-        }
+    const xml_doc doc = text ? xml_parse_text(text) : nullptr;
+    if (!doc) {
+        log_error("Failed to parse XML request.");
+        return -1;
     }
-    return std::nullopt;
+    const xmlNode *root = xml_root(doc);
+    if (!root) {
+        log_error("Failed to retrieve root element.");
+        return -1;
+    }
+    const xmlNode *backups = first_child_named(doc, "BackupList");
+    if (!backups) {
+        log_error("Failed to retrieve backup list.");
+        return -1;
+    }
+    for (const xmlNode *child : xml_children{backups}) {
+        if (child->type == XML_ELEMENT_NODE)
+            list->push_back(xml_attribute(child, "SrcGUID"));
+    }
+    return 0;
 }

@@ -1,7 +1,8 @@
+#include "requests/databases.h"
+
 #include "base/log.h"
 #include "base/number.h"
 #include "requests/document.h"
-#include "requests/manager.h"
 
 #include <kavagt.h>
 

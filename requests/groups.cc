@@ -1,6 +1,7 @@
+#include "requests/groups.h"
+
 #include "base/log.h"
 #include "requests/document.h"
-#include "requests/manager.h"
 
 #include <new>
 
@@ -13,7 +14,7 @@ std::unique_ptr<qel_group> new_group(const char *failure)
     return group;
 }
 
-// A group with members as one side writes it.
+// How one side, the manager or the agent, writes a group with members.
 struct group_form {
     const char *element;
     const char *name;
@@ -49,7 +50,7 @@ bool read_member(const xmlNode *node, const group_form &form, std::list<qel_grou
     }
     optional_text guid = xml_attribute(node, form.guid);
     if (!guid) {
-        log_warning("Missing property SrcGUID, ignore."); // whatever the attribute is called
+        log_warning("Missing property SrcGUID, ignore."); // the same text for the agent's "guid"
         return false;
     }
     qel_group_disk *member = list_append(list);
@@ -79,8 +80,8 @@ std::unique_ptr<qel_group> read_group(const char *text, const group_form &form, 
     group->name = xml_attribute(node, form.name);
     *is_cluster = is_true(xml_attribute(node, "IsCluster"));
     for (const xmlNode *child = node->children; child;) {
-        // Only a member leads on to the next child. Nobody sends anything else, and the system has always
-        // stood still here rather than made a group of part of a request.
+        // Only a member moves on to the next child; anything else loops here for ever. That is required: a
+        // group must not be made from part of a request.
         if (read_member(child, form, group->member_list))
             child = child->next;
     }

@@ -1,7 +1,8 @@
+#include "requests/membership.h"
+
 #include "base/log.h"
 #include "client/addresses.h"
 #include "requests/document.h"
-#include "requests/manager.h"
 
 #include <new>
 

@@ -1,6 +1,7 @@
+#include "requests/snapshots.h"
+
 #include "base/log.h"
 #include "requests/document.h"
-#include "requests/manager.h"
 
 namespace {
 optional_text required(const xmlNode *snap, const char *name)
@@ -11,7 +12,7 @@ optional_text required(const xmlNode *snap, const char *name)
     return value;
 }
 
-// A snapshot's source as one side writes it.
+// How one side, the manager or the agent, writes a snapshot's source.
 struct snap_form {
     bool has_cluster; // "IsCluster" is required, else it is not read
     const char *no_element;

@@ -12,7 +12,7 @@ usage: scripts/lab.sh [-h] [--timeout SECONDS] SCRIPT [ARGUMENT...]
 Runs SCRIPT with bash, as root, in a QEMU guest, prints its output and ends with its exit status.
 
 The guest has Debian's generic kernel and this machine's own files, read-only below a layer that is thrown
-away; so this checkout is where it is outside, and so is the working folder. It has two processors, 1 GiB of
+away; so this checkout is where it is outside, and so is the working folder. It has one processor, 1 GiB of
 memory, and no network but the loopback interface. The kernel is fetched once, into
 ${XDG_CACHE_HOME:-~/.cache}/qelcd-lab.
 
@@ -44,11 +44,10 @@ if [[ ! -r $1 || -d $1 ]]; then
     exit 2
 fi
 
-"$here/install-packages" lab
 export PATH=$PATH:/usr/sbin:/sbin
 # shellcheck source=scripts/lab/kernel.sh
 source "$here/lab/kernel.sh"
-find_kernel
+prepare_machine
 
 # The guest's way out: its settings go in, its exit status and the kernel's messages come back.
 share=$(mktemp -d "${TMPDIR:-/tmp}/qelcd-lab.XXXXXX")
@@ -61,7 +60,7 @@ make_first_folder "$here/lab/init" "$share/initramfs"
 # /dev/kvm proves nothing: on nested machines it opens and the guest then hangs. So the processor is always
 # emulated. Whoever kills this script kills the guest as well: each process dies with its parent.
 machine=(
-    -accel "tcg,thread=multi" -machine q35 -cpu max -smp 2 -m 1024 -nodefaults -display none -no-reboot
+    -accel "tcg,thread=multi" -machine q35 -cpu max -smp 1 -m 1024 -nodefaults -display none -no-reboot
     -kernel "$kernel_folder/vmlinux" -initrd "$share/initramfs" -append "quiet panic=-1 console=ttyS0"
     -virtfs "local,path=/,mount_tag=machine,security_model=none,readonly=on,multidevs=remap"
     -virtfs "local,path=$share,mount_tag=share,security_model=none"

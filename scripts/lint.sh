@@ -11,7 +11,7 @@ if [[ ${1-} == --tidy ]]; then
     scripts/install-packages build
     cmake --preset release -DQELCD_WERROR=ON >/dev/null
     echo "== clang-tidy"
-    mkdir -p build/tidy # what only g++ understands is taken out of the commands
+    mkdir -p build/tidy # the compile commands without options that only g++ knows
     sed 's/ -mno-direct-extern-access//' build/release/compile_commands.json >build/tidy/compile_commands.json
     git ls-files 'base/*.cc' 'client/*.cc' 'commands/*.cc' 'config/*.cc' 'daemon/*.cc' 'iscsi/*.cc' 'jobs/*.cc' 'platform/*.cc' \
         'protocol/*.cc' 'requests/*.cc' 'tools/*.cc' |

@@ -8,9 +8,9 @@ usage() {
 usage: scripts/soak.sh [--sanitize address|thread] [--storm] [SECONDS]
 
 Runs for SECONDS (600) in a private host and prints what the working process held before and after. Ends with status 1
-when it crashed, left a client without an answer, or held more than before. The figures stand in docs/reliability.md.
+if it crashed, left a client without an answer, or held more than before. The figures are in docs/reliability.md.
 
-  --storm   instead: every command from 32 clients while platform libraries fail and dawdle at random and timers fire;
+  --storm   instead: every command from 32 clients, while platform libraries fail and stall at random and timers fire;
             prints how often each status was answered
 END
 }

@@ -1,8 +1,8 @@
 /* The doubly linked list that crosses the boundary to the platform libraries.
  *
- * Circular: an empty head points at itself; elements are linked at the tail; the link of an
- * element that is on no list holds two nulls. The list owns nothing and locks nothing: who
- * allocated an element, and which mutex guards a list, is said by the functions that use it.
+ * Circular: an empty head points at itself; elements are added at the tail; the link of an
+ * element that is on no list holds two nulls. The list does not own its elements and takes no
+ * lock; the functions that use a list say who frees its elements.
  * Layouts of this folder are for x86-64 Linux (LP64, little-endian). */
 #ifndef KAV_LIST_H
 #define KAV_LIST_H

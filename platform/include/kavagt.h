@@ -40,7 +40,7 @@ static_assert(offsetof(struct Kavdev, path) == 80, "Kavdev: path");
 
 #define KAVAPP_DB_ORACLE 1u
 
-/* A database ("application") that the agent can hold still while a snapshot is taken. */
+/* A database ("application") that the agent can quiesce during a snapshot. */
 struct Kavapp {
     struct kav_list link;
     char *instance_name;
@@ -82,10 +82,11 @@ int Kav_delete_app(const char *instance_name);
  * every record is freed with free(). */
 int Kav_list_app(struct kav_list *apps);
 
-/* Appends a struct Kavdev per known device, owned by the caller likewise; 0, or -1. */
+/* Appends a struct Kavdev per known device, which the caller frees in the same way; 0, or -1. The
+ * daemon does not call it; it is part of the interface for a site's own tools. */
 int Kav_list_dev(struct kav_list *devs);
 
-/* Forgets a device. FLAG is always 0. Above 0 on success. */
+/* Removes a device. FLAG is always 0. Above 0 on success. */
 int Kav_delete_dev(int flag, const char *mirror_guid);
 
 #ifdef __cplusplus

@@ -20,7 +20,7 @@ worker_pid() {
     cat "/proc/$supervisor/task/$supervisor/children"
 }
 
-# kilobytes FIELD: one line of the working process's memory.
+# kilobytes FIELD: one of the memory figures of the working process.
 kilobytes() {
     awk -v field="$1:" '$1 == field { print $2 }' "/proc/$(worker_pid | tr -d ' ')/smaps_rollup"
 }

@@ -1,6 +1,6 @@
 #!/bin/bash
-# What mirrors cost, inside the private host: mirrors.sh BUILD-FOLDER [MIB [ROUNDS]]. Needs room for two disks of
-# MIB (4096), first in memory, then in ${TMPDIR-/tmp}.
+# What mirrors cost, inside the private host: mirrors.sh BUILD-FOLDER [MIB [ROUNDS]]. Needs room for two disks of MIB
+# (4096) each, first in memory, then in ${TMPDIR-/tmp}.
 set -euo pipefail
 bin=$PWD/$1/bin
 mib=${2-4096}
@@ -20,7 +20,7 @@ trap remove_disks EXIT
 attach() {
     head -c "${mib}M" /dev/urandom >"$1"
     attach_loop "$@"
-    # Without a partition table it would be somebody's data, and no disk of a mirror.
+    # Without a partition table it would count as unknown data, and could not be mirrored.
     echo 'label: dos' | sfdisk --quiet --no-tell-kernel --wipe always "$attached"
 }
 

@@ -1,11 +1,11 @@
 # The demonstration's disks: real loop devices on files of the private host. Sourced.
-# After make_disks: gpt_disk, gpt_mirror, mbr_disk, mbr_mirror and swap_disk are device paths.
+# After make_disks: data_disk, blank_disk and swap_disk are device paths.
 # shellcheck shell=bash disable=SC2034,SC2154
 
 disk_folder=/var/disks
 attachments=()
 
-# attachment DEVICE: by which this one is told from a later one of that name; nothing for a free device.
+# attachment DEVICE: text that tells this loop device from a later one of the same name; nothing for a free device.
 attachment() {
     local folder=/sys/block/${1#/dev/}
     [[ -e $folder/loop/backing_file ]] || return 0
@@ -14,7 +14,7 @@ attachment() {
 
 # attach NAME OPTION...: a loop device on that file; its path in $attached.
 attach() {
-    trap '' INT TERM # or one that nobody holds yet might be left
+    trap '' INT TERM # a signal here could leave a device that nobody holds yet
     attach_loop "$disk_folder/$1" "${@:2}" || fail "no loop device for $1"
     attachments+=("$(attachment "$attached")")
     obey_signals
@@ -29,48 +29,36 @@ attach_blank() {
 # attach_partitioned NAME OPTION...: with its partitions, which go with it (--partscan), and their nodes.
 attach_partitioned() {
     attach "$@" --partscan
-    partx --update "$attached" # a kernel may know fewer partition tables
+    partx --update "$attached" # for kernels that do not know this partition table
     local entry node major_minor
     for entry in "/sys/block/${attached#/dev/}/${attached#/dev/}"p*; do
         node=/dev/${entry##*/}
         major_minor=$(<"$entry/dev")
-        rm -f "$node" # of another disk that had this name
+        rm -f "$node" # it may belong to an earlier disk of that name
         mknod -m 600 "$node" b "${major_minor%:*}" "${major_minor#*:}"
     done
 }
 
-make_gpt_disk() {
-    truncate -s 64M "$disk_folder/gpt"
-    printf 'label: gpt\n,48M\n,\n' | sfdisk --quiet "$disk_folder/gpt"
-    attach_partitioned gpt
-    gpt_disk=$attached
-    # The kernel must have nothing left to do on it by itself: a mirror follows whatever is written.
-    mkfs.ext4 -q -E lazy_itable_init=0,lazy_journal_init=0 "${gpt_disk}p1"
-    mkswap "${gpt_disk}p2" >/dev/null
-    mount -o noatime "${gpt_disk}p1" /mnt/data
+make_data_disk() {
+    truncate -s 64M "$disk_folder/data"
+    printf 'label: gpt\n,\n' | sfdisk --quiet "$disk_folder/data"
+    attach_partitioned data
+    data_disk=$attached
+    # Without these options the kernel would go on writing by itself, and the mirror would have to follow.
+    mkfs.ext4 -q -E lazy_itable_init=0,lazy_journal_init=0 "${data_disk}p1"
+    mount -o noatime "${data_disk}p1" /mnt/data
     dd if=/dev/urandom of=/mnt/data/numbers bs=1M count=8 status=none
     sync -f /mnt/data
 }
 
-make_mbr_disk() {
-    truncate -s 32M "$disk_folder/mbr"
-    printf 'label: dos\nlabel-id: 0x%s\n,\n' "$(xxd -p -l 4 /dev/urandom)" | sfdisk --quiet "$disk_folder/mbr"
-    attach_partitioned mbr
-    mbr_disk=$attached
-    dd if=/dev/urandom of="${mbr_disk}p1" bs=1M count=6 conv=fsync status=none
-}
-
 make_disks() {
-    rm -f /dev/loop[0-9]* # those of the machine are not our business
+    rm -f /dev/loop[0-9]* # nodes of this machine's loop devices
     mkdir "$disk_folder"
     mount -t tmpfs demo /mnt
     mkdir /mnt/{data,mirror,snapshot}
-    make_gpt_disk
-    make_mbr_disk
-    attach_blank gpt-mirror 64M
-    gpt_mirror=$attached
-    attach_blank mbr-mirror 32M
-    mbr_mirror=$attached
+    make_data_disk
+    attach_blank blank 64M
+    blank_disk=$attached
     attach_blank swap 16M
     swap_disk=$attached
     mkswap "$swap_disk" >/dev/null
@@ -104,6 +92,6 @@ remove_disks() {
         are_disks_gone && return 0
         sleep 0.1
     done
-    echo "demo: after $attempt looks, there are still loop devices on $disk_folder" >&2
+    echo "demo: loop devices on $disk_folder are left over" >&2
     return 1
 }

@@ -26,12 +26,7 @@ source "$here/compare.sh"
 log=/var/log/messages
 pid_file=/var/run/qelcd.pid
 
-stop_daemon() {
-    kill "$(<"$pid_file")"
-    wait_until 10 test ! -e /var/run/qelcd.sock
-}
-
-# However it ends, no loop device stays.
+# However the demonstration ends, no loop device stays.
 finish() {
     local status=$?
     trap - EXIT
@@ -40,7 +35,7 @@ finish() {
     ((status == 0 || status == 130)) || { echo "demo: the end of the system log:"; tail -n 15 "$log"; } >&2
     [[ ! -e /var/run/qelcd.sock ]] || (stop_daemon)
     remove_disks || status=1
-    ((status != 0)) || printf '\nAll loop devices are gone.\n'
+    ((status != 0)) || printf '\nThe %d lines that start with "->" were checked. All loop devices are gone.\n' "$proven"
     exit "$status"
 }
 obey_signals() {
@@ -59,25 +54,10 @@ show_disks
 show_start
 show_scan
 show_adoption
-show_channel
-
 show_protection
 show_first_copy_with_a_crash
-install_hook
-show_first_note
 show_snapshot
-show_second_note
-show_group_snapshot
-show_silent_manager
-
-show_group_removal
 show_release
-show_answer_50
-show_unknown_command
 show_stop
-
 show_comparison
-show_mirror_files
-show_snapshot_files
-show_log
-show_proven
+show_notes

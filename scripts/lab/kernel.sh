@@ -1,5 +1,5 @@
 # The guest's kernel: fetched, unpacked and kept; and the folder that it starts from. Sourced.
-# After find_kernel: kernel_folder holds vmlinux and lib/modules, kernel_version names the modules' folder.
+# After prepare_machine: kernel_folder holds vmlinux and lib/modules, kernel_version names the modules' folder.
 
 # kernel_package: the name of the package with Debian's current generic kernel; empty when the lists are.
 kernel_package() {
@@ -39,8 +39,20 @@ fetch_kernel() (
     mv -T "$made" "$2"
 )
 
+# prepare_machine: installs and fetches what is missing, with messages on standard error. One run of the lab at a time:
+# others may begin beside it.
+prepare_machine() {
+    local lock cache=${XDG_CACHE_HOME:-$HOME/.cache}/qelcd-lab
+    mkdir -p "$cache"
+    exec {lock}>"$cache/lock"
+    flock "$lock"
+    "$here/install-packages" lab >&2
+    find_kernel "$cache"
+    exec {lock}>&-
+}
+
 find_kernel() {
-    local package cache=${XDG_CACHE_HOME:-$HOME/.cache}/qelcd-lab
+    local package
     package=$(kernel_package)
     if [[ -z $package && $EUID == 0 ]]; then
         apt-get update -qq
@@ -51,13 +63,8 @@ find_kernel() {
         exit 125
     fi
     kernel_version=${package#linux-image-}
-    kernel_folder=$cache/$kernel_version
-    mkdir -p "$cache"
-    local lock
-    exec {lock}>"$cache/lock"
-    flock "$lock"
+    kernel_folder=$1/$kernel_version
     [[ -e $kernel_folder ]] || fetch_kernel "$package" "$kernel_folder"
-    exec {lock}>&-
 }
 
 # make_first_folder INIT FILE: the folder that the kernel starts from, as the archive it wants: busybox, the

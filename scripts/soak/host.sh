@@ -9,7 +9,7 @@ manager_guid=5e9a11d0-0000-4000-8000-000000000001
 client_guid=6f1c2a52-6b0e-4c57-9a54-2f4f5d6a7b81
 clients=16
 warm_up=30
-most_growth=4096 # kilobytes: what allocator arenas of many threads may take more than after the warm-up
+most_growth=4096 # kilobytes after the warm-up, for the allocator with its many threads
 
 fail() {
     echo "soak: $*" >&2
@@ -25,7 +25,7 @@ worker_pid() {
 
 # --- The host: a network interface, an initiator tool that fails now and then, the daemon --------------------
 
-rm -f /dev/loop* # no disks: others on this machine may be at work with theirs
+rm -f /dev/loop* # no disks: other processes on this machine may be using them
 mkdir -p "$tools" /var/soak/counts /var/lib/iscsi/{ifaces,nodes}
 ip link add net0 type veth peer name net1
 ip address add 10.77.0.1/24 dev net0
@@ -50,9 +50,9 @@ for ((i = 0; i < 300; ++i)); do
 done
 worker=$(worker_pid)
 
-# --- What plays against it -----------------------------------------------------------------------------------
+# --- The load against it --------------------------------------------------------------------------------------
 
-# count NAME: one more of it, by one process per file.
+# count NAME: adds one to that counter. Each process has a file of its own for it.
 count() {
     echo >>"/var/soak/counts/$1.$BASHPID"
 }
@@ -61,7 +61,7 @@ total() {
     cat /var/soak/counts/"$1".* 2>/dev/null | wc -l
 }
 
-# A manager that changes its manners every few seconds.
+# A manager that changes its behaviour every few seconds.
 play_manager() {
     standin-manager --guid "$manager_guid" --ip 127.0.0.1 --control /var/soak/control >/var/soak/reports 2>&1 &
     local server=$!
@@ -80,7 +80,7 @@ play_manager() {
     wait "$server" || true
 }
 
-# ask QELC-ARGUMENT...: a command may be refused, but it is answered.
+# ask QELC-ARGUMENT...: the command may be refused, but must be answered.
 ask() {
     local status=0
     qelc --timeout 60 "$@" >/dev/null 2>>/var/soak/errors || status=$?
@@ -139,7 +139,7 @@ play() {
     for player in "${players[@]:1}"; do
         wait "$player"
     done
-    # Nobody plays any more: the client is released, and what was under way comes to its end.
+    # The load is over: release the client, and let running work end.
     ask add_client --guid "$manager_guid" --ip 127.0.0.1
     qelc del_client --guid "$manager_guid" --client-guid "$client_guid" >/dev/null || fail "cannot be released"
     sleep 12
@@ -170,7 +170,7 @@ printf '%-28s %17d\n' seconds "$seconds" "commands answered" "$(total asked)" \
 
 if compgen -G '/var/soak/sanitizer*' >/dev/null; then
     cat /var/soak/sanitizer*
-    fail "the sanitizer has something to say"
+    fail "the sanitizer has reported something"
 fi
 (($(total unanswered) == 0)) || fail "commands were not answered"
 ((threads_after <= threads_before)) || fail "threads are left over"

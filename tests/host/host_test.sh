@@ -14,7 +14,7 @@ images=/var/disks
 restarts=0 # of the working process, as the test wants them
 declare -A guid device sum
 
-# Of other tests' disks nothing is in sight, so that nobody scans what is not his.
+# No disk of another test is in sight, so that nobody scans or signs it.
 rm -f /dev/loop[0-9]*
 mkdir "$images"
 mount -t tmpfs host-test /usr/local/sbin # an initiator tool that has nothing to do
@@ -24,29 +24,12 @@ for sanitizer in ASAN TSAN UBSAN; do
 done
 busybox syslogd -n -O "$log" &
 
-fail() {
-    trap - ERR
-    printf 'FAILED: %s\n' "$*"
-    losetup 2>&1 || true
-    ls -l /dev/loop* || true
-    qelc disks 2>&1 || true
-    tail -n +1 "$state"/*.mirror* /var/tmp/sanitizer* 2>/dev/null || true
-    grep -v '\.info\|DBOEM' "$log" | tail -n 60 || true
-    grep -v 'DBOEM\|Received command' "$log" | tail -n 30 || true
-    exit 1
-}
-
 # --- Disks ------------------------------------------------------------------------------------------------
 
 # attach NAME: a loop device on the image of that name.
 attach() {
     attach_loop "$images/$1"
     device[$1]=$attached
-}
-
-# Not from RANDOM: two subshells may begin with the same number.
-draw_signature() {
-    od -An -N4 -tx4 /dev/urandom | tr -d ' '
 }
 
 # put_signature NAME SIGNATURE: into the image, as long as no disk is attached to it: pages of a disk that another
@@ -56,39 +39,30 @@ put_signature() {
         dd of="$images/$1" bs=1 seek=440 conv=notrunc status=none
 }
 
-# fill_source NAME MIB: partitioned, with something everywhere else but where signatures of file systems stand.
-fill_source() {
-    local signature
-    signature=$(draw_signature)
+signature_of() {
+    od -An -tx4 -j 440 -N 4 "$images/$1" | tr -d ' '
+}
+
+# make_image NAME MIB: blank but for a signature, which is random: loop devices belong to the whole machine.
+make_image() {
+    guid[$1]=$(od -An -N4 -tx4 /dev/urandom | tr -d ' ')-0000-0000-0000-000000000000
     truncate -s "$2M" "$images/$1"
-    dd if=/dev/urandom of="$images/$1" bs=1M seek=1 count=$(($2 - 2)) conv=notrunc status=none
-    printf 'label: dos\nlabel-id: 0x%s\n,\n' "$signature" | sfdisk --quiet "$images/$1"
-    guid[$1]=$signature-0000-0000-0000-000000000000
+    put_signature "$1" "${guid[$1]%%-*}"
 }
 
-make_source() {
-    fill_source "$@"
-    attach "$1"
-}
-
-# make_mirror NAME MIB: blank but for its signature.
 make_mirror() {
-    local signature
-    signature=$(draw_signature)
-    truncate -s "$2M" "$images/$1"
-    put_signature "$1" "$signature"
-    guid[$1]=$signature-0000-0000-0000-000000000000
+    make_image "$@"
     attach "$1"
 }
 
-make_bystanders() {
-    truncate -s 32M "$images"/by-{ext4,swap}
-    mkfs.ext4 -q "$images/by-ext4"
-    mkswap -q "$images/by-swap" 2>/dev/null || mkswap "$images/by-swap" >/dev/null
-    attach by-ext4
-    attach by-swap
-    make_source by-mbr 16
-    remember by-ext4 by-swap by-mbr
+# make_source NAME MIB [LABEL]: partitioned, with random data wherever no signature of a file system may stand.
+make_source() {
+    make_image "$1" "$2"
+    dd if=/dev/urandom of="$images/$1" bs=1M seek=1 count=$(($2 - 2)) conv=notrunc status=none
+    printf 'label: %s\n,8M\n,\n' "${3-dos}" | sfdisk --quiet "$images/$1"
+    put_signature "$1" "${guid[$1]%%-*}"
+    cp "$images/$1" "$images/$1.expected"
+    attach "$1"
 }
 
 remember() {
@@ -106,14 +80,16 @@ unchanged() {
     done
 }
 
-# equal DISK MIRROR: but for the signature that the mirror keeps.
+# equal DISK MIRROR: but for the signature that the mirror keeps, and for what a larger mirror has more.
 equal() {
-    cmp -n 440 "$images/$1" "$images/$2" && cmp -i 444 "$images/$1" "$images/$2" &&
+    cmp -n 440 "$images/$1" "$images/$2" &&
+        cmp -i 444 -n $(($(stat -c %s "$images/$1") - 444)) "$images/$1" "$images/$2" &&
         [[ $(signature_of "$2") == "${guid[$2]%%-*}" ]]
 }
 
-signature_of() {
-    od -An -tx4 -j 440 -N 4 "$images/$1" | tr -d ' '
+# as_written NAME: the disk holds what was written to it, and nothing else.
+as_written() {
+    cmp "$images/$1" "$images/$1.expected"
 }
 
 # write_page NAME: some page of the disk but the first, and of the image that is kept beside it.
@@ -124,30 +100,33 @@ write_page() {
     dd if=/var/tmp/page of="$images/$1.expected" bs=4096 seek="$page" conv=notrunc status=none
 }
 
-# write_now_and_then NAME: until there is a file /var/tmp/quiet.
-write_now_and_then() {
-    while [[ ! -e /var/tmp/quiet ]]; do
-        write_page "$1"
-        sleep "0.$((RANDOM % 10))"
-    done
-}
-
-bytes_written() {
-    local counts
-    read -r -a counts <"/sys/block/${device[$1]#/dev/}/stat"
-    echo $((counts[6] * 512))
-}
-
 # --- The daemon -------------------------------------------------------------------------------------------
 
 as_manager() {
     qelc --host 127.0.0.1:9410 "$@"
 }
 
-adopt() {
+# start_protected DISK=MIRROR...: an adopted host whose disks these mirrors protect.
+start_protected() {
+    local pair pairs=()
+    for pair in "$@"; do
+        pairs+=("${guid[${pair%=*}]}=${guid[${pair#*=}]}")
+    done
+    start_daemon
     standin-manager --guid "$manager_guid" --ip 127.0.0.1 >/var/log/manager &
     check_within 20 "a manager listens" grep listening /var/log/manager
     check "the manager adopts the host" as_manager add_client --guid "$manager_guid" --ip 127.0.0.1
+    check "protection" as_manager protect "${pairs[@]}"
+}
+
+# resync RATE DISK...: at so many bytes a second, until $state/throttle is removed.
+resync() {
+    local name guids=()
+    echo "$1" >"$state/throttle"
+    for name in "${@:2}"; do
+        guids+=("${guid[$name]}")
+    done
+    check "resync" as_manager resync "${guids[@]}"
 }
 
 worker_pid() {
@@ -157,9 +136,7 @@ worker_pid() {
 }
 
 has_new_worker() {
-    local worker
-    worker=$(worker_pid)
-    [[ -n $worker && $worker != "$1" ]]
+    worker_pid | grep -q -v -x "$1"
 }
 
 kill_worker() {
@@ -191,34 +168,19 @@ position() {
     sed -n 's/^position //p' "$(record "$1")"
 }
 
-# told NAME: the line of this disk's mirror, as the manager is told.
-told() {
-    as_manager mirrors | grep -F -- "${guid[$1]}"
-}
-
-not_told() {
-    as_manager mirrors >/var/tmp/mirrors && ! grep -F -- "${guid[$1]}" /var/tmp/mirrors
-}
-
-percent() {
-    told "$1" | sed -n 's/.* \([0-9]*\) %.*/\1/p'
+# told_level NAME: the mirror of this disk is level, as the manager is told.
+told_level() {
+    as_manager mirrors | grep -F -- "${guid[$1]}" | grep -q 'synchronised *100 %'
 }
 
 is_level() {
-    grep -q '^sync_state Sync Finished' "$(record "$1")" && told "$1" | grep -q 'synchronised *100 %'
-}
-
-# What is in the log from here on.
-clear_log() {
-    cat "$log" >>"$log.former"
-    : >"$log"
+    grep -q '^sync_state Sync Finished' "$(record "$1")" && told_level "$1"
 }
 
 # end_test: what every test can say at its end.
 end_test() {
-    clear_log
     check "no working process ended by itself" test \
-        "$(grep -c 'Try to restart\|restart working process\.' "$log.former" || true)" -eq "$restarts"
+        "$(grep -c 'Try to restart\|restart working process\.' "$log" || true)" -eq "$restarts"
     ! compgen -G '/var/tmp/sanitizer*' >/dev/null || fail "the sanitizer has something to say"
     echo "$(basename "$0"): done in $SECONDS s"
 }

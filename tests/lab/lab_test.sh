@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # A manager's storage beside the host, for tests in the lab: targets in a network namespace, the host's
 # initiator, and the shipped daemon. Sourced by a test that is called with the build folder; from there on
 # errors end the test.
@@ -13,30 +14,31 @@ iface=qel_iface_net0
 nodes=/var/lib/iscsi/nodes
 manager_guid=0b7e4a55-1f0c-4d9e-8b7a-5a1f4f0d3c21
 client_guid=6f1c2a52-6b0e-4c57-9a54-2f4f5d6a7b81
-config_head="<?xml version=\"1.0\" encoding=\"utf-8\"?>
-<Tessaron>
-  <ClientGUID>$client_guid</ClientGUID>
-  <ClientPort>9410</ClientPort>
-  <ServerPort>9411</ServerPort>"
 
 # --- Checks ---------------------------------------------------------------------------------------------
 
 # What a failed test leaves in sight.
 fail() {
+    trap - ERR
     printf 'FAILED: %s\n' "$*"
-    printf '%s\n' '--- sessions, interfaces, records, configuration'
-    iscsiadm -m session 2>&1 || true
-    head -n 3 /var/lib/iscsi/ifaces/qel_iface* 2>/dev/null || true
-    find /var/lib/iscsi/nodes 2>/dev/null || true
-    cat "$config" 2>/dev/null || true
-    printf '%s\n' '--- mirrors and marks'
-    head -n 20 /var/lib/twinvault/*.mirror /var/lib/kavcdpagt/journal 2>/dev/null || true
-    printf '%s\n' '--- the daemon'
-    grep -E ' (qelcd|iscsid)' "$log" | tail -n 150 || true
+    set +e
+    exec 2>&1
+    losetup
+    qelc disks
+    iscsiadm -m session
+    find "$nodes"
+    tail -n +1 "$config" /var/lib/iscsi/ifaces/qel_iface* /var/lib/{twinvault/*.mirror*,kavcdpagt/journal} \
+        /var/tmp/sanitizer* 2>/dev/null
+    grep -E ' (qelcd|iscsid)' "$log" | grep -v 'DBOEM\|Received command' | tail -n 150
     exit 1
 }
 trap 'fail "line $LINENO: $BASH_COMMAND"' ERR
 set -o errtrace
+
+# step WHAT: says what begins.
+step() {
+    echo "== $* ($SECONDS s)"
+}
 
 # check WHAT COMMAND...: prints WHAT when the command succeeds, and ends the test with its output when not.
 check() {
@@ -74,10 +76,6 @@ logged() {
     grep -F -- "$1" "$log"
 }
 
-configured() {
-    grep -F -- "$1" "$config"
-}
-
 any_session() {
     compgen -G '/sys/class/iscsi_session/*'
 }
@@ -87,7 +85,7 @@ check_forgotten() {
     check_within 20 "no session" none any_session
     check "no record of the target" none test -e "$nodes/$1"
     check "no interface record of the daemon" none compgen -G '/var/lib/iscsi/ifaces/qel_iface_*'
-    check "no manager in the configuration" none configured "<Manager>"
+    check "no manager in the configuration" none grep -F "<Manager>" "$config"
     check "the host can be adopted anew" qelc scan_client
 }
 
@@ -115,22 +113,24 @@ start_network() {
     ip -n manager link set lo up
 }
 
-# silence ADDRESS...: nothing answers at the manager's addresses any more, not even with a refusal. The
-# neighbours' entries stay, for without them the host would soon know that nobody is there.
-silence() {
-    local address hardware
-    hardware=$(in_manager cat /sys/class/net/net1/address)
-    for address in "$@"; do
-        ip neighbour replace "$address" lladdr "$hardware" dev net0 nud permanent
-    done
-    ip -n manager address flush dev net1
-}
-
 # start_manager ADDRESS IQN: takes the host's heartbeats, with this record of the manager for an answer.
 start_manager() {
     ip netns exec manager standin-manager --guid "$manager_guid" --ip "$1" --target-iqn "$2" >/var/log/manager &
     manager=$!
     check_within 20 "a manager on $1" grep listening /var/log/manager
+}
+
+# adopt_host: by the manager at 10.77.0.2, which knows of no target yet.
+adopt_host() {
+    start_manager 10.77.0.2 ''
+    check "the manager adopts the host" in_manager standin-manager adopt "$host_address:9410" \
+        --guid "$manager_guid" --ip 10.77.0.2
+}
+
+# establish IQN PORTAL
+establish() {
+    from_manager establish_channels --initiator-iqn "$initiator_iqn" --initiator-ip "$host_address" \
+        --target-iqn "$1" --target-ip "$2"
 }
 
 stop_manager() {
@@ -185,16 +185,12 @@ END
     iscsid
 }
 
-# session_to IQN [IFACE]: succeeds when the kernel has a session to it, bound to the interface record.
-session_to() {
-    local session
-    for session in /sys/class/iscsi_session/*; do
-        [[ -e $session && $(<"$session/targetname") == "$1" ]] || continue
-        [[ $# == 1 || $(<"$session/ifacename") == "$2" ]] && return
-    done
-    echo "no such session among:"
-    cat /sys/class/iscsi_session/*/{targetname,ifacename} 2>/dev/null
-    return 1
+# only_session_to IQN: the kernel has one session, to that target and bound to the daemon's interface record.
+only_session_to() {
+    local sessions
+    sessions=$(cat /sys/class/iscsi_session/*/{targetname,ifacename} 2>/dev/null || true)
+    echo "$sessions"
+    [[ $sessions == "$1"$'\n'"$iface" ]]
 }
 
 # A disk of the storage system whose serial number holds GUID.
@@ -202,11 +198,11 @@ disk_with() {
     grep -q -a -i -- "$1" /sys/block/sd*/device/vpd_pg80
 }
 
-# start_daemon [ELEMENT...]: with these elements at the end of its configuration, and without any mirrors or
-# marks of the machine that the guest's files come from.
+# Without any mirrors or marks of the machine that the guest's files come from.
 start_daemon() {
     rm -rf /var/lib/twinvault /var/lib/kavcdpagt
-    printf '%s\n' "$config_head" "$@" '</Tessaron>' >"$config"
+    printf '<Tessaron><ClientGUID>%s</ClientGUID><ClientPort>9410</ClientPort><ServerPort>9411</ServerPort></Tessaron>' \
+        "$client_guid" >"$config"
     qelcd
     wait_for_daemon
 }
@@ -216,12 +212,11 @@ wait_for_daemon() {
     check_within 20 "the daemon answers" qelc nop_command
 }
 
-# report_has GUID [TARGET-IQN]: the report holds the disk with this GUID, and a channel to the target.
+# report_has GUID TARGET-IQN: the report holds the disk with this GUID, and a channel to the target.
 report_has() {
     local report
     report=$(qelc get_client_info)
     echo "$report"
-    grep -q "<Disk .*Guid=\"$1\".*Vendor=\"QRZ KAVSolution\"" <<<"$report" || return
-    [[ $# == 1 ]] ||
+    grep -q "<Disk .*Guid=\"$1\".*Vendor=\"QRZ KAVSolution\"" <<<"$report" &&
         grep -q "<Channel Type=\"ISCSI\" InitiatorIqn=\"$initiator_iqn\" TargetIqn=\"$2\"" <<<"$report"
 }

@@ -57,7 +57,8 @@ void hook(const std::string &name, const std::string &commands)
 
 TEST(Agent, ApplicationsThatAnswerAreKeptWhateverTheirName)
 {
-    EXPECT_TRUE(keep("a") + keep("a", "no-port") + keep(nullptr) == -3 && apps().empty());
+    EXPECT_TRUE(keep("object-7") + keep("a", "no-port") + keep(nullptr) == -3 && apps().empty());
+    EXPECT_NE(take_log().find("object-7"), std::string::npos);
     const peer database = listen_tcp(1521);
     for (const char *name : {"../../x", "ORCL", ".", "\xff\n%end ", "ORCL"}) {
         EXPECT_TRUE(keep(name) == 0 && apps().find(name + TEXTS) != std::string::npos) << name;

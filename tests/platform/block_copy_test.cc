@@ -1,5 +1,5 @@
 // The copier on files in memory, with io_uring and where a policy denies it.
-#include "platform/linux/block_copy.h"
+#include "platform/linux/mirror/block_copy.h"
 #include "tests/support/files.h"
 
 #include <gtest/gtest.h>

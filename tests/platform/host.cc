@@ -1,9 +1,7 @@
 #include "tests/platform/host.h"
 
-#include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -34,33 +32,21 @@ void private_mounts::SetUp()
 void disk_image::SetUp()
 {
     private_mounts::SetUp();
-    if (IsSkipped() || access("/dev/loop-control", R_OK | W_OK) != 0)
+    if (IsSkipped() || !loop_disk::unavailable().empty())
         GTEST_SKIP() << "no loop devices here";
     folder.emplace("/mnt");
     setenv("IMG", image.c_str(), 1);
 }
 
-void disk_image::attach(const std::string &command, const std::string &losetup_options)
+void disk_image::attach(const std::string &command, bool read_only)
 {
     write_file(image, "");
     std::filesystem::resize_file(image, size_t{16} * 1024 * 1024);
     ASSERT_TRUE(run(command)) << command;
-    path = output_of("losetup --find --show --partscan " + losetup_options + " " + image);
-    ASSERT_TRUE(path.starts_with("/dev/"));
-    path.pop_back(); // newline
-    name = path.substr(sizeof "/dev/" - 1);
-    node = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    disk.emplace(image, read_only);
+    path = disk->path();
+    name = disk->name();
     setenv("DEV", path.c_str(), 1);
-    ASSERT_TRUE(run("losetup --detach $DEV")); // in truth when NODE is closed
-}
-
-void disk_image::detach()
-{
-    if (node < 0)
-        return;
-    run("partx -d $DEV");
-    close(node);
-    node = -1;
 }
 
 disk_list::disk_list(int flag)

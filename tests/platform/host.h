@@ -1,9 +1,10 @@
 // What the tests borrow from the host, given back even when the test process dies: mounts are made in a mount
-// namespace of its own, loop devices detach themselves when their last descriptor closes.
+// namespace of its own.
 #pragma once
 
 #include "platform/include/kavdisk.h"
 #include "tests/support/files.h"
+#include "tests/support/loop_disk.h"
 
 #include <gtest/gtest.h>
 
@@ -26,11 +27,9 @@ protected:
 class disk_image : public private_mounts {
 protected:
     void SetUp() override;
-    void TearDown() override { detach(); }
 
     // Has COMMAND make the content of an image of 16 MiB, and attaches that.
-    void attach(const std::string &command, const std::string &losetup_options = "");
-    void detach();
+    void attach(const std::string &command, bool read_only = false);
 
     const std::string image = "/mnt/image";
     std::string name; // of the device
@@ -38,7 +37,9 @@ protected:
 
 private:
     std::optional<fake_folder> folder;
-    int node = -1;
+
+protected:
+    std::optional<loop_disk> disk;
 };
 
 // The record of that kernel name; null for none.

@@ -3,9 +3,7 @@
 #include "platform/include/tw.h"
 #include "tests/platform/host.h"
 #include "tests/support/captured_log.h"
-#include "tests/support/eventually.h"
 
-#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -103,9 +101,9 @@ std::string mirror_process::ask(const std::string &command) const
     return count > 0 ? std::string(text, static_cast<size_t>(count) - 1) : "dead";
 }
 
-bool mirror_process::reaches(const std::string &state) const
+bool mirror_process::reaches(const std::string &state, std::chrono::milliseconds limit) const
 {
-    return eventually([&] { return ask("stat").find(state) != std::string::npos; });
+    return eventually([&] { return ask("stat").find(state) != std::string::npos; }, limit);
 }
 
 void mirror_process::kill()
@@ -118,34 +116,12 @@ void mirror_process::kill()
     pid_ = -1;
 }
 
-test_disk::test_disk(size_t bytes, unsigned number, const std::string &options)
+test_disk::test_disk(size_t bytes, unsigned number, bool read_only)
     : guid(guid_of(number)), image("/run/image-of-" + std::to_string(reinterpret_cast<uintptr_t>(this)))
 {
     write_file(image, std::string(440, '\0') + bytes_of_signature(number));
     std::filesystem::resize_file(image, bytes);
-    attach(options);
-}
-
-void test_disk::attach(const std::string &options)
-{
-    // Another test may take the free device first, or may have left partitions on it; the private host has no
-    // nodes of devices that are new.
-    path = output_of(
-        "for i in 1 2 3 4 5 6 7 8 9; do d=$(losetup -f); "
-        "[ -e $d ] || mknod $d b 7 ${d#/dev/loop}; losetup " +
-        options + " $d " + image +
-        " 2>/run/losetup && { partx -d $d 2>/dev/null; echo $d; exit; }; sleep 0.1; done; cat /run/losetup");
-    path.pop_back(); // newline
-    node = open(path.c_str(), (options == "-r" ? O_RDONLY : O_RDWR) | O_CLOEXEC);
-    EXPECT_GE(node, 0) << path;
-    EXPECT_TRUE(run("losetup --detach " + path)) << "in truth when the node is closed";
-}
-
-void test_disk::detach()
-{
-    if (node >= 0)
-        close(node);
-    node = -1;
+    device.emplace(image, read_only);
 }
 
 void test_disk::fill(size_t from, size_t bytes) const
@@ -159,24 +135,14 @@ void test_disk::fill(size_t from, size_t bytes) const
     write(from, text);
 }
 
-void test_disk::write(size_t offset, const std::string &bytes) const
-{
-    EXPECT_EQ(pwrite(node, bytes.data(), bytes.size(), static_cast<off_t>(offset)),
-              static_cast<ssize_t>(bytes.size()));
-    EXPECT_EQ(fsync(node), 0);
-}
-
 std::string test_disk::content() const
 {
-    posix_fadvise(node, 0, 0, POSIX_FADV_DONTNEED);
-    std::string bytes(static_cast<size_t>(lseek(node, 0, SEEK_END)), '\0');
-    EXPECT_EQ(pread(node, bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
-    return bytes;
+    return device->read(0, std::filesystem::file_size(image));
 }
 
 uint64_t test_disk::sectors_written() const
 {
-    std::istringstream fields(read_file("/sys/block/" + path.substr(5) + "/stat"));
+    std::istringstream fields(read_file("/sys/block/" + device->name() + "/stat"));
     uint64_t field = 0;
     for (int i = 0; i < 7; i++)
         fields >> field;
@@ -185,7 +151,7 @@ uint64_t test_disk::sectors_written() const
 
 void Mirror::SetUp()
 {
-    if (access("/run/private-host", F_OK) != 0 || access("/dev/loop-control", R_OK | W_OK) != 0)
+    if (access("/run/private-host", F_OK) != 0 || !loop_disk::unavailable().empty())
         GTEST_SKIP() << "no private host with loop devices";
     std::filesystem::remove_all(FOLDER);
     source.emplace(SIZE, 0xa);

@@ -2,6 +2,9 @@
 // others can stand beside it. And the disks that it mirrors.
 #pragma once
 
+#include "tests/support/eventually.h"
+#include "tests/support/loop_disk.h"
+
 #include <gtest/gtest.h>
 #include <sys/types.h>
 
@@ -20,7 +23,8 @@ public:
     // relationship, "SOURCE state percent link link;". "log": the lines since the last time. "threads": how
     // many.
     std::string ask(const std::string &command) const;
-    bool reaches(const std::string &state) const; // whether some relationship's stat has that in time
+    // Whether some relationship's stat has that in time.
+    bool reaches(const std::string &state, std::chrono::milliseconds limit = patience) const;
     void kill();
 
 private:
@@ -33,25 +37,20 @@ private:
 uint32_t signature_of(unsigned number);
 std::string guid_of(unsigned number);
 
-// A loop device over a file of that size, blank but for its signature; gone when the last one closes it.
+// A loop device over a file of that size, blank but for its signature.
 class test_disk {
 public:
-    test_disk(size_t bytes, unsigned number, const std::string &options = "");
-    ~test_disk() { detach(); }
-    test_disk(const test_disk &) = delete;
-    test_disk &operator=(const test_disk &) = delete;
+    test_disk(size_t bytes, unsigned number, bool read_only = false);
 
-    void attach(const std::string &options = "");
-    void detach();
-    void fill(size_t from, size_t bytes) const;                // with something else at each place
-    void write(size_t offset, const std::string &bytes) const; // on the disk when it returns
+    const std::string &path() const { return device->path(); }
+    void fill(size_t from, size_t bytes) const; // with something else at each place
+    void write(size_t offset, const std::string &bytes) const { device->write(offset, bytes); }
     std::string content() const;
     uint64_t sectors_written() const;
 
     const std::string guid;
     const std::string image;
-    std::string path;
-    int node = -1;
+    std::optional<loop_disk> device;
 };
 
 constexpr size_t MIB = size_t{1} << 20;

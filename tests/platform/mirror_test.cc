@@ -1,5 +1,5 @@
 // The embedded mirrors on real loop disks, in a private host of their own.
-#include "platform/linux/mirror_hold.h"
+#include "platform/linux/state/mirror_hold.h"
 #include "tests/platform/host.h"
 #include "tests/platform/mirror_process.h"
 #include "tests/support/eventually.h"
@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <functional>
 
 namespace {
 
@@ -35,7 +36,7 @@ TEST_F(Mirror, IsMadeEqualAndThenFollowsWithWhatDiffers)
     ASSERT_TRUE(engine.reaches(FINISHED));
     expect_equal();
     EXPECT_EQ(mirror->sectors_written() - level, 8U + 16 + 7) << "the pages that differ, and no more";
-    ASSERT_TRUE(run("blkdiscard -o 5242880 -l 1048576 " + source->path));
+    ASSERT_TRUE(run("blkdiscard -o 5242880 -l 1048576 " + source->path()));
     ASSERT_TRUE(engine.reaches(FINISHED));
     expect_equal();
 
@@ -57,11 +58,13 @@ TEST_F(Mirror, ResumesAfterAKillFromItsCheckpoint)
     const uint64_t position = saved_position();
     const uint64_t written = mirror->sectors_written();
     write_file(FOLDER + "throttle", "fast\n");
+    write_file(FOLDER + ".new", "twinv"); // a record that was not finished
     engine.emplace();
     ASSERT_TRUE(engine->reaches(FINISHED)) << engine->ask("stat");
     EXPECT_EQ(mirror->sectors_written() - written, (SIZE - position) / 512 + 8) << "all else was there";
     expect_equal();
     EXPECT_NE(engine->ask("log").find("throttle holds no number"), std::string::npos);
+    EXPECT_FALSE(fs::exists(FOLDER + ".new"));
 
     // What is written while nobody looks is found all the same; what is level stays so.
     engine->kill();
@@ -119,8 +122,8 @@ TEST_F(Mirror, StopsAndStaysStoppedUntilTheNextResync)
     EXPECT_EQ(engine->ask("resync " + A), "0");
     ASSERT_TRUE(engine->reaches("Sync On"));
     const disk_list disks(0);
-    ASSERT_TRUE(disks.find(mirror->path.substr(5)));
-    EXPECT_NE(disks.find(mirror->path.substr(5))->state, 0U) << "in use by nobody but the mirrors";
+    ASSERT_TRUE(disks.find(mirror->device->name()));
+    EXPECT_NE(disks.find(mirror->device->name())->state, 0U) << "in use by nobody but the mirrors";
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(engine->ask("unprotect " + A), "0");
     EXPECT_LT(std::chrono::steady_clock::now() - start, 2s);
@@ -132,7 +135,7 @@ TEST_F(Mirror, StaysAsItIsWhileItIsHeldForASnapshot)
     ASSERT_NO_FATAL_FAILURE(make_level(engine));
     const uint64_t level = mirror->sectors_written();
     {
-        const state_fd hold = try_hold_mirrors({B});
+        const unique_fd hold = try_hold_mirrors({B});
         ASSERT_TRUE(hold.is_open() && !try_hold_mirrors({A, B}).is_open() && try_hold_mirrors({A}).is_open());
         source->write(3 * MIB, "later");
         std::this_thread::sleep_for(2500ms);
@@ -146,9 +149,9 @@ TEST_F(Mirror, StaysAsItIsWhileItIsHeldForASnapshot)
 // A volume is known by what SCSI tells of it, so all of the source is copied.
 TEST_F(Mirror, OfAVolumeOfTheStorageSystemIsEqualToTheLastByte)
 {
-    const std::string guid = "0a1b2c3d-1111-2222-3333-444455556666", name = mirror->path.substr(5);
+    const std::string guid = "0a1b2c3d-1111-2222-3333-444455556666", name = mirror->device->name();
     ASSERT_TRUE(
-        run("cd /sys/block; for d in " + source->path.substr(5) + " " + name +
+        run("cd /sys/block; for d in " + source->device->name() + " " + name +
             "; do t=/run/sys/block/$d; mkdir -p $t/holders $t/loop; "
             "for f in size dev ro removable stat loop/backing_file; do cat $d/$f >$t/$f; done; done"));
     write_facts("/run/sys/block/" + name + "/device", "vendor=QRZ model=disk");
@@ -167,37 +170,41 @@ TEST_F(Mirror, TakesALinkDownWhileADiskFailsOrIsGoneAndResumes)
     const mirror_process engine;
     ASSERT_NO_FATAL_FAILURE(make_level(engine));
     engine.ask("log");
-    const auto expect_down_and_up = [&](const std::string &links, const std::string &line, auto harm,
-                                        auto heal) {
-        harm();
-        EXPECT_TRUE(engine.reaches(links)) << line << engine.ask("stat");
-        std::this_thread::sleep_for(2500ms);
-        const std::string down = engine.ask("log");
-        EXPECT_TRUE(down.starts_with("3 ") && down.find(line) != down.npos) << line << "\n" << down;
-        EXPECT_EQ(std::count(down.begin(), down.end(), '\n'), 1) << down;
-        heal();
-        EXPECT_TRUE(engine.reaches(FINISHED)) << line << engine.ask("stat");
-        EXPECT_NE(engine.ask("log").find("is up again"), std::string::npos);
-        expect_equal();
-    };
     const auto resize = [](const test_disk &disk, size_t bytes) { fs::resize_file(disk.image, bytes); };
-    expect_down_and_up(
-        "Recovery On 0 Up Down", "Input/output error",
-        [&] { resize(*mirror, 20 * MIB), source->write(3 * MIB, "new"); },
-        [&] { resize(*mirror, SIZE + MIB); });
-    expect_down_and_up(
-        "Up Down", "there is no such disk", [&] { mirror->detach(); }, [&] { mirror->attach(); });
-    expect_down_and_up(
-        "Down Up", "the size of", [&] { resize(*source, SIZE + MIB), run("losetup -c " + source->path); },
-        [&] { resize(*source, SIZE), run("losetup -c " + source->path); });
     int claim = -1;
-    expect_down_and_up(
-        "Up Down", "mounted or in use",
-        [&] {
-            claim = open(mirror->path.c_str(), O_RDONLY | O_EXCL | O_CLOEXEC);
-            source->write(4 * MIB, "newer");
-        },
-        [&] { close(claim); });
+    const struct {
+        const char *links, *line;
+        std::function<void()> harm, heal;
+        std::chrono::milliseconds stays_down = 0ms; // without another line
+    } rows[] = {
+        {"Recovery On 0 Up Down", "Input/output error",
+         [&] { resize(*mirror, 20 * MIB), source->write(3 * MIB, "new"); },
+         [&] { resize(*mirror, SIZE + MIB); }},
+        {" Down Up", "it cannot be read at byte ",
+         [&] { resize(*source, 20 * MIB), engine.ask("resync " + A); }, [&] { resize(*source, SIZE); }},
+        {"Up Down", "there is no such disk", [&] { mirror->device.reset(); },
+         [&] { mirror->device.emplace(mirror->image); }},
+        {"Down Up", "the size of", [&] { resize(*source, SIZE + MIB), run("losetup -c " + source->path()); },
+         [&] { resize(*source, SIZE), run("losetup -c " + source->path()); }},
+        {"Up Down", "mounted or in use",
+         [&] {
+             claim = open(mirror->path().c_str(), O_RDONLY | O_EXCL | O_CLOEXEC);
+             source->write(4 * MIB, "newer");
+         },
+         [&] { close(claim); }, 2500ms},
+    };
+    for (const auto &row : rows) {
+        row.harm();
+        EXPECT_TRUE(engine.reaches(row.links)) << row.line << engine.ask("stat");
+        std::this_thread::sleep_for(row.stays_down);
+        row.heal();
+        EXPECT_TRUE(engine.reaches(FINISHED)) << row.line << engine.ask("stat");
+        const std::string log = engine.ask("log");
+        EXPECT_TRUE(log.starts_with("3 ") && log.find(row.line) < log.find("\n")) << row.line << "\n" << log;
+        EXPECT_EQ(log.find("\n3 "), log.npos) << "once: " << log;
+        EXPECT_NE(log.find("is up again"), log.npos);
+        expect_equal();
+    }
 }
 
 TEST_F(Mirror, BelongsToOneProcessAndObeysWholeRecordsOnly)
@@ -223,8 +230,17 @@ TEST_F(Mirror, BelongsToOneProcessAndObeysWholeRecordsOnly)
         std::string text = whole;
         return text.replace(text.find(from), from.size(), to);
     };
+    const std::string half = whole.substr(0, whole.size() / 2);
     const std::pair<std::string, std::string> bad[] = {
-        {A, with("Sync Finished", "Sync Perhaps")}, {other, whole}, {other, with(A, other)}};
+        {A, ""},
+        {A, half},
+        {A, half + std::string(whole.size() - half.size(), '\0')},
+        {A, whole + "more\n"},
+        {A, with("\nposition ", "\nposition 18446744073709551616")},
+        {A, with("\nsrc_guid ", "\ndest_guid ")},
+        {A, with("Sync Finished", "Sync Perhaps")},
+        {other, whole},
+        {other, with(A, other)}};
     for (const auto &[name, text] : bad) {
         other_process.reset();
         run("rm -f " + FOLDER + "*.mirror*");

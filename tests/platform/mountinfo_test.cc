@@ -1,4 +1,4 @@
-#include "platform/linux/mountinfo.h"
+#include "platform/linux/host/mountinfo.h"
 
 #include <gtest/gtest.h>
 #include <sys/sysmacros.h>

@@ -15,7 +15,7 @@ struct image_case {
     uint32_t table;               // as get_part_type tells it
     const char *command = "true"; // makes the content of $IMG
     const char *tool = "true";    // without it the case is skipped
-    const char *losetup_options = "";
+    bool read_only = false;
 };
 
 void PrintTo(const image_case &row, std::ostream *out)
@@ -65,7 +65,10 @@ const image_case CASES[] = {
          "512")},
     {"RaidMemberAtTheEnd", 0, 0,
      BYTES_AT("\\374\\116\\053\\251\\000\\000\\000\\000\\132\\000\\000\\000", "16711680")},
-    {"ReadOnlyMbr", 0, 1, MBR, "true", "--read-only"},
+    {"RaidMemberAtTheBeginning", 0, 0,
+     BYTES_AT("\\374\\116\\053\\251\\001\\000\\000\\000", "4096") " && " BYTES_AT("\\010", "4240")},
+    {"Iso", 0, 0, BYTES_AT("\\001CD001\\001", "32768")},
+    {"ReadOnlyMbr", 0, 1, MBR, "true", true},
     {"FloppySizedBlank", 0, 0, "truncate -s 1440K $IMG"},
     {"BlankJustAboveFloppySize", 1, 0, "truncate -s 1441K $IMG"},
 };
@@ -89,13 +92,13 @@ TEST_P(DiskImage, GetsItsStateAndIsNotWrittenTo)
 {
     if (!run(std::string("command -v ") + GetParam().tool))
         GTEST_SKIP() << GetParam().tool << " is not installed";
-    ASSERT_NO_FATAL_FAILURE(attach(GetParam().command, GetParam().losetup_options));
+    ASSERT_NO_FATAL_FAILURE(attach(GetParam().command, GetParam().read_only));
     const auto digest = [this] { return std::hash<std::string>()(read_file(image)); };
     const size_t before = digest();
     expect_state(GetParam().state);
     EXPECT_EQ(get_part_type(path.c_str()), GetParam().table);
     EXPECT_EQ(disk_list(0).find(name)->sectors * 512, std::filesystem::file_size(image));
-    detach();
+    disk.reset();
     EXPECT_EQ(digest(), before);
 }
 

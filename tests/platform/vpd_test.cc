@@ -1,4 +1,4 @@
-#include "platform/linux/vpd.h"
+#include "platform/linux/devices/vpd.h"
 
 #include <gtest/gtest.h>
 

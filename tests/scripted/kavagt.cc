@@ -1,20 +1,18 @@
 // libkavagt as a script has it.
+#include "tests/scripted/script_fields.h"
 #include "tests/scripted/script_folder.h"
 
 #include <kavagt.h>
 
 namespace {
-const script_field app_fields[] = {
-    SCRIPT_FIELD(number, Kavapp, db_type), SCRIPT_FIELD(number, Kavapp, archive_log),
-    SCRIPT_FIELD(text, Kavapp, db_name),   SCRIPT_FIELD(text, Kavapp, db_user),
-    SCRIPT_FIELD(text, Kavapp, db_passwd), SCRIPT_FIELD(text, Kavapp, oracle_home),
-    SCRIPT_FIELD(text, Kavapp, host),      SCRIPT_FIELD(text, Kavapp, port),
-};
-
-const script_field device_fields[] = {
-    SCRIPT_FIELD(characters, Kavdev, guid),
-    SCRIPT_FIELD(text, Kavdev, path),
-    SCRIPT_FIELD(number, Kavdev, flag),
+// The fields of a record as the words of a call.
+struct field_words {
+    std::vector<std::string> &words;
+    void operator()(const char *, const char *text) const { words.push_back(script_word(text)); }
+    void operator()(const char *, std::integral auto number) const
+    {
+        words.push_back(std::to_string(number));
+    }
 };
 
 // The group's name, and then "{GUID}:FLAG:PATH" of each device.
@@ -35,9 +33,9 @@ std::vector<std::string> app_words(const Kavapp *app)
 {
     if (!app)
         return {script_word(nullptr)};
-    return {script_word(app->instance_name), std::to_string(app->db_type), std::to_string(app->archive_log),
-            script_word(app->db_name),       script_word(app->db_user),    script_word(app->db_passwd),
-            script_word(app->oracle_home),   script_word(app->host),       script_word(app->port)};
+    std::vector<std::string> words{script_word(app->instance_name)};
+    app_fields(*app, field_words{words});
+    return words;
 }
 } // namespace
 
@@ -74,26 +72,8 @@ int Kav_list_app(kav_list *apps)
             app = script_new<Kavapp>();
             app->instance_name = script_copy(entry.value);
             kav_list_append(apps, &app->link);
-        } else {
-            script_set(app, app_fields, "apps", entry);
-        }
-    }
-    return 0;
-}
-
-int Kav_list_dev(kav_list *devs)
-{
-    const int result = script_query("Kav_list_dev", {}, 0);
-    if (result != 0)
-        return result;
-    Kavdev *device = nullptr;
-    for (const script_entry &entry : script_read("devices")) {
-        if (entry.key == "device") {
-            device = script_new<Kavdev>();
-            script_set(device, device_fields, "devices", {"guid", entry.value, entry.line});
-            kav_list_append(devs, &device->link);
-        } else {
-            script_set(device, device_fields, "devices", entry);
+        } else if (app) {
+            app_fields(*app, field_reader{entry});
         }
     }
     return 0;

@@ -1,38 +1,20 @@
 // libkavdisk as a script has it.
+#include "tests/scripted/script_fields.h"
 #include "tests/scripted/script_folder.h"
 
 #include <kavdisk.h>
 
 #include <cstdlib>
+#include <initializer_list>
 
 namespace {
-const script_field disk_fields[] = {
-    SCRIPT_FIELD(text, kavdisk_dev, path),    SCRIPT_FIELD(text, kavdisk_dev, vendor),
-    SCRIPT_FIELD(text, kavdisk_dev, model),   SCRIPT_FIELD(number, kavdisk_dev, sectors),
-    SCRIPT_FIELD(number, kavdisk_dev, state),
-};
-
-const script_field part_fields[] = {
-    SCRIPT_FIELD(text, kavdisk_part, guid),
-    SCRIPT_FIELD(text, kavdisk_part, fs),
-    SCRIPT_FIELD(number, kavdisk_part, size),
-    SCRIPT_FIELD(number, kavdisk_part, used),
-};
-
-void free_part(kavdisk_part *part)
-{
-    free(part->name);
-    free(part->guid);
-    free(part->fs);
-    free(part);
-}
-
 void free_parts(kav_list *parts)
 {
     while (!kav_list_empty(parts)) {
         auto *part = kav_list_entry(parts->next, kavdisk_part, link);
         kav_list_unlink(&part->link);
-        free_part(part);
+        for (void *memory : std::initializer_list<void *>{part->name, part->guid, part->fs, part})
+            free(memory);
     }
 }
 
@@ -52,13 +34,12 @@ void append_disks(kav_list *devs)
             part->name = script_copy(entry.value);
             kav_list_append(&disk->parts, &part->link);
         } else if (part) {
-            script_set(part, part_fields, "disks", entry);
-        } else {
-            script_set(disk, disk_fields, "disks", entry);
+            partition_fields(*part, field_reader{entry});
+        } else if (disk) {
+            disk_fields(*disk, field_reader{entry});
         }
     }
 }
-
 } // namespace
 
 #pragma GCC visibility push(default)
@@ -81,11 +62,9 @@ void kavdisk_free_devs(kav_list *devs)
         auto *disk = kav_list_entry(devs->next, kavdisk_dev, link);
         kav_list_unlink(&disk->link);
         free_parts(&disk->parts);
-        free(disk->name);
-        free(disk->vendor);
-        free(disk->model);
-        free(disk->path);
-        free(disk);
+        for (void *memory :
+             std::initializer_list<void *>{disk->name, disk->vendor, disk->model, disk->path, disk})
+            free(memory);
     }
 }
 

@@ -51,12 +51,6 @@ struct scripted_app {
     scripted_text port;
 };
 
-struct scripted_device {
-    std::string guid; // braced
-    scripted_text path;
-    unsigned flag = 0;
-};
-
 class script {
 public:
     // An empty world in a folder of its own, which QELCD_SCRIPT names until the script goes.
@@ -66,15 +60,15 @@ public:
     script(const script &) = delete;
     script &operator=(const script &) = delete;
 
-    const std::string &folder() const { return folder_; }
-
     // Each replaces what was there; a call that has begun to read sees the one or the other as a whole.
     void disks(const std::vector<scripted_disk> &disks);
     void relationships(const std::vector<scripted_relationship> &relationships);
     void apps(const std::vector<scripted_app> &apps);
-    void devices(const std::vector<scripted_device> &devices);
 
-    void scsi_guid(const std::string &path, const std::string &guid);
+    void scsi_guid(const std::string &path, const std::string &guid)
+    {
+        append("scsi-guids", path + " " + guid);
+    }
     void part_type(const std::string &path, unsigned type);
 
     // What calls of FUNCTION, with these arguments when there are some, return: the next one, or all. RESULT
@@ -91,9 +85,10 @@ public:
     // The calls so far, in their order: all, or those of FUNCTION.
     std::vector<std::string> calls(const std::string &function = "") const;
 
-    // What would fail the test at its end; an inspection forgives it.
-    std::vector<std::string> take_faults();
-
 private:
+    // LINES become the file, or are added to it.
+    void replace(const char *file, const std::string &lines) const;
+    void append(const char *file, const std::string &line) const;
+
     std::string folder_;
 };

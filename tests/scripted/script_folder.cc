@@ -1,7 +1,6 @@
 #include "tests/scripted/script_folder.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,6 +9,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <iterator>
+#include <mutex>
 #include <random>
 #include <set>
 #include <sstream>
@@ -27,85 +28,40 @@ void append_line(const std::string &file, const std::string &text)
 {
     const std::string line = text + "\n";
     const int fd = open(file_path(file).c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
-    if (fd < 0 || write(fd, line.data(), line.size()) != static_cast<ssize_t>(line.size()))
+    if (write(fd, line.data(), line.size()) != static_cast<ssize_t>(line.size()))
         fprintf(stderr, "scripted library: %s: %s", file.c_str(), line.c_str());
-    if (fd >= 0)
-        close(fd);
-}
-
-void script_unknown(const std::string &file, const script_entry &entry)
-{
-    script_unexpected(file + ":" + std::to_string(entry.line) + ": cannot make sense of " + entry.key);
+    close(fd);
 }
 
 std::vector<std::string> words_of(const std::string &text)
 {
     std::istringstream stream(text);
-    std::vector<std::string> words;
-    for (std::string word; stream >> word;)
-        words.push_back(word);
-    return words;
-}
-
-int count_calls(const std::string &function)
-{
-    const auto calls = script_read("calls");
-    return static_cast<int>(std::count_if(calls.begin(), calls.end(),
-                                          [&](const script_entry &call) { return call.key == function; }));
+    return {std::istream_iterator<std::string>(stream), {}};
 }
 
 void wait_as_scripted(const std::string &function)
 {
+    const auto of_function = [&](const script_entry &entry) { return entry.key == function; };
     for (const script_entry &entry : script_read("delays")) {
         const auto words = words_of(entry.value.value_or(""));
-        const bool has_start = words.size() == 3 && words[1] == "from";
-        if (words.size() != 1 && !has_start)
-            script_unknown("delays", entry);
-        else if (entry.key == function && (!has_start || count_calls(function) >= atoi(words[2].c_str())))
-            std::this_thread::sleep_for(std::chrono::duration<double>(strtod(words[0].c_str(), nullptr)));
+        if (of_function(entry) && std::ranges::count_if(script_read("calls"), of_function) >= stoi(words[1]))
+            std::this_thread::sleep_for(std::chrono::duration<double>(stod(words[0])));
     }
-}
-
-// Keeps every other thread and process from taking a result while it lives.
-class results_lock {
-public:
-    results_lock() : fd_(open(file_path("lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666))
-    {
-        if (fd_ >= 0)
-            flock(fd_, LOCK_EX);
-    }
-    ~results_lock()
-    {
-        if (fd_ >= 0)
-            close(fd_);
-    }
-    results_lock(const results_lock &) = delete;
-    results_lock &operator=(const results_lock &) = delete;
-
-private:
-    int fd_;
-};
-
-bool answers(const std::vector<std::string> &words, const std::string &function,
-             const std::vector<std::string> &arguments)
-{
-    return words.size() >= 2 && words[0] == function && words.size() - 2 <= arguments.size() &&
-           std::equal(words.begin() + 2, words.end(), arguments.begin());
 }
 
 // A line for the next call goes before those for all calls, wherever it stands.
 std::optional<std::string> take_result(const std::string &function, const std::vector<std::string> &arguments)
 {
-    const results_lock lock;
+    static std::mutex taking;
+    const std::lock_guard guard(taking);
     std::set<std::string> used;
     for (const script_entry &entry : script_read("used"))
         used.insert(entry.key);
     std::optional<std::string> standing;
     for (const script_entry &entry : script_read("results")) {
         const auto words = words_of(entry.value.value_or(""));
-        if ((entry.key != "once" && entry.key != "always") || words.size() < 2)
-            script_unknown("results", entry);
-        if (!answers(words, function, arguments))
+        if (words[0] != function || words.size() - 2 > arguments.size() ||
+            !std::equal(words.begin() + 2, words.end(), arguments.begin()))
             continue;
         if (entry.key == "always" && !standing)
             standing = words[1];
@@ -129,11 +85,10 @@ std::string joined(const std::string &function, const std::vector<std::string> &
 int one_of(const std::string &numbers)
 {
     static thread_local std::minstd_rand random(std::random_device{}());
-    auto at = std::uniform_int_distribution<ptrdiff_t>(0, std::ranges::count(numbers, '|'))(random);
-    size_t begin = 0;
-    for (; at > 0; --at)
-        begin = numbers.find('|', begin) + 1;
-    return atoi(numbers.c_str() + begin);
+    std::string separated = numbers;
+    std::ranges::replace(separated, '|', ' ');
+    const auto all = words_of(separated);
+    return stoi(all[random() % all.size()]);
 }
 
 std::optional<int> scripted_result(const std::string &function, const std::vector<std::string> &arguments)
@@ -155,8 +110,6 @@ std::vector<script_entry> script_read(const std::string &file)
     std::ifstream stream(file_path(file));
     std::string text;
     for (int line = 1; std::getline(stream, text); line++) {
-        if (text.empty() || text[0] == '#')
-            continue;
         const size_t blank = text.find(' ');
         entries.push_back({text.substr(0, blank), std::nullopt, line});
         if (blank != std::string::npos)
@@ -215,27 +168,4 @@ char *script_copy(const std::optional<std::string> &value)
     char *copy = static_cast<char *>(script_allocate(value->size() + 1));
     memcpy(copy, value->c_str(), value->size());
     return copy;
-}
-
-void script_set(void *record, std::span<const script_field> fields, const std::string &file,
-                const script_entry &entry)
-{
-    const auto field = std::find_if(fields.begin(), fields.end(),
-                                    [&](const script_field &one) { return entry.key == one.key; });
-    const std::string value = entry.value.value_or("");
-    if (!record || field == fields.end() ||
-        (field->of == script_field::characters && value.size() >= field->size)) {
-        script_unknown(file, entry);
-        return;
-    }
-    char *target = static_cast<char *>(record) + field->offset;
-    if (field->of == script_field::characters) {
-        memcpy(target, value.c_str(), value.size() + 1);
-    } else if (field->of == script_field::text) {
-        char *const copy = script_copy(entry.value);
-        memcpy(target, &copy, sizeof copy);
-    } else {
-        const unsigned long long number = strtoull(value.c_str(), nullptr, 0);
-        memcpy(target, &number, field->size); // its low bytes come first
-    }
 }

@@ -4,7 +4,7 @@
 // unforeseen.
 //
 // A file holds one entry a line: a key and, after one blank, a value up to the end of the line, blanks
-// included. A key alone has no value. Empty lines, and lines that start with '#', are comments.
+// included. A key alone has no value.
 //
 //   disks          disk NAME, then its path, vendor, model, sectors, state; then partition NAME, each with
 //                  its guid, fs, size and used
@@ -12,25 +12,25 @@
 //                  dest_link, dest_path, dest_guid
 //   apps           app INSTANCE, then db_type, archive_log, db_name, db_user, db_passwd, oracle_home, host,
 //                  port
-//   devices        device GUID, then path, flag
 //   scsi-guids     PATH GUID
 //   part-types     PATH TYPE
 //   results        once FUNCTION RESULT [ARGUMENT...]: what the next call with these arguments returns
 //                  always FUNCTION RESULT [ARGUMENT...]: the same for every call
 //                  A RESULT exit:N ends the process, one such as 0|-1 is drawn from its numbers.
-//   delays         FUNCTION SECONDS [from N]: what every call, or every one from the Nth on, waits first
+//   delays         FUNCTION SECONDS N: what every call from the Nth on waits first
 //
 // and is written by the libraries, a line a time:
 //
 //   calls          FUNCTION [ARGUMENT...] of each call, when it begins
 //   used           the number of each "once" line of results that a call has taken
-//   unexpected     what the script does not foresee: an action without a result, an entry without sense
+//   unexpected     what the script does not foresee: an action without a result, a text that does not fit
 #pragma once
 
-#include <cstddef>
+#include <concepts>
+#include <cstdlib>
 #include <optional>
-#include <span>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 struct script_entry {
@@ -52,23 +52,6 @@ std::string script_word(const char *text);
 int script_query(const std::string &function, const std::vector<std::string> &arguments, int natural);
 int script_action(const std::string &function, const std::vector<std::string> &arguments, int failure);
 
-// A field of a record of the platform libraries, set by the entry that has its name.
-struct script_field {
-    enum kind { text, number, characters } of; // a malloc text, an integer, an array of char
-    const char *key;
-    size_t offset;
-    size_t size;
-};
-#define SCRIPT_FIELD(kind, record, member)                                                                   \
-    {                                                                                                        \
-        script_field::kind, #member, offsetof(record, member), sizeof(record::member)                        \
-    }
-
-// Sets the field that ENTRY names; without such a field, or when the value does not fit, it is unexpected.
-// RECORD may be null: then nothing is expected.
-void script_set(void *record, std::span<const script_field> fields, const std::string &file,
-                const script_entry &entry);
-
 // A malloc copy of a value; null for none. Memory that runs out ends the process.
 char *script_copy(const std::optional<std::string> &value);
 void *script_allocate(size_t size);
@@ -78,3 +61,27 @@ Record *script_new()
 {
     return static_cast<Record *>(script_allocate(sizeof(Record)));
 }
+
+// Reads an entry into the field that it names, see script_fields.h.
+struct field_reader {
+    const script_entry &entry;
+
+    void operator()(const char *key, char *&text) const
+    {
+        if (entry.key == key)
+            text = script_copy(entry.value);
+    }
+    template <size_t Size>
+    void operator()(const char *key, char (&characters)[Size]) const
+    {
+        const std::string value = entry.value.value_or("");
+        if (entry.key == key && value.copy(characters, Size - 1) < value.size())
+            script_unexpected(entry.key + " is too long");
+    }
+    void operator()(const char *key, std::integral auto &number) const
+    {
+        if (entry.key == key)
+            number = static_cast<std::remove_reference_t<decltype(number)>>(
+                strtoll(entry.value.value_or("").c_str(), nullptr, 0));
+    }
+};

@@ -1,4 +1,5 @@
 // libtw as a script has it.
+#include "tests/scripted/script_fields.h"
 #include "tests/scripted/script_folder.h"
 
 #include <tw.h>
@@ -7,55 +8,24 @@
 #include <cstring>
 
 namespace {
-const script_field fields[] = {
-    SCRIPT_FIELD(number, tw_relationship, percent),
-    SCRIPT_FIELD(characters, tw_relationship, sync_state),
-    SCRIPT_FIELD(characters, tw_relationship, status),
-    SCRIPT_FIELD(characters, tw_relationship, src_link),
-    SCRIPT_FIELD(characters, tw_relationship, src_path),
-    SCRIPT_FIELD(characters, tw_relationship, src_guid),
-    SCRIPT_FIELD(characters, tw_relationship, dest_link),
-    SCRIPT_FIELD(characters, tw_relationship, dest_path),
-    SCRIPT_FIELD(characters, tw_relationship, dest_guid),
-};
-
-void free_chain(tw_relationship *chain)
+// All relationships, or the first one with that source.
+tw_relationship *read_chain(const char *source)
 {
-    while (chain) {
-        tw_relationship *next = chain->next;
-        free(chain);
-        chain = next;
+    std::vector<tw_relationship> all;
+    for (const script_entry &entry : script_read("relationships")) {
+        if (entry.key == "relationship")
+            all.push_back({});
+        else if (!all.empty())
+            relationship_fields(all.back(), field_reader{entry});
     }
-}
-
-tw_relationship *read_chain()
-{
     tw_relationship *chain = nullptr;
     tw_relationship **tail = &chain;
-    tw_relationship *one = nullptr;
-    for (const script_entry &entry : script_read("relationships")) {
-        if (entry.key == "relationship") {
-            one = script_new<tw_relationship>();
-            *tail = one;
-            tail = &one->next;
-        } else {
-            script_set(one, fields, "relationships", entry);
-        }
-    }
-    return chain;
-}
-
-// The first relationship with that source alone; the rest is freed.
-tw_relationship *only_of(tw_relationship *chain, const char *source)
-{
-    while (chain && strcmp(chain->src_guid, source) != 0) {
-        tw_relationship *next = chain->next;
-        free(chain);
-        chain = next;
-    }
-    if (chain) {
-        free_chain(chain->next);
-        chain->next = nullptr;
+    for (const tw_relationship &one : all) {
+        if (source && (chain || strcmp(one.src_guid, source) != 0))
+            continue;
+        *tail = script_new<tw_relationship>();
+        **tail = one;
+        tail = &(*tail)->next;
     }
     return chain;
 }
@@ -65,16 +35,16 @@ tw_relationship *only_of(tw_relationship *chain, const char *source)
 
 tw_relationship *tw_disk_stat(const char *guid)
 {
-    if (script_query("tw_disk_stat", {script_word(guid)}, 0) < 0)
-        return nullptr;
-    tw_relationship *chain = read_chain();
-    return guid ? only_of(chain, guid) : chain;
+    return script_query("tw_disk_stat", {script_word(guid)}, 0) < 0 ? nullptr : read_chain(guid);
 }
 
 void tw_disk_stat_release(tw_relationship *chain)
 {
     script_query("tw_disk_stat_release", {}, 0);
-    free_chain(chain);
+    for (tw_relationship *next; chain; chain = next) {
+        next = chain->next;
+        free(chain);
+    }
 }
 
 int tw_disk_protect(const char *local_guid, const char *mirror_guid)

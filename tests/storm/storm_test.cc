@@ -8,14 +8,16 @@
 #include "tests/support/daemon.h"
 #include "tests/support/files.h"
 #include "tests/support/manager.h"
+#include "tests/support/processes.h"
+#include "tests/support/requests.h"
 #include "tests/support/run.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cstdio>
 #include <filesystem>
-#include <map>
 #include <random>
 #include <thread>
 
@@ -36,140 +38,75 @@ std::string guid_of(size_t number)
     return "0000000" + std::to_string(number) + "-0000-0000-0000-000000000000";
 }
 
-std::string any_disk(dice &random)
-{
-    return guid_of(draw(random, disk_count));
-}
-
-std::string any_group(dice &random)
-{
-    return "group-" + std::to_string(draw(random, 3));
-}
-
-std::string in_root(const std::string &content)
-{
-    return "<Tessaron>" + content + "</Tessaron>";
-}
-
-std::string attribute(const std::string &name, const std::string &value)
-{
-    return " " + name + "=\"" + value + "\"";
-}
-
-// A group's name or a disk's GUID with its kind, in either of which a schedule is kept.
-std::string any_source(dice &random)
-{
-    return draw(random, 2) == 0 ? attribute("SourceType", "1") + attribute("Source", any_group(random))
-                                : attribute("SourceType", "0") + attribute("Source", any_disk(random));
-}
-
-std::string any_times(dice &random)
-{
-    return attribute("StartTime", draw(random, 4) == 0 ? "0" : "1") +
-           attribute("IntervalSeconds", std::to_string(draw(random, 4)));
-}
-
-std::string manager_group(dice &random)
-{
-    return in_root("<BGCreate" + attribute("BGName", any_group(random)) + "><SrcDisk" +
-                   attribute("SrcGUID", any_disk(random)) + "/></BGCreate>");
-}
-
-std::string agent_group(dice &random)
-{
-    return in_root("<Group" + attribute("name", any_group(random)) + "><Disk" +
-                   attribute("guid", any_disk(random)) + "/></Group>");
-}
-
-std::string backups(dice &random)
-{
-    return in_root("<BackupList><Backup" + attribute("SrcGUID", any_disk(random)) + "/></BackupList>");
-}
-
-std::string schedule_in(const std::string &element, dice &random)
-{
-    return in_root("<" + element + any_source(random) + "><Schedule" + any_times(random) + "/></" + element +
-                   ">");
-}
-
-std::string manager(dice &random)
-{
-    return fake_manager::record("M-1", draw(random, 2) == 0 ? "127.0.0.1" : "127.0.0.2");
-}
-
-std::string nothing(dice &)
-{
-    return "";
-}
-
-struct command {
+struct form {
     uint32_t code;
-    std::string (*body)(dice &random);
+    // In which something drawn stands in the places of $d, a disk, $g, a group, $b, a database, and $0 to $9,
+    // a number below that one.
+    std::string body = "";
 };
 
-const command commands[] = {
-    {1, nothing},
-    {2, manager},
-    {3, [](dice &) { return in_root(R"(<Server ID="M-1"/><Client ID="C-1"/>)"); }},
-    {4,
-     [](dice &random) {
-         return in_root("<BackupList><Backup" + attribute("SrcGUID", any_disk(random)) +
-                        attribute("KavGUID", "kav_{" + any_disk(random) + "}") + "/></BackupList><Schedule" +
-                        any_source(random) + any_times(random) + "/>");
-     }},
-    {5,
-     [](dice &) {
-         return in_root(R"(<Channel InitiatorIqn="i" TargetIqn="t"><Path InitiatorIP="127.0.0.1")"
-                        R"( TargetIP="127.0.0.1"/></Channel>)");
-     }},
-    {6, nothing},
-    {8,
-     [](dice &random) {
-         return in_root("<Client" + attribute("Alias", "host " + std::to_string(draw(random, 100))) + "/>");
-     }},
-    {14, backups},
-    {15, [](dice &random) { return schedule_in("Backup", random); }},
-    {16, backups},
-    {17, backups},
-    {21,
-     [](dice &random) { return in_root("<Snap" + any_source(random) + attribute("IsCluster", "0") + "/>"); }},
-    {23, [](dice &random) { return in_root("<Snap" + attribute("SnapVolGUID", any_disk(random)) + "/>"); }},
-    {45,
-     [](dice &random) {
-         return in_root("<DBSet" + attribute("InstanceName", "db-" + std::to_string(draw(random, 4))) + "/>");
-     }},
-    {46, manager_group},
-    {48,
-     [](dice &random) {
-         return in_root("<RemBGDisk" + attribute("BGName", any_group(random)) +
-                        attribute("SrcGUID", any_disk(random)) + "/>");
-     }},
-    {49,
-     [](dice &random) {
-         return in_root("<DBCfgDel" + attribute("InstanceName", "db-" + std::to_string(draw(random, 4))) +
-                        "/>");
-     }},
-    {54, manager},
-    {55, nothing},
-    {57, nothing},
-    {62, [](dice &random) { return in_root("<BGDelete" + attribute("BGName", any_group(random)) + "/>"); }},
-    {69, manager_group},
-    {30000, [](dice &random) { return in_root("<Snap" + any_source(random) + "/>"); }},
-    {30001, [](dice &random) { return schedule_in("Snap", random); }},
-    {30002, [](dice &random) { return in_root("<Snap" + any_source(random) + "/>"); }},
+const form commands[] = {
+    {command::scan_client},
+    {command::add_client, manager_document("M-1", "127.0.0.$2")},
+    {command::del_client, pair_document("M-1", "C-1")},
+    {command::add_backup,
+     in_root(
+         R"(<BackupList><Backup SrcGUID="$d" KavGUID="kav_{$d}"/></BackupList><Schedule SourceType="0" Source="$d")"
+         R"( StartTime="$4" IntervalSeconds="$4"/>)")},
+    {command::add_backup,
+     in_root(
+         R"(<BackupList><Backup SrcGUID="$d" KavGUID="kav_{$d}"/></BackupList><Schedule SourceType="1" Source="$g")"
+         R"( StartTime="$4" IntervalSeconds="$4"/>)")},
+    {command::establish_channels, channel_document("t", "127.0.0.1", "127.0.0.1")},
+    {command::get_client_info},
+    {command::rename_client, in_root(R"(<Client Alias="host $9"/>)")},
+    {command::del_backup, backup_document({"$d"})},
+    {command::set_cdp_schedule, schedule_document("Backup", 0, "$d", "$4", "$4")},
+    {command::set_cdp_schedule, schedule_document("Backup", 1, "$g", "$4", "$4")},
+    {command::init_mirror, backup_document({"$d"})},
+    {command::cancel_init_mirror, backup_document({"$d"})},
+    {command::create_snapshot, snap_document(0, "$d")},
+    {command::create_snapshot, snap_document(1, "$g")},
+    {command::snap_restore, in_root(R"(<Snap SnapVolGUID="$d"/>)")},
+    {command::db_set, in_root(R"(<DBSet InstanceName="$b"/>)")},
+    {command::bg_create, group_document("$g", {"$d"})},
+    {command::rem_disk_from_bg, in_root(R"(<RemBGDisk BGName="$g" SrcGUID="$d"/>)")},
+    {command::dbcfg_del, in_root(R"(<DBCfgDel InstanceName="$b"/>)")},
+    {command::refresh_server, manager_document("M-1", "127.0.0.$2")},
+    {command::rescan_devices},
+    {command::nop_command},
+    {command::del_backup_grp, in_root(R"(<BGDelete BGName="$g"/>)")},
+    {command::add_disk_to_grp, group_document("$g", {"$d"})},
+    {command::kav_create_cdp, snap_document(0, "$d")},
+    {command::kav_create_cdp, snap_document(1, "$g")},
+    {command::kav_set_cdp_schedule, schedule_document("Snap", 0, "$d", "$4", "$4")},
+    {command::kav_set_cdp_schedule, schedule_document("Snap", 1, "$g", "$4", "$4")},
+    {command::kav_get_cdp_schedule, snap_document(0, "$d")},
+    {command::kav_get_cdp_schedule, snap_document(1, "$g")},
     // Of a group: for a disk that has no schedule this one blocks the client record, as it must.
-    {30003,
-     [](dice &random) {
-         return in_root("<Snap SourceType=\"1\"" + attribute("Source", any_group(random)) + "/>");
-     }},
-    {30004, agent_group},
-    {30005, nothing},
-    {30006, agent_group},
-    {30007, agent_group},
-    {30008, agent_group},
-    {30010, nothing},
-    {30011, nothing},
+    {command::kav_del_cdp_schedule, snap_document(1, "$g")},
+    {command::kav_create_group, agent_group_document("$g", {"$d"})},
+    {command::kav_get_group},
+    {command::kav_delete_group, agent_group_document("$g", {"$d"})},
+    {command::kav_add_member, agent_group_document("$g", {"$d"})},
+    {command::kav_del_member, agent_group_document("$g", {"$d"})},
+    {command::local_list},
+    {command::local_withdraw},
 };
+
+std::string body_of(const form &form, dice &random)
+{
+    std::string body = form.body;
+    for (size_t at; (at = body.find('$')) != std::string::npos;) {
+        const char what = body[at + 1];
+        body.replace(at, 2,
+                     what == 'd'   ? guid_of(draw(random, disk_count))
+                     : what == 'g' ? "group-" + std::to_string(draw(random, 3))
+                     : what == 'b' ? "db-" + std::to_string(draw(random, 4))
+                                   : std::to_string(draw(random, static_cast<size_t>(what - '0'))));
+    }
+    return body;
+}
 
 // --- The world -----------------------------------------------------------------------------------------
 
@@ -243,7 +180,7 @@ protected:
     {
         world.relationships(some_relationships(random));
         world.apps(some_apps(random));
-        manager_.answer(draw(random, 20) == 0 ? 50 : 0, fake_manager::record("M-1", "127.0.0.1"));
+        manager_.answer(draw(random, 20) == 0 ? 50 : 0, manager_document("M-1", "127.0.0.1"));
     }
 
     // Whatever is under way: the file that the record's lock guards is whole.
@@ -253,18 +190,16 @@ protected:
         EXPECT_TRUE(qel_load());
     }
 
-    // One connection, one command. The answer's status is counted.
+    // One connection, one command.
     void send_one(dice &random)
     {
-        const command &one = commands[draw(random, std::size(commands))];
-        const std::string body = draw(random, 50) == 0 ? "<Tessaron><" : one.body(random);
+        const form &one = commands[draw(random, std::size(commands))];
+        const std::string body = draw(random, 50) == 0 ? "<Tessaron><" : body_of(one, random);
         const peer connection = draw(random, 2) == 0 ? connect_unix() : connect_tcp();
         EXPECT_TRUE(connection.send(frame(request_head(one.code, body.size()), body)));
         const std::optional<reply> answer = parse_reply(connection.receive(120s).bytes);
         ASSERT_TRUE(answer) << one.code << " " << body;
         EXPECT_EQ(answer->head.cmd, one.code);
-        const std::lock_guard held(statuses_lock_);
-        ++statuses_[{one.code, answer->head.ret}];
     }
 
     // Whoever leaves the loop must see what was done before: a command that failed to come back ends it.
@@ -288,31 +223,17 @@ protected:
         ends = true;
     }
 
-    void print_statuses() const
-    {
-        for (const auto &[command, count] : statuses_)
-            printf("command %5u status %5u: %zu\n", command.first, command.second, count);
-    }
-
     fake_folder tools_{tools};
     script world;
     fake_manager manager_;
-    std::mutex statuses_lock_;
-    std::map<std::pair<uint32_t, uint16_t>, size_t> statuses_;
 };
-
-size_t thread_count()
-{
-    const std::filesystem::directory_iterator threads("/proc/self/task");
-    return static_cast<size_t>(std::distance(begin(threads), end(threads)));
-}
 
 // When nothing goes on. A heartbeat may be under way at any one moment, but not for a whole second.
 size_t resting_threads()
 {
-    size_t fewest = thread_count();
+    size_t fewest = thread_count(getpid());
     for (int i = 0; i < 100; ++i) {
-        fewest = std::min(fewest, thread_count());
+        fewest = std::min(fewest, thread_count(getpid()));
         std::this_thread::sleep_for(10ms);
     }
     return fewest;
@@ -332,9 +253,10 @@ TEST_F(storm, EveryClientIsAnsweredAndNothingIsLeftBehind)
     const size_t at_rest = resting_threads();
     play(duration());
     world.relationships({});
-    EXPECT_TRUE(eventually(
-        [] { return ask(3, in_root(R"(<Server ID="M-1"/><Client ID="C-1"/>)"))->head.ret != 10000; }));
-    EXPECT_TRUE(eventually([&] { return thread_count() <= at_rest; }, 60s)) << thread_count() << " threads";
+    EXPECT_TRUE(
+        eventually([] { return ask(command::del_client, pair_document("M-1", "C-1"))->head.ret != 10000; }));
+    EXPECT_TRUE(eventually([&] { return thread_count(getpid()) <= at_rest; }, 60s))
+        << thread_count(getpid()) << " threads";
     {
         const std::lock_guard held(g_client->lock);
         const std::string left = read_file(config_file_path);
@@ -343,7 +265,6 @@ TEST_F(storm, EveryClientIsAnsweredAndNothingIsLeftBehind)
         EXPECT_TRUE(g_client->cdpsch_list.empty());
         EXPECT_TRUE(g_client->group_list.empty());
     }
-    print_statuses();
 }
 
 // The working process never returns; what it uses must not be taken down under it.

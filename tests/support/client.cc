@@ -1,5 +1,7 @@
 #include "tests/support/client.h"
 
+#include "protocol/commands.h"
+
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -8,30 +10,23 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <fstream>
 
 namespace {
-peer connect_to(const sockaddr *address, socklen_t size)
+template <class Address>
+peer connect_to(const Address &address)
 {
-    const int fd = socket(address->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd >= 0 && connect(fd, address, size) != 0) {
-        close(fd);
-        return peer(-1);
-    }
-    return peer(fd);
+    const auto *to = reinterpret_cast<const sockaddr *>(&address);
+    peer made(socket(to->sa_family, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    return connect(made.fd(), to, sizeof address) == 0 ? std::move(made) : peer(-1);
 }
 
-// One line, written at once: tests that run side by side share the file.
-void note_status(const message_head &request, const message_head &answer)
+sockaddr_in tcp_address(const char *address, int port)
 {
-    const char *record = getenv("QELCD_STATUS_RECORD");
-    const testing::TestInfo *test = testing::UnitTest::GetInstance()->current_test_info();
-    if (!record || !test)
-        return;
-    std::ofstream(record, std::ios::app) << std::to_string(request.cmd) + " " + std::to_string(answer.ret) +
-                                                " " + test->test_suite_name() + "." + test->name() + "\n";
+    return {.sin_family = AF_INET,
+            .sin_port = htons(static_cast<uint16_t>(port)),
+            .sin_addr = {inet_addr(address)},
+            .sin_zero = {}};
 }
 } // namespace
 
@@ -43,13 +38,8 @@ peer::~peer()
 
 bool peer::send(std::string_view bytes) const
 {
-    while (!bytes.empty()) {
-        const ssize_t count = ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-        if (count < 0)
-            return false;
-        bytes.remove_prefix(static_cast<size_t>(count));
-    }
-    return true;
+    // The kernel takes all of it, or the connection ends.
+    return ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
 }
 
 void peer::finish() const
@@ -69,28 +59,22 @@ peer::received peer::receive(std::chrono::milliseconds limit) const
             return all;
         char block[16 * 1024];
         const ssize_t count = recv(fd_, block, sizeof block, 0);
-        if (count <= 0) {
-            all.closed = true; // a reset is an end too: of a worker that died with bytes unread
-            return all;
-        }
+        if (count <= 0)
+            return {all.bytes, true}; // a reset is an end too: of a worker that died with bytes unread
         all.bytes.append(block, static_cast<size_t>(count));
     }
 }
 
 peer connect_tcp(const char *address, int port)
 {
-    sockaddr_in to{};
-    to.sin_family = AF_INET;
-    to.sin_port = htons(static_cast<uint16_t>(port));
-    inet_pton(AF_INET, address, &to.sin_addr);
-    return connect_to(reinterpret_cast<sockaddr *>(&to), sizeof to);
+    return connect_to(tcp_address(address, port));
 }
 
 peer connect_unix()
 {
     sockaddr_un to{.sun_family = AF_UNIX, .sun_path = {}};
     memcpy(to.sun_path, unix_socket_path, sizeof unix_socket_path);
-    return connect_to(reinterpret_cast<sockaddr *>(&to), sizeof to);
+    return connect_to(to);
 }
 
 peer listen_tcp(int port)
@@ -98,10 +82,8 @@ peer listen_tcp(int port)
     peer listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const int on = 1; // or connections that have just ended would be in the way
     setsockopt(listener.fd(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    sockaddr_in at{};
-    at.sin_family = AF_INET;
-    at.sin_port = htons(static_cast<uint16_t>(port));
-    const bool bound = bind(listener.fd(), reinterpret_cast<sockaddr *>(&at), sizeof at) == 0;
+    const sockaddr_in at = tcp_address("0.0.0.0", port);
+    const bool bound = bind(listener.fd(), reinterpret_cast<const sockaddr *>(&at), sizeof at) == 0;
     return bound && listen(listener.fd(), 1) == 0 ? std::move(listener) : peer(-1);
 }
 
@@ -116,9 +98,7 @@ message_head request_head(uint32_t cmd, size_t body_size)
 
 std::string frame(const message_head &head, std::string_view body)
 {
-    std::string bytes(sizeof head, '\0');
-    memcpy(bytes.data(), &head, sizeof head);
-    return bytes.append(body);
+    return std::string(reinterpret_cast<const char *>(&head), sizeof head).append(body);
 }
 
 std::optional<reply> parse_reply(const std::string &bytes)
@@ -137,10 +117,7 @@ std::optional<reply> ask(const peer &connection, const message_head &head, std::
     if (!connection.connected() || !connection.send(frame(head, body)))
         return std::nullopt;
     const auto received = connection.receive(limit);
-    const std::optional<reply> answer = received.closed ? parse_reply(received.bytes) : std::nullopt;
-    if (answer)
-        note_status(head, answer->head);
-    return answer;
+    return received.closed ? parse_reply(received.bytes) : std::nullopt;
 }
 
 std::optional<reply> ask(uint32_t cmd, std::string_view body)
@@ -150,6 +127,6 @@ std::optional<reply> ask(uint32_t cmd, std::string_view body)
 
 bool is_serving()
 {
-    const auto nop = request_head(57);
+    const auto nop = request_head(command::nop_command);
     return ask(connect_tcp(), nop).has_value() && ask(connect_unix(), nop).has_value();
 }

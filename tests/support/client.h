@@ -57,7 +57,6 @@ struct reply {
 std::optional<reply> parse_reply(const std::string &bytes);
 
 // One exchange; none when there was no whole reply, followed by the end of the connection, within the limit.
-// With QELCD_STATUS_RECORD in the environment, the file that it names gains a line: code, status and test.
 std::optional<reply> ask(const peer &connection, const message_head &head, std::string_view body = "",
                          std::chrono::milliseconds limit = patience);
 std::optional<reply> ask(uint32_t cmd, std::string_view body = ""); // over the UNIX socket

@@ -6,7 +6,6 @@
 
 #include <sys/types.h>
 
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,19 +27,18 @@ void write_config(const config_settings &settings = {});
 class qelcd {
 public:
     qelcd();
-    // Kills the supervisor, with which its worker must end too.
     ~qelcd();
     qelcd(const qelcd &) = delete;
     qelcd &operator=(const qelcd &) = delete;
 
     // The most descriptors that a process started from now on may have.
-    void limit_descriptors(unsigned limit) { descriptor_limit_ = limit; }
+    void limit_descriptors(unsigned limit) { limits_ = "ulimit -n " + std::to_string(limit) + "; "; }
 
     // A program that the daemon finds on its PATH before any other.
     void tool(const std::string &name, const std::string &shell_script);
 
     struct outcome {
-        int status = -1; // exit status as the shell sees it; -1: it was killed, or did not end
+        int status; // exit status as the shell sees it
         std::string output;
     };
     // Runs the program with these arguments until the process that the shell waits for has ended.
@@ -59,11 +57,16 @@ public:
     // Every process of the daemon, whosever child it is.
     static std::vector<pid_t> processes();
     // Waits until there is none; false when one stays.
-    static bool wait_for_end();
+    static bool wait_for_end()
+    {
+        return eventually([] { return processes().empty(); });
+    }
+    // Kills the supervisor, with which its worker must end too.
+    static void stop();
 
 private:
     std::string tools_;
-    std::optional<unsigned> descriptor_limit_;
+    std::string limits_;
 };
 
 // The path of the program, which is built beside this one.

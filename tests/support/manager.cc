@@ -1,29 +1,31 @@
 #include "tests/support/manager.h"
 
+#include "protocol/commands.h"
+
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
 
-#include <cstring>
-
 namespace {
 constexpr int look_again = 20; // milliseconds
-
-bool has_input(int fd)
-{
-    pollfd wait{.fd = fd, .events = POLLIN, .revents = 0};
-    return poll(&wait, 1, look_again) > 0;
-}
 
 bool receive_fully(int fd, void *bytes, size_t count)
 {
     return recv(fd, bytes, count, MSG_WAITALL) == static_cast<ssize_t>(count);
 }
+
+bool receive_whole(int fd, reply &heartbeat)
+{
+    if (!receive_fully(fd, &heartbeat.head, sizeof heartbeat.head))
+        return false;
+    heartbeat.body.resize(heartbeat.head.data_len);
+    return receive_fully(fd, heartbeat.body.data(), heartbeat.body.size());
+}
 } // namespace
 
 fake_manager::fake_manager()
-    : listener_(listen_tcp(client_port + 1)), head_(request_head(32)),
-      acceptor_([this] { accept_connections(); })
+    : listener_(listen_tcp(client_port + 1)), answer_(frame(request_head(heartbeat_command))),
+      server_([this] { serve(); })
 {
     EXPECT_TRUE(listener_.connected()) << "the manager cannot listen";
 }
@@ -34,17 +36,15 @@ fake_manager::~fake_manager()
         const std::lock_guard held(lock_);
         ends_ = true;
     }
-    acceptor_.join();
-    for (std::thread &server : servers_)
-        server.join();
+    server_.join();
 }
 
 void fake_manager::answer(uint16_t status, const std::string &body)
 {
+    message_head head = request_head(heartbeat_command, body.size());
+    head.ret = status;
     const std::lock_guard held(lock_);
-    body_ = body;
-    head_ = request_head(32, body.size());
-    head_.ret = status;
+    answer_ = frame(head, body);
 }
 
 void fake_manager::stall(bool on)
@@ -66,39 +66,25 @@ void fake_manager::expect_heartbeats(size_t count)
         << "heartbeats do not come";
 }
 
-std::string fake_manager::record(const std::string &guid, const std::string &addresses,
-                                 const std::string &target)
+void fake_manager::serve()
 {
-    const std::string iqn = target.empty() ? "" : " TargetIqn=\"" + target + "\"";
-    return "<Tessaron><Server ID=\"" + guid + "\" IPs=\"" + addresses + "\"" + iqn + "/></Tessaron>";
-}
-
-void fake_manager::accept_connections()
-{
+    std::vector<peer> unanswered;
     for (;;) {
-        const bool incoming = has_input(listener_.fd());
+        pollfd wait{.fd = listener_.fd(), .events = POLLIN, .revents = 0};
+        reply heartbeat;
+        if (poll(&wait, 1, look_again) > 0)
+            unanswered.emplace_back(accept(listener_.fd(), nullptr, nullptr));
+        const bool has_come = wait.revents && receive_whole(unanswered.back().fd(), heartbeat);
         const std::lock_guard held(lock_);
+        if (has_come)
+            heartbeats_.push_back(heartbeat);
         if (ends_)
             return;
-        if (incoming)
-            servers_.emplace_back(&fake_manager::serve, this, peer(accept(listener_.fd(), nullptr, nullptr)));
+        for (const peer &one : unanswered) {
+            if (!stalled_)
+                one.send(answer_);
+        }
+        if (!stalled_)
+            unanswered.clear();
     }
-}
-
-void fake_manager::serve(peer connection)
-{
-    reply heartbeat;
-    if (!receive_fully(connection.fd(), &heartbeat.head, sizeof heartbeat.head))
-        return;
-    heartbeat.body.resize(heartbeat.head.data_len);
-    if (!receive_fully(connection.fd(), heartbeat.body.data(), heartbeat.body.size()))
-        return;
-    std::unique_lock held(lock_);
-    heartbeats_.push_back(heartbeat);
-    while (stalled_ && !ends_) {
-        held.unlock();
-        std::this_thread::sleep_for(std::chrono::milliseconds(look_again));
-        held.lock();
-    }
-    connection.send(frame(head_, body_));
 }

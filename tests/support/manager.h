@@ -1,4 +1,5 @@
-// A manager: takes the daemon's heartbeats and answers them as the test says.
+// A manager inside the test, which takes the daemon's heartbeats, keeps them as they came, and answers them
+// with whatever the test says, also what is no manager's record. The tool standin-manager does neither.
 #pragma once
 
 #include "tests/support/client.h"
@@ -27,21 +28,14 @@ public:
     // Waits until COUNT more heartbeats than by now have come. Fails the test when they do not.
     void expect_heartbeats(size_t count);
 
-    // What this manager sends and is sent about itself: the manager document.
-    static std::string record(const std::string &guid, const std::string &addresses,
-                              const std::string &target = "");
-
 private:
-    void accept_connections();
-    void serve(peer connection);
+    void serve();
 
     peer listener_;
     mutable std::mutex lock_; // guards what follows
-    message_head head_;
-    std::string body_;
+    std::string answer_;
     bool stalled_ = false;
     bool ends_ = false;
     std::vector<reply> heartbeats_;
-    std::vector<std::thread> servers_;
-    std::thread acceptor_;
+    std::thread server_;
 };

@@ -1,11 +1,12 @@
 // The system log of the private host: reads what processes send to /dev/log.
+//
+// A pattern is the text of a line, in which a star stands for any text.
 #pragma once
 
 #include "tests/support/eventually.h"
 
 #include <syslog.h>
 
-#include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -25,30 +26,27 @@ public:
     system_log &operator=(const system_log &) = delete;
 
     // Waits for a line at that level, at or after position FROM; fails the test when it does not come.
-    // Returns the position after the line, so that a chain of calls expects an order.
-    size_t expect(int level, const std::string &text, size_t from = 0);
-    // The same for a text that matches the regular expression as a whole.
-    size_t expect_match(int level, const std::string &pattern, size_t from = 0);
-    // The same for lines of one level with nothing between them that is at that level.
-    size_t expect_sequence(int level, const std::vector<std::string> &patterns, size_t from = 0);
+    // Returns the position after the line.
+    size_t expect(int level, const std::string &pattern, size_t from = 0);
+    // The same for several lines in this order, whatever stands between.
+    size_t expect_steps(int level, const std::vector<std::string> &patterns, size_t from = 0);
 
-    // Lines at error level that match may come, in any number.
-    void tolerate(const std::string &pattern);
-    bool tolerates(const std::string &text) const;
+    // Lines at error level that fit may come, in any number.
+    void tolerate(const std::string &pattern) { tolerated_.push_back(pattern); }
 
-    // All lines so far, and how many.
+    // All lines that have been sent, and how many: a process that has ended sends no more.
     std::vector<log_line> lines() const;
-    size_t size() const;
+    size_t size() const { return lines().size(); }
 
 private:
     void read_lines();
-    size_t wait_for(int level, const std::string &what, size_t from,
-                    const std::function<bool(const std::string &)> &matches);
+    // With lock_ held.
+    void take_what_was_sent() const;
 
     int fd_;
     mutable std::mutex lock_;
-    std::vector<log_line> lines_; // guarded by lock_
-    std::vector<bool> expected_;  // as long as lines_, guarded by lock_
+    mutable std::vector<log_line> lines_; // guarded by lock_
+    mutable std::vector<bool> expected_;  // as long as lines_, guarded by lock_
     std::vector<std::string> tolerated_;
     std::thread reader_;
 };

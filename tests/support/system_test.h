@@ -3,12 +3,15 @@
 // and the log and the script have their say.
 #pragma once
 
+#include "protocol/commands.h"
 #include "tests/scripted/script.h"
 #include "tests/support/client.h"
 #include "tests/support/daemon.h"
 #include "tests/support/eventually.h"
 #include "tests/support/files.h"
+#include "tests/support/manager.h"
 #include "tests/support/processes.h"
+#include "tests/support/requests.h"
 #include "tests/support/system_log.h"
 
 #include <gtest/gtest.h>

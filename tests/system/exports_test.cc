@@ -4,31 +4,15 @@
 
 #include <gtest/gtest.h>
 
-#include <set>
-#include <sstream>
-
-namespace {
-// Without the copies that the linker makes of variables of other libraries; these carry a version.
-std::set<std::string> exported_symbols()
-{
-    std::istringstream lines(output_of("nm --dynamic --defined-only --format=posix " + qelcd_path()));
-    std::set<std::string> names;
-    for (std::string line; std::getline(lines, line);) {
-        const std::string name = line.substr(0, line.find(' '));
-        if (name.find('@') == std::string::npos)
-            names.insert(name);
-    }
-    return names;
-}
-} // namespace
-
 TEST(exports, LoggingAndNothingElseIsOfferedToLibraries)
 {
 #ifdef QELCD_SANITIZED
     GTEST_SKIP() << "a sanitizer adds symbols of its own";
 #endif
-    EXPECT_EQ(exported_symbols(), (std::set<std::string>{"debug_off", "debug_on", "log_close", "log_init",
-                                                         "log_write", "set_log_level"}));
+    // Without the copies that the linker makes of variables of other libraries; these carry a version.
+    EXPECT_EQ(output_of("nm --dynamic --defined-only --format=posix " + qelcd_path() +
+                        " | cut -d' ' -f1 | grep -v @ | LC_ALL=C sort | tr '\\n' ' '"),
+              "debug_off debug_on log_close log_init log_write set_log_level ");
 }
 
 TEST(exports, LibrariesBesideTheProgramGiveWayToLdLibraryPath)

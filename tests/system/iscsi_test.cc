@@ -5,6 +5,7 @@
 #include "iscsi/iface.h"
 #include "iscsi/initiator.h"
 #include "iscsi/node_record.h"
+#include "requests/channels.h"
 #include "tests/support/captured_log.h"
 #include "tests/support/eventually.h"
 #include "tests/support/files.h"
@@ -22,7 +23,7 @@ namespace {
 constexpr char iqn[] = "iqn.a:b";
 const std::string ifaces = "/var/lib/iscsi/ifaces/", nodes = "/var/lib/iscsi/nodes/", tools = "/run/tools/";
 
-// Writes down its arguments; fails when they contain the text of the file "refused", waits while there is
+// Writes down its arguments; fails if they contain the text of the file "refused", waits while there is
 // "wait".
 constexpr char recording_tool[] = R"sh(#!/bin/sh
 printf '%s\n' "iscsiadm $*" >>/run/tools/calls
@@ -53,7 +54,7 @@ qel_iscsi_node node(const optional_text &name, const char *ip = "0.0.0.0", uint1
     return {.iqn = name, .ip = inet_addr(ip), .port = htons(port)};
 }
 
-// A host with one interface beside the loopback one.
+// A host with one interface beside the loopback one, which it keeps: one test a process.
 class iscsi : public testing::Test {
 protected:
     iscsi()
@@ -61,74 +62,53 @@ protected:
         g_client = &client;
         write_file(tools + "iscsiadm", recording_tool);
         fs::permissions(tools + "iscsiadm", fs::perms::owner_all);
-        setenv("PATH", (tools + ":" + old_path).c_str(), 1);
+        setenv("PATH", (tools + ":" + getenv("PATH")).c_str(), 1);
         fs::create_directories(ifaces);
         fs::create_directories(nodes + iqn);
         add_interface("net0", {"192.0.2.7"});
         take_log();
     }
 
-    ~iscsi() override
-    {
-        output_of("ip link delete net0");
-        setenv("PATH", old_path.c_str(), 1);
-        for (const std::string &left : {tools, ifaces, nodes})
-            fs::remove_all(left);
-    }
-
-    const std::string old_path = getenv("PATH");
-    const qel_iscsi_node target = node(iqn, "10.0.0.5", 3261);
-    const qel_iscsi_node nobody = node(std::nullopt);
+    const qel_iscsi_node target = node(iqn, "10.0.0.5", 3261), nobody = node(std::nullopt);
     const qel_iscsi_node here = node(std::nullopt, "192.0.2.7");
     const qel_iscsi_node elsewhere = node(std::nullopt, "203.0.113.1"); // an address of no interface
     qel_t client;
 };
-
-// The line as it is logged, as it reaches the tool, and as it is reported when the tool fails.
-void expect_line(int (*operation)(const qel_iscsi_node *, const qel_iscsi_node *),
-                 const qel_iscsi_node &target, const qel_iscsi_node &initiator, const std::string &line)
-{
-    EXPECT_EQ(operation(&target, &initiator), 0) << line;
-    EXPECT_EQ(take_calls(), line + "\n");
-    EXPECT_NE(("\n" + take_log(LOG_DEBUG)).find("\n7 " + line + "\n"), std::string::npos) << line;
-    refuse("-m");
-    EXPECT_EQ(operation(&target, &initiator), -1) << line;
-    EXPECT_EQ(take_log(), "3 Failed to execute cmd: '" + line + "' error: 'Success'\n");
-    fs::remove(tools + "refused");
-    take_calls();
-}
 } // namespace
 
 TEST_F(iscsi, CommandLinesSayWhatIsKnown)
 {
-    const qel_iscsi_node any = node(std::nullopt, "10.0.0.5"), nowhere = node(iqn, "255.255.255.255", 3261);
+    const qel_iscsi_node nowhere = node(iqn, "255.255.255.255", 3261);
+    using operation = int (*)(const qel_iscsi_node *, const qel_iscsi_node *);
+    const operation login = qel_iscsi_login_channel, logout = qel_iscsi_logout_channel,
+                    discover = qel_iscsi_discover_target;
     const struct {
+        operation run;
         const qel_iscsi_node &target, &initiator;
-        const char *login, *logout;
+        std::string line;
     } cases[] = {
-        {target, nobody, "-p 10.0.0.5:3261 -T iqn.a:b -l", "10.0.0.5:3261 -T iqn.a:b -u"},
-        {target, here, "-p 10.0.0.5:3261 -T iqn.a:b -I qel_iface_net0 -l",
-         "10.0.0.5:3261 -T iqn.a:b -I qel_iface_net0 -u"},
-        {nowhere, nobody, "-T iqn.a:b -l", "-T iqn.a:b -u"},
-        {nowhere, here, "-T iqn.a:b -I qel_iface_net0 -l", "-T iqn.a:b -I qel_iface_net0 -u"},
-        {any, nobody, "-p 10.0.0.5 -l", "10.0.0.5 -u"},
-        {any, here, "-p 10.0.0.5 -I qel_iface_net0 -l", "10.0.0.5 -I qel_iface_net0 -u"},
-        {nobody, nobody, "-l", "-u"},
-        {nobody, here, "-I qel_iface_net0 -l", "-I qel_iface_net0 -u"},
+        {login, target, here, "node -p 10.0.0.5:3261 -T iqn.a:b -I qel_iface_net0 -l"},
+        {logout, target, here, "node 10.0.0.5:3261 -T iqn.a:b -I qel_iface_net0 -u"},
+        {login, nowhere, nobody, "node -T iqn.a:b -l"},
+        {logout, nowhere, here, "node -T iqn.a:b -I qel_iface_net0 -u"},
+        {logout, nobody, nobody, "node -u"},
+        {discover, target, nobody, "discovery -t st -p 10.0.0.5:3261"},
+        {discover, target, here, "discovery -t st -p 10.0.0.5:3261 -I qel_iface_net0"},
     };
-    const std::string base = "iscsiadm -m node ";
     for (const auto &one : cases) {
-        expect_line(qel_iscsi_login_channel, one.target, one.initiator, base + one.login);
-        expect_line(qel_iscsi_logout_channel, one.target, one.initiator, base + one.logout);
+        const std::string line = "iscsiadm -m " + one.line;
+        EXPECT_EQ(one.run(&one.target, &one.initiator), 0) << line;
+        EXPECT_EQ(take_calls(), line + "\n");
     }
-    const std::string discovery = "iscsiadm -m discovery -t st -p 10.0.0.5:3261";
-    expect_line(qel_iscsi_discover_target, target, nobody, discovery);
-    expect_line(qel_iscsi_discover_target, target, here, discovery + " -I qel_iface_net0");
-
+    refuse("-m");
+    take_log();
+    for (const size_t at : {0U, 1U, 6U}) {
+        EXPECT_EQ(cases[at].run(&target, &here), -1);
+        EXPECT_EQ(take_log(),
+                  "3 Failed to execute cmd: 'iscsiadm -m " + cases[at].line + "' error: 'Success'\n");
+    }
+    take_calls();
     EXPECT_EQ(qel_iscsi_discover_target(&nowhere, &here), -1) << "there is nobody to ask";
-    EXPECT_EQ(qel_iscsi_logout_channel(nullptr, nullptr), -1);
-    EXPECT_EQ(qel_iscsi_login_channel(&target, nullptr), -1);
-    EXPECT_EQ(take_log(), "3 tgt is NULL\n3 init is NULL\n");
     EXPECT_EQ(take_calls(), "");
 }
 
@@ -143,10 +123,8 @@ TEST_F(iscsi, NamesReachTheToolUnchangedOrNotAtAll)
         const qel_iscsi_node refused = node(name);
         take_log();
         EXPECT_EQ(qel_iscsi_login_channel(&refused, &nobody), -1);
-        const std::string line = "iscsiadm -m node -T " + name + " -l", log = take_log(LOG_DEBUG);
-        EXPECT_TRUE(log.ends_with("7 " + line + "\n3 Failed to execute cmd: '" + line +
-                                  "' error: 'Invalid argument'\n"))
-            << log;
+        EXPECT_EQ(take_log(), "3 Failed to execute cmd: 'iscsiadm -m node -T " + name +
+                                  " -l' error: 'Invalid argument'\n");
         EXPECT_EQ(take_calls(), "") << name;
     }
     EXPECT_EQ(names_in(tools), "iscsiadm ");
@@ -172,46 +150,35 @@ TEST_F(iscsi, PlainWordsAreThoseThatEveryShellTakesLiterally)
     EXPECT_EQ(shell_run("true"), 0);
 }
 
-TEST_F(iscsi, IfaceRecordBindsToTheInterfaceOfTheAddress)
+TEST_F(iscsi, IfaceRecordBindsToTheInterfaceOfTheAddressAndIsWrittenWhole)
 {
-    const std::string rest = "iface.transport_name = tcp\niface.vlan_id = 0\niface.vlan_priority = 0\n"
-                             "iface.iface_num = 0\niface.mtu = 0\niface.port = 0\n";
+    const std::string record = ifaces + "qel_iface_net0";
     optional_text name;
     EXPECT_EQ(check_before_operate(&name, &here), 0);
     EXPECT_EQ(name, "qel_iface_net0");
-    EXPECT_EQ(read_file(ifaces + "qel_iface_net0"),
-              "iface.net_ifacename = net0\niface.iscsi_ifacename = qel_iface_net0\n" + rest);
-    write_file(ifaces + "qel_iface_net0", "as the administrator wants it");
+    EXPECT_EQ(
+        read_file(record),
+        "iface.net_ifacename = net0\niface.iscsi_ifacename = qel_iface_net0\niface.transport_name = tcp\n"
+        "iface.vlan_id = 0\niface.vlan_priority = 0\niface.iface_num = 0\niface.mtu = 0\niface.port = 0\n");
+    write_file(record, "as the administrator wants it");
     EXPECT_EQ(check_before_operate(&name, &here), 0);
-    EXPECT_EQ(read_file(ifaces + "qel_iface_net0"), "as the administrator wants it");
+    EXPECT_EQ(read_file(record), "as the administrator wants it");
     EXPECT_EQ(check_before_operate(&name, &elsewhere), 0);
     EXPECT_EQ(name, "qel_iface_");
-    EXPECT_EQ(read_file(ifaces + "qel_iface_"),
-              "iface.net_ifacename = \niface.iscsi_ifacename = qel_iface_\n" + rest);
     EXPECT_EQ(names_in(ifaces), "qel_iface_ qel_iface_net0 ") << "no temporary file";
     EXPECT_EQ(check_before_operate(&name, &nobody), 0);
     EXPECT_FALSE(name) << "without address nothing is bound";
-    EXPECT_EQ(take_log(), "");
 
     output_of("ip address add 192.0.2.9/24 dev net0 label net0:/../../x");
     const qel_iscsi_node labelled = node(std::nullopt, "192.0.2.9");
     EXPECT_EQ(check_before_operate(&name, &labelled), -1) << "a label that leads out of the folder";
-    EXPECT_EQ(take_log(), "3 Failed to get iface name\n");
-}
-
-TEST_F(iscsi, IfaceRecordIsWrittenWholeOrNotAtAll)
-{
+    fs::remove(record);
     fs::create_symlink("/dev/full", ifaces + "qel_iface.back");
     EXPECT_EQ(_creat_iface(&here), -1);
-    EXPECT_EQ(names_in(ifaces), "qel_iface.back ");
-    fs::remove(ifaces + "qel_iface.back");
-    fs::create_directory(ifaces + "qel_iface_net0");
-    EXPECT_EQ(_creat_iface(&here), -1);
+    EXPECT_EQ(names_in(ifaces), "qel_iface.back qel_iface_ ");
     fs::remove_all(ifaces);
     EXPECT_EQ(_creat_iface(&here), -1);
     EXPECT_EQ(remove_iscsi_iface(), -1);
-    EXPECT_EQ(take_log(), "3 qel_iface file create failed.\n3 Failed to open file:" + ifaces +
-                              "qel_iface_net0\n3 Failed to open dir:/var/lib/iscsi/ifaces\n");
 }
 
 TEST_F(iscsi, DiscoveryLeavesTheRecordsOfItsPortalAlone)
@@ -239,25 +206,18 @@ TEST_F(iscsi, CancellingRemovesTheRecordsOfThatTargetOnly)
     write_file(nodes + "iqn.other/10.0.0.5,3260,1/default", "");
     refuse(iqn);
     EXPECT_EQ(qel_cancel_iscsi_channel_all(iqn), -1);
-    EXPECT_TRUE(take_log().ends_with("\n3 logout error\n"));
     EXPECT_EQ(names_in(nodes), "iqn.a:b iqn.other ") << "sessions still need their records";
     fs::remove(tools + "refused");
     take_calls();
     EXPECT_EQ(qel_cancel_iscsi_channel_all(iqn), 0);
-    EXPECT_EQ(qel_cancel_iscsi_channel_all(nullptr), 0);
     EXPECT_EQ(take_calls(), "iscsiadm -m node -T iqn.a:b -u\n");
     EXPECT_EQ(names_in(ifaces), "default my_qel_iface_ qel_iface.back ");
-    EXPECT_EQ(names_in(nodes), "iqn.other ");
-    EXPECT_EQ(take_log(), "");
-    for (const std::string name :
-         {"..", ".", "", "iqn.other/10.0.0.5,3260,1", "../ifaces", "/run", "iqn.a:b"}) {
-        const std::string failure = "3 Failed to open dir:/var/lib/iscsi/nodes/" + name + "\n";
-        EXPECT_EQ(remove_iscsi_node_record(name.c_str(), "10.9.9.9"), -1);
-        EXPECT_EQ(qel_remove_channel_file(name.c_str()), -1);
-        EXPECT_EQ(take_log(), failure + failure + "3 Failed to remove iscsi node files\n");
+    for (const char *name : {"..", ".", "", "iqn.other/10.0.0.5,3260,1", "../ifaces", "/run", "iqn.a:b"}) {
+        EXPECT_EQ(remove_iscsi_node_record(name, "10.9.9.9"), -1) << name;
+        EXPECT_EQ(qel_remove_channel_file(name), -1) << name;
     }
-    EXPECT_EQ(names_in(ifaces), "default my_qel_iface_ qel_iface.back ");
-    EXPECT_EQ(names_in(nodes + "iqn.other"), "10.0.0.5,3260,1 ");
+    EXPECT_EQ(names_in(ifaces + " " + nodes + "iqn.other"),
+              ifaces + ": default my_qel_iface_ qel_iface.back  " + nodes + "iqn.other: 10.0.0.5,3260,1 ");
 }
 
 TEST_F(iscsi, SessionCountsWhenTargetAndInterfaceMatch)
@@ -271,20 +231,10 @@ TEST_F(iscsi, SessionCountsWhenTargetAndInterfaceMatch)
     write_file(sessions + "session2/ifacename", "qel_iface_net0\n");
     write_file(sessions + ".session9/targetname", "iqn.hidden\n");
     EXPECT_EQ(qel_iscsi_channel_exist(&target, &here), 1);
-    EXPECT_EQ(take_log(), "") << "the last one matches: the others are not looked at";
     EXPECT_EQ(qel_iscsi_channel_exist(&target, &nobody), 1) << "bound to any interface";
-    take_log();
     EXPECT_EQ(qel_iscsi_channel_exist(&target, &elsewhere), 0);
-    EXPECT_EQ(take_log(), "3 " + sessions + "session1/targetname is not exist\n");
-    for (const optional_text &other :
-         {optional_text("iqn.a"), optional_text("iqn.hidden"), optional_text()}) {
-        const qel_iscsi_node stranger = node(other);
-        EXPECT_EQ(qel_iscsi_channel_exist(&stranger, &here), 0);
-    }
-    write_file(sessions + "session1/targetname", "");
-    take_log();
-    EXPECT_EQ(qel_iscsi_channel_exist(&target, &elsewhere), 0);
-    EXPECT_EQ(take_log(), "3 Failed to get value from " + sessions + "session1/targetname\n");
+    for (const qel_iscsi_node &stranger : {node("iqn.a"), node("iqn.hidden"), nobody})
+        EXPECT_EQ(qel_iscsi_channel_exist(&stranger, &here), 0) << stranger.iqn.value_or("none");
 }
 
 TEST_F(iscsi, EveryAddressOfTheHostIsTriedThatIsNotFiltered)
@@ -295,18 +245,12 @@ TEST_F(iscsi, EveryAddressOfTheHostIsTriedThatIsNotFiltered)
     const std::string discovery = "iscsiadm -m discovery -t st -p 10.0.0.5:3261 -I qel_iface_net0\n",
                       login = "iscsiadm -m node -p 10.0.0.5:3261 -T iqn.a:b -I qel_iface_net0 -l\n";
     const auto on_net1 = [](std::string call) { return call.replace(call.find("net0"), 4, "net1"); };
-    const std::string success = " to 'iqn.a:b'(10.0.0.5:" + std::to_string(htons(3261)) + ") successfully\n";
     EXPECT_EQ(qel_establish_iscsi_channel_auto(&target), 0);
     EXPECT_EQ(take_calls(), discovery + login + on_net1(discovery) + on_net1(login));
-    EXPECT_EQ(take_log(LOG_INFO),
-              "6 Connect from '192.0.2.7'" + success + "6 Connect from '198.51.100.7'" + success);
     refuse("qel_iface_net1 -l");
     EXPECT_EQ(qel_establish_iscsi_channel_auto(&target), 0) << "one of two";
     refuse("discovery");
-    take_calls();
     EXPECT_EQ(qel_establish_iscsi_channel_auto(&target), -1);
-    EXPECT_EQ(take_calls(), discovery + on_net1(discovery));
-    output_of("ip link delete net1");
 }
 
 TEST_F(iscsi, ChannelToTheManagerIsSetUpAgainUnderTheRecordsLock)
@@ -319,50 +263,18 @@ TEST_F(iscsi, ChannelToTheManagerIsSetUpAgainUnderTheRecordsLock)
     client.manager->target_iqn = iqn;
     write_file("/sys/class/iscsi_session/session1/targetname", "iqn.a:b\n");
     EXPECT_EQ(qel_is_iscsi_channel_login(), -1);
-    EXPECT_EQ(take_log(LOG_DEBUG), "7 tgt_iqn:iqn.a:b\n7 ISCSI channel is exit.\n");
     EXPECT_EQ(take_calls(), "") << "a session that stands is left alone";
 
     fs::remove_all("/sys/class/iscsi_session/session1");
     refuse("10.0.0.5");
     write_file(tools + "wait", "");
-    std::thread caller([] { EXPECT_EQ(qel_is_iscsi_channel_login(), 0); });
+    std::jthread caller([] { EXPECT_EQ(qel_is_iscsi_channel_login(), 0); });
     EXPECT_TRUE(eventually([] { return !read_file(tools + "calls").empty(); }));
-    const bool is_free = client.lock.try_lock();
-    EXPECT_FALSE(is_free) << "while the tool runs";
-    if (is_free)
-        client.lock.unlock();
+    const std::unique_lock held(client.lock, std::try_to_lock);
+    EXPECT_FALSE(held) << "while the tool runs";
     fs::remove(tools + "wait");
     caller.join();
-    EXPECT_EQ(take_calls().find("10.0.0.7"), std::string::npos) << "one is enough";
-    EXPECT_TRUE(take_log(LOG_INFO).ends_with(
-        "6 Connect to 'iqn.a:b'(10.0.0.6:0) success\n6 ISCSI is established successfully.\n"));
-}
-
-TEST_F(iscsi, ChannelDocument)
-{
-    const std::string start = "<Tessaron><Channel InitiatorIqn='i' TargetIqn='t'>";
-    const std::string end = "</Channel></Tessaron>";
-    const std::string names = "6 Get Initiator Iqn: i.\n6 Get Target Iqn: t.\n";
-    const std::string from = names + "6 Get Initiator IP: 192.0.2.7.\n";
-    const std::string to = from + "6 Get Target IP: 10.0.0.5.\n";
-    const struct {
-        std::string text, log;
-        optional_text portal = {}; // absent: refused
-    } cases[] = {
-        {start + "<Path InitiatorIP='192.0.2.7' TargetIP='10.0.0.5:3261'/>" + end, to, "10.0.0.5:3261"},
-        {start + "<x/><Path InitiatorIP='192.0.2.7' TargetIP='10.0.0.5'/>" + end, to, "10.0.0.5:3260"},
-        {start + "<Path InitiatorIP='192.0.2.7'/>" + end, from + "3 Failed to retrieve property TargetIP.\n"},
-        {start + end, names + "3 Failed to retrieve node Path.\n"},
-        {"<Tessaron><Channel TargetIqn='t'/></Tessaron>", "3 Failed to retrieve property InitiatorIqn.\n"},
-        {"<Tessaron/>", "3 Failed to retrieve node Channel.\n"},
-    };
-    for (const auto &one : cases) {
-        qel_iscsi_node to_fill, initiator;
-        EXPECT_EQ(xml_to_iscsinode(&to_fill, &initiator, one.text.c_str()), one.portal ? 0 : -1) << one.text;
-        EXPECT_EQ(take_log(LOG_INFO), one.log);
-        EXPECT_EQ(get_portal(&to_fill), one.portal);
-        EXPECT_EQ(to_fill.iqn, one.portal ? optional_text("t") : std::nullopt);
-        EXPECT_EQ(initiator.iqn, one.portal ? optional_text("i") : std::nullopt);
-        EXPECT_EQ(initiator.ip, one.portal ? here.ip : INADDR_ANY);
-    }
+    const std::string calls = take_calls();
+    EXPECT_NE(calls.find("10.0.0.6"), std::string::npos) << calls;
+    EXPECT_EQ(calls.find("10.0.0.7"), std::string::npos) << "one is enough";
 }

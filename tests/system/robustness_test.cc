@@ -5,16 +5,7 @@
 #include <random>
 
 namespace {
-constexpr uint32_t scan_client = 1;
-constexpr uint32_t rescan_devices = 55;
-constexpr uint32_t nop_command = 57;
-constexpr uint32_t local_list = 30010;
-
-struct usage {
-    size_t threads;
-    size_t descriptors;
-    bool operator==(const usage &) const = default;
-};
+using usage = std::pair<size_t, size_t>; // threads, descriptors
 
 usage usage_of(pid_t pid)
 {
@@ -48,16 +39,15 @@ protected:
     {
         EXPECT_TRUE(is_serving());
         EXPECT_EQ(qelcd::worker(), worker_) << "the worker did not survive";
-        EXPECT_TRUE(eventually([&] { return usage_of(worker_) == at_start_; }))
-            << "threads " << at_start_.threads << " then " << thread_count(worker_) << ", descriptors "
-            << at_start_.descriptors << " then " << descriptor_count(worker_);
+        eventually([&] { return usage_of(worker_) == at_start_; });
+        EXPECT_EQ(usage_of(worker_), at_start_);
     }
 
     void tolerate_broken_peers()
     {
-        log.tolerate("Failed to receive msg, \\d+ bytes left");
-        log.tolerate("Failed to (read|write) \\((Connection reset by peer|Broken pipe)\\)");
-        log.tolerate("Failed to send head to fd\\(\\d+\\)");
+        for (const char *line : {"Failed to receive msg, * bytes left", "Failed to read (*",
+                                 "Failed to write (*", "Failed to send head to fd(*)"})
+            log.tolerate(line);
     }
 
     pid_t worker_ = 0;
@@ -72,7 +62,7 @@ TEST_F(robustness, AnnouncedBodyThatNeverComes)
     tolerate_broken_peers();
     for (const uint32_t length : {0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFFU}) {
         const peer connection = connect_tcp();
-        connection.send(frame(request_head(nop_command, length)));
+        connection.send(frame(request_head(command::nop_command, length)));
         connection.send("<Tessaron/>");
         EXPECT_TRUE(is_serving());
         connection.finish();
@@ -85,7 +75,7 @@ TEST_F(robustness, AnnouncedBodyThatNeverComes)
 TEST_F(robustness, PeerThatVanishesInsideAFrame)
 {
     start();
-    const std::string request = frame(request_head(nop_command, 4), "body");
+    const std::string request = frame(request_head(command::nop_command, 4), "body");
     for (size_t sent = 0; sent < request.size(); sent++) {
         const size_t mark = log.size();
         const peer connection = sent % 2 ? connect_unix() : connect_tcp();
@@ -104,17 +94,17 @@ TEST_F(robustness, PeerThatHasGoneWhenItsReplyIsReady)
     world.delay("kavdisk_rescan_dev", 0.2);
     {
         const peer connection = connect_unix();
-        connection.send(frame(request_head(rescan_devices)));
+        connection.send(frame(request_head(command::rescan_devices)));
     }
     log.expect(LOG_ERR, "Failed to write (Broken pipe)");
-    log.expect_match(LOG_ERR, "Failed to send head to fd\\(\\d+\\)");
+    log.expect(LOG_ERR, "Failed to send head to fd(*)");
 }
 
 TEST_F(robustness, NonsenseFromTheNetwork)
 {
     start();
     tolerate_broken_peers();
-    log.tolerate("Received command from incompatible Tessaron server\\.");
+    log.tolerate("Received command from incompatible Tessaron server.");
     log.tolerate("Failed to allocate memory");
     std::mt19937 random(20240229);
     const auto nonsense = [&](size_t size) {
@@ -132,7 +122,7 @@ TEST_F(robustness, NonsenseFromTheNetwork)
         EXPECT_TRUE(stranger.receive().closed);
 
         const std::string body = nonsense(random() % 4096);
-        for (const uint32_t command : {scan_client, nop_command, local_list})
+        for (const uint32_t command : {command::scan_client, command::nop_command, command::local_list})
             EXPECT_TRUE(ask(command, body)) << command;
     }
 }
@@ -141,14 +131,14 @@ TEST_F(robustness, ManyConnectionsAtOnce)
 {
     start();
     constexpr size_t count = 512;
-    const std::string request = frame(request_head(nop_command));
+    const std::string request = frame(request_head(command::nop_command));
     [[maybe_unused]] const size_t mappings = mapping_count(worker_);
     std::vector<peer> peers;
     for (size_t i = 0; i < count; i++) {
         peers.push_back(connect_tcp());
         ASSERT_TRUE(peers.back().send(request.substr(0, 8))) << i;
     }
-    EXPECT_TRUE(eventually([&] { return thread_count(worker_) >= at_start_.threads + count; }));
+    EXPECT_TRUE(eventually([&] { return thread_count(worker_) >= at_start_.first + count; }));
     EXPECT_TRUE(is_serving());
     for (const peer &one : peers)
         EXPECT_TRUE(one.send(request.substr(8)));
@@ -168,7 +158,7 @@ TEST_F(robustness, NoDescriptorsLeft)
     daemon.limit_descriptors(32);
     start();
     tolerate_broken_peers();
-    log.tolerate("Failed to accept socket \\(Too many open files\\)");
+    log.tolerate("Failed to accept socket (Too many open files)");
     {
         std::vector<peer> peers;
         for (int i = 0; i < 64; i++)

@@ -3,7 +3,6 @@
 
 #include <sys/wait.h>
 
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 
@@ -17,15 +16,7 @@ protected:
         setenv("BIN", program.substr(0, program.rfind('/')).c_str(), 1);
     }
 
-    struct outcome {
-        int status;
-        std::string output; // of both streams
-        bool operator==(const outcome &) const = default;
-        friend void PrintTo(const outcome &result, std::ostream *out)
-        {
-            *out << "status " << result.status << ", output " << result.output;
-        }
-    };
+    using outcome = std::pair<int, std::string>; // exit status, and what both streams got
 
     // A shell command line in which $BIN is the folder of the programs.
     static outcome run(const std::string &command)
@@ -33,8 +24,8 @@ protected:
         FILE *pipe = popen(("exec 2>&1; " + command).c_str(), "re");
         outcome result{-1, ""};
         for (int byte = getc(pipe); byte != EOF; byte = getc(pipe))
-            result.output += static_cast<char>(byte);
-        result.status = WEXITSTATUS(pclose(pipe));
+            result.second += static_cast<char>(byte);
+        result.first = WEXITSTATUS(pclose(pipe));
         return result;
     }
 };
@@ -47,75 +38,18 @@ scripted_relationship mirror(int number, const char *state, unsigned percent, co
     return {"/dev/sda" + text, "L" + text, "M" + text, state, "Running", "Up", link, "", percent};
 }
 
-constexpr char control_path[] = "/var/tmp/control";
-constexpr char served_path[] = "/var/tmp/served";
-constexpr char report[] =
-    "<Tessaron><Client HostName=\"h\" IPs=\"192.0.2.7\"><DiskList><Disk/><Disk/><Volume/>"
-    "</DiskList></Client></Tessaron>";
-constexpr char report_text[] = "127.0.0.1 command 32 origin 0: host h [192.0.2.7], disks 2 -> ";
-constexpr char xml_head[] = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n";
-
-// A stand-in manager that serves until the test is over.
-class standin {
-public:
-    explicit standin(const std::string &options)
-        : pid_(std::stoi(output_of("$BIN/standin-manager --guid M --control " + std::string(control_path) +
-                                   " " + options + " >" + served_path + " 2>&1 & echo $!")))
-    {
-        wait_for("listening on ");
-    }
-    ~standin()
-    {
-        kill(pid_, SIGKILL);
-        EXPECT_TRUE(eventually([&] { return kill(pid_, 0) != 0; })); // its port is free then
-    }
-    standin(const standin &) = delete;
-    standin &operator=(const standin &) = delete;
-
-    // What it has printed, without the times.
-    static std::string output()
-    {
-        return std::regex_replace(read_file(served_path), std::regex("\\d\\d:\\d\\d:\\d\\d "), "");
-    }
-    static void wait_for(const std::string &text, size_t from = 0)
-    {
-        EXPECT_TRUE(eventually([&] { return output().find(text, from) != std::string::npos; }))
-            << text << " is not in " << output();
-    }
-    // With these options in its control file, or without the file.
-    void hang_up(const scripted_text &options, const std::string &expected) const
-    {
-        const size_t before = output().size();
-        remove(control_path);
-        if (options)
-            write_file(control_path, *options);
-        kill(pid_, SIGHUP);
-        wait_for(expected, before);
-    }
-
-    static peer send_report()
-    {
-        peer host = connect_tcp("127.0.0.1", 9411);
-        host.send(frame(request_head(32, strlen(report)), report));
-        return host;
-    }
-    // The status and body of the answer, in words.
-    static std::string answer(const peer &host = send_report())
-    {
-        const peer::received received = host.receive();
-        const std::optional<reply> whole = parse_reply(received.bytes);
-        return whole ? std::to_string(whole->head.ret) + " " + whole->body
-                     : std::to_string(received.bytes.size()) + " bytes";
-    }
-
-private:
-    pid_t pid_;
-};
-
-std::string manager_body(const std::string &addresses)
+// The lines of a file, of which some begin with a time of day.
+std::string without_times(const char *path)
 {
-    return std::string(xml_head) + "<Tessaron><Server ID=\"M\" IPs=\"" + addresses + "\"/></Tessaron>\n";
+    std::istringstream lines(read_file(path));
+    std::string all;
+    for (std::string line; std::getline(lines, line); all += line + "\n") {
+        if (line.size() > 9 && line[2] == ':' && line[5] == ':')
+            line.erase(0, 9);
+    }
+    return all;
 }
+
 } // namespace
 
 TEST_F(tools, QelcPrintsStatusAndAnswerAndEndsWithWhatTheyMean)
@@ -124,7 +58,7 @@ TEST_F(tools, QelcPrintsStatusAndAnswerAndEndsWithWhatTheyMean)
     world.always("kavdisk_rescan_dev", "0");
     daemon.start();
     const std::string tcp = "--host 127.0.0.1:" + std::to_string(client_port) + " ";
-    const std::string document = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<Tessaron>";
+    const std::string document = std::string(xml_head) + "<Tessaron>";
     const struct {
         std::string arguments;
         int status;
@@ -142,7 +76,6 @@ TEST_F(tools, QelcPrintsStatusAndAnswerAndEndsWithWhatTheyMean)
         {"--raw rescan_devices", 1, "qelc: status 1: failure\n"},
         {"no_command", 2, "qelc: no_command: no such command (qelc --list names them all)\n"},
         {"--host :1 57", 2, "qelc: :1: not ADDR[:PORT]\n"},
-        {"-f /nowhere 57", 2, "qelc: /nowhere: No such file or directory\n"},
         {"--socket /nowhere 57", 3, "qelc: /nowhere: No such file or directory\n"},
         {"--host 127.0.0.1:1 57", 3, "qelc: 127.0.0.1:1: Connection refused\n"},
         {"0", 3, "qelc: /var/run/qelcd.sock: the connection ended without an answer\n"},
@@ -160,11 +93,8 @@ TEST_F(tools, QelcBuildsBodiesFromOptions)
     } cases[] = {
         {"add_client --guid 'M&1' --ip 192.0.2.1 --ip 192.0.2.2",
          R"(<Server ID="M&amp;1" IPs="192.0.2.1 192.0.2.2"/>)"},
-        {"--ip 192.0.2.1 54 --target-iqn iqn.m --guid M",
-         R"(<Server ID="M" IPs="192.0.2.1" TargetIqn="iqn.m"/>)"},
         {"del_client --client-guid C --guid S", R"(<Server ID="S"/><Client ID="C"/>)"},
         {"rename_client --alias '[a, \"b\"]'", R"(<Client Alias="[a, &quot;b&quot;]"/>)"},
-        {"rename_client --alias ''", R"(<Client Alias=""/>)"},
         {"establish_channels --target-ip 192.0.2.2:3261 --initiator-ip 192.0.2.1 --target-iqn T "
          "--initiator-iqn I",
          R"(<Channel InitiatorIqn="I" TargetIqn="T"><Path InitiatorIP="192.0.2.1" TargetIP="192.0.2.2:3261"/>)"
@@ -179,19 +109,14 @@ TEST_F(tools, QelcBuildsBodiesFromOptions)
          R"(<Backup SourceType="0" Source="A"><Schedule StartTime="1935396007" IntervalSeconds="60"/></Backup>)"},
         {"schedule set --off --group g",
          R"(<Backup SourceType="1" Source="g"><Schedule StartTime="0" IntervalSeconds="0"/></Backup>)"},
-        {"schedule get --group g", R"(<Snap SourceType="1" Source="g"/>)"},
-        {"schedule delete --disk A",
-         R"(<Backup SourceType="0" Source="A"><Schedule StartTime="0" IntervalSeconds="0"/></Backup>)"},
         {"snapshot --disk A", R"(<Snap SourceType="0" Source="kav_{A}" IsCluster="0"/>)"},
         {"restore-wait V W", R"(<Snap SnapVolGUID="kav_{V}"/><Snap SnapVolGUID="kav_{W}"/>)"},
         {"group create mirrors", R"(<BGCreate BGName="mirrors" IsCluster="0"/>)"}, // a verb's name
         {"group add g A B",
          R"(<BGCreate BGName="g" IsCluster="0"><SrcDisk SrcGUID="A"/><SrcDisk SrcGUID="B"/></BGCreate>)"},
-        {"db set --instance i", R"(<DBSet DBType="0" InstanceName="i" ArchiveLog="0" IsCluster="0"/>)"},
         {"db set --user u --instance i --password-file /nowhere --oracle-home /o --archive-log",
          R"(<DBSet DBType="0" DBUser="u" DBPasswd="********" InstanceName="i" ArchiveLog="1" )"
          R"(OracleHome="/o" IsCluster="0"/>)"},
-        {"db delete --instance i", R"(<DBCfgDel InstanceName="i" IsCluster="0"/>)"},
     };
     for (const auto &one : cases)
         EXPECT_EQ(run("TZ=CET-1CEST,M3.5.0,M10.5.0/3 $BIN/qelc --print-body " + one.arguments),
@@ -203,43 +128,21 @@ TEST_F(tools, QelcBuildsBodiesFromOptions)
 
 TEST_F(tools, QelcNamesTheOptionThatDoesNotFit)
 {
-    write_file("/var/tmp/secret", "p\xff");
     const struct {
         std::string arguments;
         std::string complaint;
     } cases[] = {
-        {"add_client", "add_client: --guid is missing"},
-        {"2 --guid M", "2: --ip is missing"},
-        {"add_client --guid M --ip host", "add_client: --ip host: not ADDR"},
-        {"add_client --guid M --guid N --ip 192.0.2.1", "add_client: --guid is given more than once"},
-        {"rename_client --alias A --guid M", "rename_client: --guid does not belong to this command"},
-        {"scan_client --ip 192.0.2.1", "scan_client: --ip does not belong to this command"},
-        {"rename_client --alias A '<x/>'", "rename_client: --alias and a body exclude each other"},
-        {"rename_client --alias A -f /dev/null", "rename_client: --alias and a body exclude each other"},
-        {"establish_channels --initiator-iqn I --target-iqn T --initiator-ip 192.0.2.1 --target-ip "
-         "192.0.2.2:x",
-         "establish_channels: --target-ip 192.0.2.2:x: not ADDR[:PORT]"},
-        {"protect A=B C", "protect: C: not SRC=MIRROR"},
-        {"protect A=B --start now", "protect: --start requires --every"},
+        {"add_client --guid M --ip host", "add_client: --ip: host is not an IPv4 address"},
+        {"--alias A rename_client", "rename_client: --alias belongs after rename_client"},
+        {"protect A=B C", "protect: PAIR: C is not SRC=MIRROR"},
         {"protect A=B C=D --start 1 --every 5", "protect: --every goes with a single disk, or with --group"},
-        {"resync A --guid B", "resync: --guid does not belong to this verb"},
         {"schedule set --disk A --every 5 --start '2031-02-29 12:00'",
          "schedule set: --start: 2031-02-29 12:00 is not a time: seconds since the epoch, now, or YYYY-MM-DD "
          "HH:MM[:SS]"},
-        {"group set g", "group: its verb is missing (--help names them all)"},
-        {"group add g", "group add: GUID is missing"},
-        {"group remove g A B", "group remove: B is one word too many"},
         {"snapshot --disk A --group g", "snapshot: --disk excludes --group"},
-        {"schedule delete", "schedule delete: --disk or --group is missing"},
-        {"group list --raw --json", "group list: --raw excludes --json"},
-        {"local_list --json", "local_list: --json goes with a verb"},
         {"db set --instance i --user u </dev/null",
-         "db set: --password-file is missing, and standard input is no terminal to ask at"},
-        {"db set --instance i --user u --password-file /nowhere",
-         "db set: /nowhere: No such file or directory"},
+         "db set: --password-file is required if standard input is not a terminal"},
         {"db set --instance i --user u --password-file /dev/null", "db set: no password"},
-        {"db set --instance i --user u --password-file /var/tmp/secret",
-         "db set: the password holds characters that no document can carry"},
     };
     for (const auto &one : cases)
         EXPECT_EQ(run("$BIN/qelc " + one.arguments), (outcome{2, "qelc: " + one.complaint + "\n"}));
@@ -346,7 +249,7 @@ TEST_F(mirror_tools, MirrorsAreShownInATable)
     start(group_element("g", far_future, far_future, 90, {"L1", "L3"}),
           schedule_element(1, far_future, far_future, 7200) + schedule_element(2, past, past, 86400));
     const std::string next = "$(date -ud @" + std::to_string(past + 86400) + " '+%F %T')";
-    EXPECT_EQ(run("TZ=UTC $BIN/qelc mirrors | sed \"s/" + next + "/PAST AND A DAY/\"").output,
+    EXPECT_EQ(run("TZ=UTC $BIN/qelc mirrors | sed \"s/" + next + "/PAST AND A DAY/\"").second,
               R"(  Disk  Source  Mirror  State             Done   Next snapshot        Every  Group
   sda1  L1      M1      synchronised      100 %  2100-01-01 00:00:00  2 h
                                                  2100-01-01 00:00:00  90 s   g
@@ -366,7 +269,7 @@ TEST_F(mirror_tools, WatchFollowsSynchronisationsUntilNoneRuns)
         {{mirror(1, "Sync Finished", 100), mirror(2, "Recovery On", 5)},
          "sda1 synchronised 100 %\nsda2 recovering 5 %\n",
          "\033[1A\r  sda1  [##############################]  100 %  synchronised\033[K\r\n\r  sda2  [#...."},
-        {{mirror(1, "Sync Finished", 100)}, "sda2 no mirror any more 5 %\nended 0\n", "\033[2A\r  sda1"},
+        {{mirror(1, "Sync Finished", 100)}, "sda2 no longer a mirror 5 %\nended 0\n", "\033[2A\r  sda1"},
     };
     world.relationships(steps[0].mirrors);
     start();
@@ -378,103 +281,39 @@ TEST_F(mirror_tools, WatchFollowsSynchronisationsUntilNoneRuns)
         world.relationships(step.mirrors);
         expected += step.lines;
         EXPECT_TRUE(eventually([&] {
-            const std::string lines = read_file("/var/tmp/lines"), screen = read_file("/var/tmp/screen");
-            return std::regex_replace(lines, std::regex("..:..:.. "), "") == expected &&
-                   screen.find(step.drawn) != std::string::npos;
+            return without_times("/var/tmp/lines") == expected &&
+                   read_file("/var/tmp/screen").find(step.drawn) != std::string::npos;
         })) << step.lines;
     }
 }
 
-TEST_F(tools, StandInManagerShowsAScannedHost)
-{
-    write_config({.guid = "G"});
-    daemon.start();
-    const outcome page = run("$BIN/standin-manager scan 127.0.0.1:" + std::to_string(client_port));
-    EXPECT_EQ(page.status, 0);
-    EXPECT_NE(page.output.find("HostName    private-host\n"), std::string::npos) << page.output;
-    EXPECT_EQ(run("$BIN/standin-manager scan 127.0.0.1:1"),
-              (outcome{1, "standin-manager: 127.0.0.1:1: Connection refused\n"}));
-}
-
-TEST_F(tools, DifficultManagerDoesWhatItIsToldAndSaysSo)
-{
-    const std::string body = manager_body("127.0.0.1"); // where the report came in
-    const struct {
-        std::string options, answer, line;
-    } cases[] = {
-        {"", "0 " + body, std::string(report_text) + "0\n"},
-        {"--answer 52", "52 ", std::string(report_text) + "52\n"},
-        {"--stall 1 --answer 50", "50 ", std::string(report_text) + "stalled 1 s, 50\n"},
-        {"--cut", std::to_string((sizeof(message_head) + body.size()) / 2) + " bytes",
-         std::string(report_text) + "cut\n"},
-        {"--cut --answer 50", "8 bytes", std::string(report_text) + "cut\n"},
-        {"--refuse --answer 50", "0 bytes", "127.0.0.1 refused\n"},
-        {"--refuse --cut --stall 600 --answer 50 --chance 0", "0 " + body, std::string(report_text) + "0\n"},
-    };
-    for (const auto &one : cases) {
-        const standin manager(one.options);
-        const auto start = std::chrono::steady_clock::now();
-        EXPECT_EQ(standin::answer(), one.answer) << one.options;
-        EXPECT_EQ(one.line.find("stalled") != std::string::npos,
-                  std::chrono::steady_clock::now() - start >= 1s)
-            << one.options;
-        EXPECT_EQ(standin::output(), "listening on 0.0.0.0:9411\n" + one.line) << one.options;
-    }
-}
-
-TEST_F(tools, HangUpChangesTheManagerAndAStalledHostStopsNoOther)
-{
-    const standin manager("--stall 600 --ip 192.0.2.1");
-    const peer stalled = standin::send_report();
-    standin::wait_for("stalled 600 s, 0\n");
-
-    manager.hang_up("# better\nstall 0\n\n ip  192.0.2.8 \nip 192.0.2.9",
-                    "options read from /var/tmp/control\n");
-    EXPECT_EQ(standin::answer(), "0 " + manager_body("192.0.2.8 192.0.2.9"));
-
-    const struct {
-        scripted_text file;
-        std::string complaint;
-    } cases[] = {
-        {std::nullopt, ": No such file or directory"},
-        {"answer 50\nfoo 3\n", ":2: The following argument was not expected: --foo=3"},
-        {"answer 50\nip 192.0.2\n", ":2: --ip: 192.0.2 is not an IPv4 address"},
-        {"port 1\n", ":1: The following argument was not expected: --port=1"},
-        {"answer 50\n\nanswer\n", ":3: --answer: 1 required UINT missing"},
-        {"answer 50\nanswer 51\n", ": --answer: At Most 1 required but received 2"},
-    };
-    for (const auto &one : cases) {
-        manager.hang_up(one.file, control_path + one.complaint + ": the options stay as they were\n");
-        EXPECT_EQ(standin::answer(), "0 " + manager_body("192.0.2.8 192.0.2.9")) << one.complaint;
-    }
-
-    // What the file does not say any more is as the command line said it.
-    manager.hang_up("stall 0\nanswer 50\nrefuse false", "options read from /var/tmp/control\n");
-    EXPECT_EQ(standin::answer(), "50 ");
-    EXPECT_EQ(stalled.receive(0ms).closed, false);
-}
-
-TEST_F(tools, StandInManagerAdoptsAndReleasesAHost)
+TEST_F(tools, StandInManagerShowsAdoptsAndReleasesAHost)
 {
     write_config({.guid = "C-1", .alias = "A"});
     daemon.start();
     log.tolerate("Failed to process job"); // a beat between the adoption and the start of heartbeats
-    const standin manager("--port " + std::to_string(client_port + 1));
+    output_of("$BIN/standin-manager --guid M --port " + std::to_string(client_port + 1) +
+              " >/var/tmp/served 2>&1 &");
+    const auto served = [](const char *text) {
+        return eventually([&] { return read_file("/var/tmp/served").find(text) != std::string::npos; });
+    };
+    EXPECT_TRUE(served("listening on "));
     const std::string host = "127.0.0.1:" + std::to_string(client_port);
-    const outcome page = run("$BIN/standin-manager adopt --guid M " + host);
-    EXPECT_EQ(page.status, 0);
-    EXPECT_NE(page.output.find("ID          C-1\n"), std::string::npos) << page.output;
-    EXPECT_NE(run("$BIN/qelc --raw local_list").output.find(R"(<Manager GUID="M" IPs="127.0.0.1"/>)"),
-              std::string::npos);
-    standin::wait_for("command 32 origin 3: host private-host ");
+    const auto manage = [&](const std::string &what) {
+        return run("$BIN/standin-manager " + what + " " + host);
+    };
+    EXPECT_NE(manage("scan").second.find("HostName    private-host\n"), std::string::npos);
+    const outcome page = manage("adopt --guid M");
+    EXPECT_EQ(page.first, 0);
+    EXPECT_NE(page.second.find("ID          C-1\n"), std::string::npos) << page.second;
+    EXPECT_TRUE(served("command 32 origin 3: host private-host "));
 
     const std::string complaint = "standin-manager: " + host + ": ";
-    EXPECT_EQ(run("$BIN/standin-manager adopt " + host),
+    EXPECT_EQ(manage("adopt"),
               (outcome{1, complaint + "add_client: a manager has already adopted this client\n"}));
-    EXPECT_EQ(run("$BIN/standin-manager release --guid M --client-guid other " + host),
+    EXPECT_EQ(manage("release --guid M --client-guid other"),
               (outcome{1, complaint + "del_client: failure\n"}));
     log.expect(LOG_ERR, "Server(M) or client(other) error");
-    EXPECT_EQ(run("$BIN/standin-manager release --guid M " + host), (outcome{0, "released C-1\n"}));
-    EXPECT_EQ(run("$BIN/standin-manager release --guid M " + host),
-              (outcome{1, complaint + "get_client_info: failure\n"}));
+    EXPECT_EQ(manage("release --guid M"), (outcome{0, "released C-1\n"}));
+    EXPECT_EQ(manage("release --guid M"), (outcome{1, complaint + "get_client_info: failure\n"}));
 }

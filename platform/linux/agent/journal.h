@@ -1,0 +1,8 @@
+// The journal of all marks, /var/lib/kavcdpagt/journal, one line each.
+#pragma once
+
+#include <string>
+
+// Appends a line that begins with the current time and flushes it to disk. False after a log line; nothing is
+// then appended.
+bool append_journal(const std::string &text);

@@ -1,0 +1,100 @@
+#include "platform/linux/agent/relationship.h"
+
+#include "base/deleter.h"
+#include "platform/linux/state/mirror_hold.h"
+#include "platform/linux/state/text.h"
+#include "tw.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <memory>
+#include <thread>
+
+namespace {
+
+using std::chrono::steady_clock;
+
+constexpr std::chrono::seconds time_limit{30};
+constexpr std::chrono::milliseconds pause_between_looks{200};
+
+template <size_t Size>
+std::string text_of(const char (&text)[Size])
+{
+    return std::string(text, strnlen(text, Size));
+}
+
+const tw_relationship *find_mirror(const tw_relationship *chain, const std::string &guid)
+{
+    while (chain && text_of(chain->dest_guid) != guid)
+        chain = chain->next;
+    return chain;
+}
+
+bool is_level(const tw_relationship &relationship)
+{
+    return text_of(relationship.sync_state) == "Sync Finished" && text_of(relationship.src_link) == "Up" &&
+           text_of(relationship.dest_link) == "Up";
+}
+
+enum class outcome { level, behind, no_relationship };
+
+// Sets WHY to the mirror that is not level.
+outcome look(const std::vector<std::string> &guids, std::vector<marked_device> *mirrors, std::string *why)
+{
+    const std::unique_ptr<tw_relationship, deleter<tw_disk_stat_release>> chain(tw_disk_stat(nullptr));
+    outcome result = outcome::level;
+    mirrors->clear();
+    for (const std::string &guid : guids) {
+        const tw_relationship *found = find_mirror(chain.get(), guid);
+        if (!found) {
+            *why = escaped(guid) + " is no mirror of a disk of this host";
+            return outcome::no_relationship;
+        }
+        if (!is_level(*found)) {
+            *why = escaped(guid) + " is not level with its disk";
+            result = outcome::behind;
+        }
+        mirrors->push_back({guid, text_of(found->dest_path)});
+    }
+    return result;
+}
+
+// Another mirror library has no holds, and no folder for them.
+bool is_held_or_needs_no_hold(const unique_fd &hold)
+{
+    return hold.is_open() || errno == ENOENT;
+}
+
+// A mirror may have changed before it was held, so it is checked again.
+outcome look_and_hold(const std::vector<std::string> &guids, level_mirrors *level, std::string *why)
+{
+    const outcome first = look(guids, &level->mirrors, why);
+    if (first != outcome::level)
+        return first;
+    level->hold = try_hold_mirrors(guids);
+    if (!is_held_or_needs_no_hold(level->hold)) {
+        *why = "the mirrors cannot be held as they are: " + std::string(strerror(errno));
+        return outcome::behind;
+    }
+    const outcome second = look(guids, &level->mirrors, why);
+    if (second != outcome::level)
+        level->hold = unique_fd();
+    return second;
+}
+
+} // namespace
+
+std::optional<level_mirrors> wait_until_level(const std::vector<std::string> &guids, std::string *why)
+{
+    const auto end = steady_clock::now() + time_limit;
+    for (;;) {
+        level_mirrors level;
+        const outcome result = look_and_hold(guids, &level, why);
+        if (result == outcome::level)
+            return level;
+        if (result == outcome::no_relationship || steady_clock::now() >= end)
+            return std::nullopt;
+        std::this_thread::sleep_for(pause_between_looks);
+    }
+}

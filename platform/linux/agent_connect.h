@@ -1,7 +1,0 @@
-// Whether a database can be reached.
-#pragma once
-
-#include <string>
-
-// Opens a TCP connection and closes it again, all within five seconds. False with the reason in WHY.
-bool can_connect(const std::string &host, const std::string &port, std::string *why);

@@ -1,0 +1,274 @@
+#include "platform/linux/mirror/engine.h"
+
+#include "platform/linux/host/sysfs.h"
+#include "platform/linux/host/weak_log.h"
+#include "platform/linux/mirror/rules.h"
+#include "platform/linux/mirror/worker.h"
+#include "platform/linux/state/lock.h"
+
+#include <cerrno>
+#include <cstring>
+#include <map>
+#include <memory>
+
+namespace {
+
+constexpr off_t place_of_owner = 1;
+
+struct engine {
+    std::mutex lock;
+    unique_fd ownership;
+    std::map<std::string, std::shared_ptr<mirror>> mirrors; // by source
+};
+
+// Never destroyed, because its threads run until the process ends.
+engine &the_engine()
+{
+    static auto *one = new engine;
+    return *one;
+}
+
+// The caller holds the engine's lock.
+bool is_taken(const engine &all, const std::string &guid)
+{
+    for (const auto &[src_guid, one] : all.mirrors) {
+        const std::lock_guard held(one->lock);
+        if (src_guid == guid || one->record.dest_guid == guid)
+            return true;
+    }
+    return false;
+}
+
+bool take_over_mirrors(engine &all)
+{
+    const auto records = load_mirrors(bad_files::set_aside);
+    if (!records)
+        return false;
+    for (const mirror_record &record : *records) {
+        if (is_taken(all, record.src_guid) || is_taken(all, record.dest_guid)) {
+            log_error("Relationship %s -> %s shares a disk with another one", record.src_guid.c_str(),
+                      record.dest_guid.c_str());
+            set_aside_mirror(record);
+            continue;
+        }
+        auto one = std::make_shared<mirror>();
+        one->record = record;
+        one->copied = record.position;
+        all.mirrors.emplace(record.src_guid, std::move(one));
+    }
+    return true;
+}
+
+// A worker that could not be started is started at the next call.
+void start_workers(engine &all)
+{
+    for (const auto &[src_guid, one] : all.mirrors) {
+        std::unique_lock held(one->lock);
+        const bool needs_one = !one->worker && !one->leaving;
+        held.unlock();
+        if (needs_one)
+            start_worker(*one);
+    }
+}
+
+enum class role { owner, reader, no_folder, failed };
+
+// The caller holds the engine's lock.
+role take_role(engine &all)
+{
+    if (!all.ownership.is_open()) {
+        unique_fd ownership = try_lock_places(twinvault, {place_of_owner});
+        if (!ownership.is_open() && errno != EAGAIN && errno != ENOENT)
+            log_error("Cannot lock %s: %s", twinvault.path, strerror(errno));
+        if (!ownership.is_open())
+            return errno == EAGAIN ? role::reader : errno == ENOENT ? role::no_folder : role::failed;
+        if (!take_over_mirrors(all))
+            return role::failed;
+        all.ownership = std::move(ownership);
+    }
+    start_workers(all);
+    return role::owner;
+}
+
+const char *reason_of(role role)
+{
+    return role == role::reader ? "another process runs the mirrors of this host"
+                                : "the mirrors of this host cannot be read";
+}
+
+// The mirror, if this process may change it; null after a log line.
+std::shared_ptr<mirror> find_mirror(const char *purpose, const std::string &src_guid)
+{
+    engine &all = the_engine();
+    const std::lock_guard held(all.lock);
+    const role mine = take_role(all);
+    const auto found = all.mirrors.find(src_guid);
+    if (mine == role::owner && found != all.mirrors.end())
+        return found->second;
+    const bool is_unknown = mine == role::owner || mine == role::no_folder;
+    log_error("Cannot %s disk %s: %s", purpose, escaped(src_guid).c_str(),
+              is_unknown ? "it has no mirror" : reason_of(mine));
+    return nullptr;
+}
+
+// The caller holds the mirror's lock. False after a log line.
+bool change_state(mirror &one, const char *purpose, sync_state state, uint64_t position)
+{
+    mirror_record changed = one.record;
+    changed.state = state;
+    changed.position = position;
+    if (one.leaving || !save_mirror(changed)) {
+        log_error("Cannot %s disk %s", purpose, one.record.src_guid.c_str());
+        return false;
+    }
+    one.record = changed;
+    ++one.orders;
+    one.changed.notify_all();
+    return true;
+}
+
+// "" if both may be used.
+std::string objection_to(const std::string &src_guid, const std::string &dest_guid)
+{
+    for (const std::string &guid : {src_guid, dest_guid}) {
+        if (guid.empty() || guid.size() > longest_guid_text)
+            return "a GUID has 1 to " + std::to_string(longest_guid_text) + " characters";
+    }
+    if (src_guid == dest_guid)
+        return "a disk cannot be its own mirror";
+    engine &all = the_engine();
+    const std::lock_guard held(all.lock);
+    const role mine = take_role(all);
+    if (mine == role::reader || mine == role::failed)
+        return reason_of(mine);
+    for (const std::string &guid : {src_guid, dest_guid}) {
+        if (is_taken(all, guid))
+            return "disk " + guid + " is in a mirror relationship already";
+    }
+    return "";
+}
+
+std::string add_mirror(const mirror_record &record)
+{
+    if (!make_state_folder(twinvault))
+        return "the relationship cannot be kept";
+    // Check again: if the folder is new, another process may have been faster.
+    std::string why = objection_to(record.src_guid, record.dest_guid);
+    if (!why.empty())
+        return why;
+    engine &all = the_engine();
+    const std::lock_guard held(all.lock);
+    if (!save_mirror(record))
+        return "the relationship cannot be kept";
+    auto one = std::make_shared<mirror>();
+    one->record = record;
+    if (!start_worker(*one)) {
+        forget_mirror(record);
+        return "it would have no worker";
+    }
+    all.mirrors.emplace(record.src_guid, std::move(one));
+    return "";
+}
+
+// A mirror is level only if its source's counter has not moved since; the worker may not have noticed yet.
+mirror_view view_of(const mirror_record &record, uint64_t copied)
+{
+    mirror_view view = {record, 0};
+    if (record.state == sync_state::level) {
+        const auto mark = read_write_mark(disk_name_of(record.src_path));
+        copied = mark && mark != record.mark ? 0 : record.size;
+        view.record.state = copied == 0 ? sync_state::recovering : sync_state::level;
+    }
+    view.percent = percent_of(view.record, copied);
+    return view;
+}
+
+} // namespace
+
+std::vector<mirror_view> list_mirrors()
+{
+    std::vector<mirror_view> views;
+    engine &all = the_engine();
+    const std::lock_guard held(all.lock);
+    const role mine = take_role(all);
+    for (const auto &[src_guid, one] : all.mirrors) {
+        const std::lock_guard held_one(one->lock);
+        views.push_back(view_of(one->record, one->copied));
+        if (views.back().record.state != one->record.state)
+            one->changed.notify_all();
+    }
+    if (mine != role::reader)
+        return views;
+    const auto records = load_mirrors(bad_files::left_alone);
+    for (const mirror_record &record : records.value_or(std::vector<mirror_record>{}))
+        views.push_back(view_of(record, record.position));
+    return views;
+}
+
+bool protect_disk(const std::string &src_guid, const std::string &dest_guid)
+{
+    // Looking at disks can take seconds, so it is done without the engine's lock.
+    static std::mutex one_at_a_time;
+    const std::lock_guard held(one_at_a_time);
+    std::string why = objection_to(src_guid, dest_guid);
+    const auto record = why.empty() ? new_relationship(src_guid, dest_guid, &why) : std::nullopt;
+    if (record)
+        why = add_mirror(*record);
+    if (why.empty()) {
+        log_info("Disk %s is mirrored to %s", src_guid.c_str(), dest_guid.c_str());
+        return true;
+    }
+    log_error("Cannot mirror disk %s to %s: %s", escaped(src_guid).c_str(), escaped(dest_guid).c_str(),
+              why.c_str());
+    return false;
+}
+
+bool unprotect_disk(const std::string &src_guid)
+{
+    const auto one = find_mirror("remove the protection of", src_guid);
+    if (!one)
+        return false;
+    {
+        const std::lock_guard held(one->lock);
+        if (std::exchange(one->leaving, true)) {
+            log_error("The protection of disk %s is being removed already", src_guid.c_str());
+            return false;
+        }
+    }
+    end_worker(*one);
+    engine &all = the_engine();
+    const std::lock_guard held(all.lock);
+    if (!forget_mirror(one->record)) {
+        const std::lock_guard held_one(one->lock);
+        one->leaving = false; // the next call starts its worker again
+        return false;
+    }
+    all.mirrors.erase(src_guid);
+    log_info("Disk %s is mirrored no more", src_guid.c_str());
+    return true;
+}
+
+bool resync_disk(const std::string &src_guid)
+{
+    const char purpose[] = "resynchronise";
+    const auto one = find_mirror(purpose, src_guid);
+    if (!one)
+        return false;
+    const std::lock_guard held(one->lock);
+    if (!change_state(*one, purpose, sync_state::copying, 0))
+        return false;
+    one->copied = 0;
+    return true;
+}
+
+bool stop_resync(const std::string &src_guid)
+{
+    const char purpose[] = "stop the synchronisation of";
+    const auto one = find_mirror(purpose, src_guid);
+    if (!one)
+        return false;
+    const std::lock_guard held(one->lock);
+    const sync_state state = view_of(one->record, 0).record.state;
+    const bool is_under_way = state == sync_state::copying || state == sync_state::recovering;
+    return !is_under_way || change_state(*one, purpose, sync_state::cancelled, one->record.position);
+}

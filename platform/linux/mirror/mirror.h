@@ -1,0 +1,18 @@
+// A mirror relationship in the process that runs the mirrors, shared by its worker thread and callers.
+#pragma once
+
+#include "platform/linux/mirror/monotonic_condition.h"
+#include "platform/linux/mirror/record.h"
+
+#include <mutex>
+#include <optional>
+
+struct mirror {
+    std::mutex lock; // guards all members below; held while the record is saved, so that saves are in order
+    monotonic_condition changed; // signalled when orders or leaving change
+    mirror_record record;        // as saved, unless saving failed
+    uint64_t copied = 0;         // how far the worker has copied, at or beyond the record's position
+    unsigned orders = 0;         // counts resyncs and stops: a copy that began under another number must end
+    bool leaving = false;        // the worker must end
+    std::optional<pthread_t> worker;
+};

@@ -1,0 +1,126 @@
+#include "tw.h"
+
+#include "platform/linux/devices/scsi_guid.h"
+#include "platform/linux/host/sysfs.h"
+#include "platform/linux/host/weak_log.h"
+#include "platform/linux/mirror/engine.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+
+#define EXPORTED extern "C" __attribute__((visibility("default")))
+
+namespace {
+
+const char *shown(const char *text)
+{
+    return text ? text : "(none)";
+}
+
+// The folder in sysfs of the disk with that node or a link to it. Null with errno if the path does not exist.
+std::optional<std::string> sysfs_folder(const char *path)
+{
+    char real[PATH_MAX];
+    if (!realpath(path, real))
+        return std::nullopt;
+    return "/sys/block/" + disk_name_of(real);
+}
+
+// Cuts FROM to the size of TO, which is zeroed, so it stays terminated.
+template <size_t Size>
+void set_text(char (&to)[Size], const std::string &from)
+{
+    memcpy(to, from.data(), std::min(from.size(), Size - 1));
+}
+
+tw_relationship *make_relationship(const mirror_view &view)
+{
+    auto *one = static_cast<tw_relationship *>(calloc(1, sizeof(tw_relationship)));
+    if (!one)
+        return nullptr;
+    one->percent = view.percent;
+    set_text(one->sync_state, text_of(view.record.state));
+    set_text(one->status, "Running");
+    set_text(one->src_link, view.record.src_is_up ? "Up" : "Down");
+    set_text(one->src_path, view.record.src_path);
+    set_text(one->src_guid, view.record.src_guid);
+    set_text(one->dest_link, view.record.dest_is_up ? "Up" : "Down");
+    set_text(one->dest_path, view.record.dest_path);
+    set_text(one->dest_guid, view.record.dest_guid);
+    return one;
+}
+
+} // namespace
+
+EXPORTED tw_relationship *tw_disk_stat(const char *guid)
+{
+    tw_relationship *first = nullptr;
+    tw_relationship **end = &first;
+    for (const mirror_view &view : list_mirrors()) {
+        if (guid && view.record.src_guid != guid)
+            continue;
+        *end = make_relationship(view);
+        if (!*end) {
+            log_error("Cannot list the mirrors: %s", strerror(ENOMEM));
+            break;
+        }
+        end = &(*end)->next;
+    }
+    return first;
+}
+
+EXPORTED void tw_disk_stat_release(tw_relationship *chain)
+{
+    while (chain) {
+        tw_relationship *next = chain->next;
+        free(chain);
+        chain = next;
+    }
+}
+
+EXPORTED int tw_disk_protect(const char *local_guid, const char *mirror_guid)
+{
+    return protect_disk(shown(local_guid), shown(mirror_guid)) ? 0 : -1;
+}
+
+EXPORTED int tw_disk_unprotect(const char *local_guid)
+{
+    return unprotect_disk(shown(local_guid)) ? 0 : -1;
+}
+
+EXPORTED int tw_disk_resync(const char *local_guid, int /*flag*/)
+{
+    return resync_disk(shown(local_guid)) ? 0 : -1;
+}
+
+EXPORTED int tw_disk_stop_sync(const char *local_guid)
+{
+    return stop_resync(shown(local_guid)) ? 0 : -1;
+}
+
+EXPORTED int tw_scsi_get_guid(const char *path, char *buffer, int size)
+{
+    if (!path || !buffer || size <= 0) {
+        log_error("Cannot read the SCSI GUID of %s: no path or no buffer", shown(path));
+        return -1;
+    }
+    const auto folder = sysfs_folder(path);
+    if (!folder) {
+        log_error("Cannot read the SCSI GUID of %s: %s", path, strerror(errno));
+        return -1;
+    }
+    const auto guid = read_scsi_guid(*folder);
+    if (!guid) {
+        log_error("Disk %s has no SCSI GUID", path);
+        return -1;
+    }
+    if (guid->size() >= static_cast<size_t>(size)) {
+        log_error("The SCSI GUID of disk %s, %s, does not fit into %d bytes", path, guid->c_str(), size);
+        return -1;
+    }
+    memcpy(buffer, guid->c_str(), guid->size() + 1);
+    return 0;
+}

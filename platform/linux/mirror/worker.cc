@@ -1,0 +1,72 @@
+#include "platform/linux/mirror/worker.h"
+
+#include "platform/linux/host/weak_log.h"
+#include "platform/linux/mirror/copy.h"
+
+#include <csignal>
+#include <cstring>
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr std::chrono::milliseconds watch_period = 1s;
+constexpr std::chrono::milliseconds search_period = 2s;
+
+// Waits until the next check of source and links is due, or an order comes. False if the worker must end.
+bool rest(mirror &one, unsigned *seen)
+{
+    std::unique_lock held(one.lock);
+    const bool are_up = one.record.src_is_up && one.record.dest_is_up;
+    if (!one.leaving && one.orders == *seen)
+        one.changed.wait(held, are_up ? watch_period : search_period);
+    *seen = one.orders;
+    return !one.leaving;
+}
+
+void *work(void *argument)
+{
+    mirror &one = *static_cast<mirror *>(argument);
+    mirror_ends ends;
+    unsigned seen = 0;
+    do {
+        if (find_disks(one, ends))
+            copy_what_is_due(one, ends);
+    } while (rest(one, &seen));
+    return nullptr;
+}
+
+} // namespace
+
+bool start_worker(mirror &one)
+{
+    // Signals are blocked here: the program's own threads may rely on receiving them.
+    sigset_t all;
+    sigset_t former;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &former);
+    pthread_t thread{};
+    const int error = pthread_create(&thread, nullptr, work, &one);
+    pthread_sigmask(SIG_SETMASK, &former, nullptr);
+    const std::lock_guard held(one.lock);
+    if (error == 0) {
+        pthread_setname_np(thread, "mirror");
+        one.worker = thread;
+    } else {
+        log_error("Cannot start the worker of mirror %s: %s", one.record.dest_guid.c_str(), strerror(error));
+    }
+    return error == 0;
+}
+
+void end_worker(mirror &one)
+{
+    std::optional<pthread_t> worker;
+    {
+        const std::lock_guard held(one.lock);
+        one.leaving = true;
+        one.changed.notify_all();
+        worker = std::exchange(one.worker, std::nullopt);
+    }
+    if (worker)
+        pthread_join(*worker, nullptr);
+}

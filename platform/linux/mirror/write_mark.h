@@ -1,0 +1,18 @@
+// How much of a disk has been written or discarded so far, as the kernel counts it (the kernel's
+// Documentation/block/stat.rst). If two marks are equal, the disk has not changed between them.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+struct write_mark {
+    std::string boot;     // the counter restarts with the system
+    std::string disk;     // and with the device; "" if the kernel does not number devices
+    uint64_t sectors = 0; // written and discarded, as far as that has reached the disk
+
+    bool operator==(const write_mark &) const = default;
+};
+
+// NAME is a kernel name. Null if the disk is gone or has no counters.
+std::optional<write_mark> read_write_mark(const std::string &name);

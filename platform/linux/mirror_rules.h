@@ -1,8 +1,0 @@
-// Which two disks may become a mirror relationship.
-#pragma once
-
-#include "platform/linux/mirror_record.h"
-
-// The relationship, not saved yet. Null with the reason.
-std::optional<mirror_record> new_relationship(const std::string &src_guid, const std::string &dest_guid,
-                                              std::string *why);

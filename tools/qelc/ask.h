@@ -1,0 +1,32 @@
+// What all parts of qelc share: asking the daemon, and error messages.
+#pragma once
+
+#include "tools/common/exchange.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+enum exit_status { exit_ok = 0, exit_refused = 1, exit_usage = 2, exit_no_answer = 3 };
+
+// Where the daemon is, and how it is asked.
+struct peer_options {
+    std::string host; // ADDR[:PORT]; "": by the local socket
+    std::string socket_path = "/var/run/qelcd.sock";
+    uint16_t origin = 0;
+    unsigned timeout = 120; // seconds
+};
+
+// Complains on standard error. Returns STATUS.
+int fail(int status, const std::string &what, const std::string &why);
+
+// Complains about an answer of an unexpected form. Returns exit_no_answer.
+int fail_unreadable();
+
+// Sends one command over a connection of its own and returns the answer. On failure complains and returns
+// null; STATUS is then what the program ends with.
+std::unique_ptr<request> ask(const peer_options &peer, uint32_t code, const optional_text &body, int &status);
+
+// Prints the answer for a person to read, or with RAW only its body, unchanged. Returns what the program ends
+// with.
+int print_answer(const request &reply, bool raw);

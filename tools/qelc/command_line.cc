@@ -1,0 +1,208 @@
+#include "tools/qelc/command_line.h"
+
+#include "tools/qelc/help.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <charconv>
+
+namespace {
+// --- Declarations ------------------------------------------------------------------------------------
+
+CLI::Option *add_body(CLI::App &app, options &wanted)
+{
+    return app.add_option("body", wanted.body_words, "body of the request, sent as it is")->type_name("XML");
+}
+
+void add_general_options(CLI::App &app, options &wanted)
+{
+    app.set_help_flag("-h,--help", "print this help");
+    auto *command = app.add_option("command", wanted.command, "name or code of the command");
+    command->type_name("NAME|CODE");
+    CLI::Option *body = add_body(app, wanted);
+    app.add_option("-f,--file", wanted.body_file, "read the body from a file, - for standard input")
+        ->type_name("PATH")
+        ->excludes(body);
+    app.add_option("--host", wanted.peer.host, "send over TCP instead of the local socket")
+        ->type_name("ADDR[:PORT]");
+    app.add_option("--socket", wanted.peer.socket_path, "path of the local socket")
+        ->type_name("PATH")
+        ->capture_default_str();
+    app.add_option("--origin", wanted.peer.origin, "sender tag of the request")
+        ->type_name("NUMBER")
+        ->capture_default_str();
+    app.add_option("--timeout", wanted.peer.timeout, "how long to wait for an answer, 0: forever")
+        ->type_name("SECONDS")
+        ->capture_default_str();
+    auto *raw = app.add_flag("--raw", wanted.raw, "print only the body of the answer, unchanged");
+    app.add_flag("--json", wanted.json, "print a verb's answer as JSON, for programs")->excludes(raw);
+    app.add_flag("--print-body", wanted.print_body, "print the body of the request, send nothing");
+    app.add_flag("--list", wanted.list, "list all commands and statuses, send nothing")->excludes(command);
+}
+
+CLI::App &add_subcommand(CLI::App &app, const std::string &name, const char *description, const char *group)
+{
+    return *app.add_subcommand(name, description)->group(group)->fallthrough();
+}
+
+// A body that is given as such takes the place of the options, also of those that are required.
+void add_body_command(CLI::App &app, const body_command &one, options &wanted)
+{
+    CLI::App &command = add_subcommand(app, name_of(one.code), one.description, "Commands with options");
+    command.alias(std::to_string(one.code));
+    one.add_options(command, wanted.for_command);
+    const std::vector<CLI::Option *> declared = command.get_options();
+    CLI::Option *file = app.get_option("--file");
+    CLI::Option *body = add_body(command, wanted)->excludes(file);
+    for (CLI::Option *given : {body, file}) {
+        for (CLI::Option *option : declared)
+            given->excludes(option);
+        given->each([declared](const std::string & /*value*/) {
+            for (CLI::Option *option : declared)
+                option->required(false);
+        });
+    }
+}
+
+// Adds the verbs whose names are FRONT and one word.
+void add_verbs(CLI::App &app, const std::string &front, options &wanted)
+{
+    for (const std::span<const verb> family : verb_families()) {
+        for (const verb &one : family) {
+            const std::string name = one.name;
+            if (name.starts_with(front) && name.find(' ', front.size()) == std::string::npos)
+                one.add_options(add_subcommand(app, name.substr(front.size()), one.description, "Verbs"),
+                                wanted.for_verb);
+        }
+    }
+}
+
+void declare(CLI::App &app, options &wanted)
+{
+    add_general_options(app, wanted);
+    app.require_subcommand(0, 1);
+    for (const body_command &one : body_commands())
+        add_body_command(app, one, wanted);
+    add_verbs(app, "", wanted);
+    for (const verb_kind &kind : verb_kinds()) {
+        CLI::App &subcommand = add_subcommand(app, kind.name, kind.description, "Verbs");
+        subcommand.require_subcommand(1);
+        add_verbs(subcommand, kind.name + std::string(" "), wanted);
+    }
+}
+
+// --- What was given ----------------------------------------------------------------------------------
+
+// The innermost subcommand on the command line; APP itself if there is none.
+const CLI::App &parsed_app(const CLI::App &app)
+{
+    const std::vector<CLI::App *> subcommands = app.get_subcommands();
+    return subcommands.empty() ? app : parsed_app(*subcommands.front());
+}
+
+std::optional<uint32_t> find_code(const std::string &command)
+{
+    for (const command_name &known : command_names) {
+        if (command == known.name)
+            return known.code;
+    }
+    uint32_t code = 0;
+    const char *last = command.data() + command.size();
+    const auto [end, failure] = std::from_chars(command.data(), last, code);
+    return failure == std::errc() && end == last ? std::optional(code) : std::nullopt;
+}
+
+// An argument that belongs to nothing; "" for none.
+std::string unknown_argument(const CLI::App &app)
+{
+    for (const std::string &argument : app.remaining(true)) {
+        if (argument != "--")
+            return argument;
+    }
+    return "";
+}
+
+// An option that has more values than it takes, of APP or of those above it; "" for none.
+std::string repeated_option(const CLI::App &app)
+{
+    for (const CLI::Option *option : app.get_options()) {
+        const int most = option->get_items_expected_max();
+        if (most > 0 && option->count() > static_cast<size_t>(most))
+            return option->get_name();
+    }
+    return app.get_parent() ? repeated_option(*app.get_parent()) : "";
+}
+
+// What is wrong with the command line; "" for nothing. FAILURE is what the parser says.
+std::string complaint_about(const CLI::App &app, const options &wanted, const std::string &failure)
+{
+    const CLI::App &last = parsed_app(app);
+    const bool is_command = wanted.with_options || (&last == &app && !wanted.command.empty());
+    if (is_command && !find_code(wanted.command))
+        return "no such command (qelc --list names them all)";
+    // What the parser finds missing may be so because of an unknown argument.
+    std::string stray = unknown_argument(app);
+    if (stray.empty() && wanted.given_verb)
+        stray = !wanted.command.empty() ? wanted.command : !wanted.body_file.empty() ? "--file" : "";
+    if (stray.starts_with("--") && &last != &app && last.get_option_no_throw(stray))
+        return stray + " belongs after " + full_name_of(last);
+    if (!stray.empty())
+        return stray + " does not belong " +
+               (wanted.given_verb ? "to this verb"
+                : is_command      ? "to this command"
+                                  : "here");
+    if (last.get_require_subcommand_min() > 0 && last.get_subcommands().empty())
+        return "a verb is required (--help lists them)";
+    if (!failure.empty()) {
+        const std::string repeated = repeated_option(last);
+        return repeated.empty() ? failure : repeated + " is given more than once";
+    }
+    if (is_command && wanted.json)
+        return "--json goes with a verb";
+    return wanted.given_verb ? wanted.given_verb->complaint(wanted.for_verb) : "";
+}
+
+const body_command *find_body_command(const std::string &name)
+{
+    const auto commands = body_commands();
+    const auto found = std::ranges::find(
+        commands, name, [](const body_command &one) { return std::string(name_of(one.code)); });
+    return found == commands.end() ? nullptr : &*found;
+}
+} // namespace
+
+std::optional<int> parse_command_line(int argc, const char *const *argv, options &wanted)
+{
+    CLI::App app{"Sends one command to a qelcd daemon and prints the status and the answer.\n"
+                 "Exit status: 0 if the status is 0, 1 if it is another, 2 after a usage error,\n"
+                 "3 if there was no answer.",
+                 "qelc"};
+    app.formatter(help_format());
+    declare(app, wanted);
+    std::string failure;
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp &) {
+        fputs(app.help().c_str(), stdout);
+        return exit_ok;
+    } catch (const CLI::ParseError &error) {
+        failure = error.what();
+    }
+
+    const std::string name = full_name_of(parsed_app(app));
+    wanted.given_verb = find_verb(name);
+    wanted.with_options = find_body_command(name);
+    if (wanted.with_options)
+        wanted.command = name;
+    const std::string subject = name.empty() ? wanted.command : name;
+    if (const std::string complaint = complaint_about(app, wanted, failure); !complaint.empty())
+        return fail(exit_usage, subject.empty() ? "command line" : subject, complaint);
+    if (subject.empty() && !wanted.list) {
+        fputs(app.help().c_str(), stderr);
+        return exit_usage;
+    }
+    wanted.code = wanted.given_verb ? wanted.given_verb->code : find_code(wanted.command).value_or(0);
+    if (wanted.given_verb && wanted.given_verb->seconds && app.count("--timeout") == 0)
+        wanted.peer.timeout = std::max(wanted.peer.timeout, wanted.given_verb->seconds(wanted.for_verb));
+    return std::nullopt;
+}

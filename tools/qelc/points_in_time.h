@@ -1,0 +1,18 @@
+// Points in time as a person writes and reads them, in the time zone of this process.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+constexpr char point_in_time_forms[] = "seconds since the epoch, now, or YYYY-MM-DD HH:MM[:SS]";
+
+// Seconds since the epoch, more than 0. None for a text in another form, or for a time that the calendar or
+// the clock skips.
+std::optional<uint64_t> parse_point_in_time(const std::string &text);
+
+// "2031-05-01 12:00:00"; the number itself if it is too large for a date.
+std::string local_time_text(uint64_t seconds);
+
+// "90 s", "10 min", "1 h", "2 d": in the largest unit that divides it.
+std::string interval_text(uint32_t seconds);

@@ -1,0 +1,215 @@
+#include "tools/qelc/subcommand_options.h"
+
+#include "tools/common/exchange.h"
+#include "tools/qelc/points_in_time.h"
+
+#include <CLI/CLI.hpp>
+#include <charconv>
+
+namespace {
+// --- Values: each returns what is wrong, "" for nothing ----------------------------------------------
+
+std::string check_point_in_time(const std::string &text)
+{
+    return parse_point_in_time(text) ? "" : text + " is not a time: " + point_in_time_forms;
+}
+
+std::string check_seconds(const std::string &text)
+{
+    uint32_t seconds = 0;
+    const char *last = text.data() + text.size();
+    const auto [end, failure] = std::from_chars(text.data(), last, seconds);
+    const bool fits = failure == std::errc() && end == last && seconds > 0;
+    return fits ? "" : text + " is not a number of seconds";
+}
+
+std::string check_not_empty(const std::string &text)
+{
+    return text.empty() ? "must not be empty" : "";
+}
+
+std::string check_pair(const std::string &text)
+{
+    const size_t sign = text.find('=');
+    const bool fits = sign != std::string::npos && sign > 0 && sign + 1 < text.size();
+    return fits ? "" : text + " is not SRC=MIRROR";
+}
+
+std::string check_portal(const std::string &text)
+{
+    constexpr uint16_t iscsi_port = 3260;
+    const std::optional<endpoint> portal = parse_endpoint(text, iscsi_port);
+    return portal && is_address(portal->host) ? "" : text + " is not ADDR[:PORT]";
+}
+
+// --- Options of several subcommands ------------------------------------------------------------------
+
+CLI::Option *add_group(CLI::App &app, verb_options &given, const char *description)
+{
+    return app.add_option("--group", given.group, description)->type_name("NAME")->check(check_not_empty);
+}
+
+void add_times(CLI::App &app, verb_options &given)
+{
+    auto *start = app.add_option("--start", given.start, "time of the first snapshot");
+    start->type_name("T")->check(check_point_in_time);
+    auto *every = app.add_option("--every", given.every, "seconds from one snapshot to the next");
+    every->type_name("SECONDS")->check(check_seconds)->needs(start);
+    start->needs(every);
+    app.footer(std::string("T is a time: ") + point_in_time_forms + ".\n");
+}
+
+// The last words of a verb, as many as there are.
+CLI::Option *add_disks(CLI::App &app, verb_options &given, const char *name, const char *description)
+{
+    return app.add_option(name, given.disks, description)->type_name("")->check(check_not_empty);
+}
+
+CLI::Option *add_text(CLI::App &app, const char *name, std::string &text, const char *type,
+                      const char *description)
+{
+    return app.add_option(name, text, description)->type_name(type)->required();
+}
+} // namespace
+
+// --- Of verbs ----------------------------------------------------------------------------------------
+
+void add_no_options(CLI::App & /*app*/, verb_options & /*given*/) {}
+
+void add_pairs(CLI::App &app, verb_options &given)
+{
+    app.add_option("PAIR", given.disks, "GUID of a disk of the host, and of its mirror")
+        ->type_name("SRC=MIRROR")
+        ->check(check_pair)
+        ->required();
+    add_group(app, given,
+              "roll all back if one fails, and give the schedule\n"
+              "to this group");
+    add_times(app, given);
+}
+
+void add_sources(CLI::App &app, verb_options &given)
+{
+    add_disks(app, given, "SRC", "GUID of a protected disk")->required();
+}
+
+void add_mirrors_options(CLI::App &app, verb_options &given)
+{
+    app.add_option("--watch", given.watch,
+                   "follow the running synchronisations to their end;\n"
+                   "asks the host again after SECONDS (2)")
+        ->option_text("[SECONDS]")
+        ->expected(0, 1)
+        ->default_str("2")
+        ->check(check_seconds)
+        ->excludes(app.get_parent()->get_option("--raw"))
+        ->excludes(app.get_parent()->get_option("--json"));
+}
+
+void add_volumes(CLI::App &app, verb_options &given)
+{
+    add_disks(app, given, "GUID", "GUID of a volume that the host is to see")->required();
+}
+
+void add_disk_or_group(CLI::App &app, verb_options &given)
+{
+    auto *disk = app.add_option("--disk", given.disk, "a protected disk");
+    disk->type_name("GUID")->check(check_not_empty);
+    add_group(app, given, "a consistency group")->excludes(disk);
+}
+
+void add_schedule_options(CLI::App &app, verb_options &given)
+{
+    add_disk_or_group(app, given);
+    add_times(app, given);
+    app.add_flag("--off", given.off, "take no more snapshots")
+        ->excludes(app.get_option("--start"))
+        ->excludes(app.get_option("--every"));
+}
+
+void add_group_name(CLI::App &app, verb_options &given)
+{
+    app.add_option("NAME", given.group, "name of the group")
+        ->type_name("")
+        ->check(check_not_empty)
+        ->required();
+}
+
+void add_group_and_any_disks(CLI::App &app, verb_options &given)
+{
+    add_group_name(app, given);
+    add_disks(app, given, "GUID", "GUID of a disk of the host");
+}
+
+void add_group_and_disks(CLI::App &app, verb_options &given)
+{
+    add_group_name(app, given);
+    add_disks(app, given, "GUID", "GUID of a disk of the host")->required();
+}
+
+void add_group_and_disk(CLI::App &app, verb_options &given)
+{
+    add_group_name(app, given);
+    app.add_option("GUID", given.disk, "GUID of a disk of the group")
+        ->type_name("")
+        ->check(check_not_empty)
+        ->required();
+}
+
+void add_instance(CLI::App &app, verb_options &given)
+{
+    add_text(app, "--instance", given.instance, "NAME", "name of the database instance")
+        ->check(check_not_empty);
+}
+
+void add_database_options(CLI::App &app, verb_options &given)
+{
+    add_instance(app, given);
+    auto *user = app.add_option("--user", given.user, "user who connects to it, with a password");
+    user->type_name("NAME")->check(check_not_empty);
+    app.add_option("--password-file", given.password_file,
+                   "file whose first line is the password, - for\n"
+                   "standard input; without it, the terminal is asked")
+        ->type_name("PATH")
+        ->check(check_not_empty)
+        ->needs(user);
+    app.add_option("--oracle-home", given.oracle_home, "folder of the Oracle installation")->type_name("DIR");
+    app.add_flag("--archive-log", given.archive_log, "the database keeps archive logs");
+}
+
+// --- Of commands -------------------------------------------------------------------------------------
+
+void add_manager_options(CLI::App &app, command_options &given)
+{
+    add_text(app, "--guid", given.manager.guid, "GUID", "GUID of the manager");
+    app.add_option("--ip", given.manager.ips, "address of the manager, may be repeated")
+        ->type_name("ADDR")
+        ->allow_extra_args(false)
+        ->check(check_address)
+        ->required();
+    const auto take_target = [&given](const std::string &text) { given.manager.target_iqn = text; };
+    app.add_option_function<std::string>("--target-iqn", take_target, "iSCSI target of the manager")
+        ->type_name("IQN");
+}
+
+void add_pair_options(CLI::App &app, command_options &given)
+{
+    add_text(app, "--guid", given.manager.guid, "GUID", "GUID of the manager");
+    add_text(app, "--client-guid", given.client_guid, "GUID", "GUID of the host");
+}
+
+void add_channel_options(CLI::App &app, command_options &given)
+{
+    channel_record &channel = given.channel;
+    add_text(app, "--initiator-iqn", channel.initiator_iqn, "IQN", "iSCSI name of the host");
+    add_text(app, "--initiator-ip", channel.initiator_ip, "ADDR", "address of the host to connect from")
+        ->check(check_address);
+    add_text(app, "--target-iqn", channel.target_iqn, "IQN", "iSCSI name of the target");
+    add_text(app, "--target-ip", channel.target_ip, "ADDR[:PORT]", "address of the target")
+        ->check(check_portal);
+}
+
+void add_alias_option(CLI::App &app, command_options &given)
+{
+    add_text(app, "--alias", given.alias, "TEXT", "the new alias; may be empty");
+}

@@ -1,0 +1,60 @@
+// The options of qelc's subcommands: its verbs, and the commands whose bodies it builds.
+#pragma once
+
+#include "base/text.h"
+#include "tools/common/bodies.h"
+#include "tools/qelc/bodies/host.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace CLI {
+class App;
+}
+
+// What was given to a verb; each verb takes some of it.
+struct verb_options {
+    std::vector<std::string> disks; // GUIDs, or SRC=MIRROR
+    std::string disk;
+    std::string group;
+    std::string start;
+    uint32_t every = 0;
+    bool off = false;
+    std::optional<unsigned> watch; // seconds
+    std::string instance;
+    optional_text user;
+    optional_text password; // of the user; no option gives it
+    std::string password_file;
+    optional_text oracle_home;
+    bool archive_log = false;
+};
+
+// What was given to a command; each command takes some of it.
+struct command_options {
+    manager_record manager;
+    std::string client_guid;
+    std::string alias;
+    channel_record channel;
+};
+
+// Each adds what its subcommand APP takes. GIVEN must live as long as APP.
+void add_no_options(CLI::App &app, verb_options &given);
+void add_pairs(CLI::App &app, verb_options &given); // of disks and mirrors, to protect
+void add_sources(CLI::App &app, verb_options &given);
+void add_mirrors_options(CLI::App &app, verb_options &given);
+void add_volumes(CLI::App &app, verb_options &given);
+void add_disk_or_group(CLI::App &app, verb_options &given);
+void add_schedule_options(CLI::App &app, verb_options &given);
+void add_group_name(CLI::App &app, verb_options &given);
+void add_group_and_any_disks(CLI::App &app, verb_options &given);
+void add_group_and_disks(CLI::App &app, verb_options &given);
+void add_group_and_disk(CLI::App &app, verb_options &given);
+void add_instance(CLI::App &app, verb_options &given);
+void add_database_options(CLI::App &app, verb_options &given);
+
+void add_manager_options(CLI::App &app, command_options &given);
+void add_pair_options(CLI::App &app, command_options &given);
+void add_channel_options(CLI::App &app, command_options &given);
+void add_alias_option(CLI::App &app, command_options &given);

@@ -1,0 +1,32 @@
+#include "tools/qelc/verbs.h"
+
+#include "tools/qelc/verbs/families.h"
+
+#include <algorithm>
+
+std::span<const verb_kind> verb_kinds()
+{
+    static constexpr verb_kind kinds[] = {
+        {"schedule", "schedules of snapshots"},
+        {"group", "consistency groups"},
+        {"db", "databases"},
+    };
+    return kinds;
+}
+
+std::span<const std::span<const verb>> verb_families()
+{
+    static const std::span<const verb> families[] = {mirror_verbs(), snapshot_verbs(), group_verbs(),
+                                                     database_verbs()};
+    return families;
+}
+
+const verb *find_verb(const std::string &name)
+{
+    for (const std::span<const verb> family : verb_families()) {
+        const auto found = std::ranges::find(family, name, &verb::name);
+        if (found != family.end())
+            return &*found;
+    }
+    return nullptr;
+}

@@ -1,0 +1,53 @@
+// The verbs of qelc: subcommands for mirrors, groups, snapshots and databases that take disks and times
+// instead of documents. A verb is a row of a table in verbs/.
+#pragma once
+
+#include "tools/qelc/subcommand_options.h"
+#include "tools/qelc/views/json_answer.h"
+
+#include <span>
+
+inline optional_text no_body(const verb_options & /*given*/)
+{
+    return std::nullopt;
+}
+
+inline std::string no_complaint(const verb_options & /*given*/)
+{
+    return "";
+}
+
+struct verb {
+    const char *name;       // one word, or two: the kind and the verb
+    const char *usage = ""; // what follows the name
+    const char *description;
+    const char *note = ""; // at the end of its help
+    uint32_t code;
+    void (*add_options)(CLI::App &app, verb_options &given) = add_no_options;
+
+    // What the options do not tell the parser about wrong usage; "" for nothing.
+    std::string (*complaint)(const verb_options &given) = no_complaint;
+    optional_text (*body)(const verb_options &given) = no_body;
+
+    // The text and the JSON for a successful answer. None and false for an answer of another form; null if
+    // the verb has nothing special to show.
+    optional_text (*view)(const char *answer) = nullptr;
+    bool (*json)(const char *answer, json_object &object) = nullptr;
+
+    // How many seconds the daemon may take; null if it is no slower than for other commands.
+    unsigned (*seconds)(const verb_options &given) = nullptr;
+};
+
+// The first word of verbs with two.
+struct verb_kind {
+    const char *name;
+    const char *description;
+};
+
+std::span<const verb_kind> verb_kinds();
+
+// In the order of the help.
+std::span<const std::span<const verb>> verb_families();
+
+// Null if there is no such verb.
+const verb *find_verb(const std::string &name);

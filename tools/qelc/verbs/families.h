@@ -1,0 +1,19 @@
+// The tables of verbs, and what several of them use.
+#pragma once
+
+#include "tools/qelc/bodies/protection.h"
+#include "tools/qelc/verbs.h"
+
+#include <span>
+#include <string>
+
+std::span<const verb> mirror_verbs();
+std::span<const verb> snapshot_verbs();
+std::span<const verb> group_verbs();
+std::span<const verb> database_verbs();
+
+// The schedule that was given; both times are 0 if none was.
+snapshot_times times_of(const verb_options &given);
+
+// The group that was given, or else DISK.
+snapshot_source source_of(const verb_options &given, const std::string &disk);

@@ -1,0 +1,81 @@
+// Verbs for disks and their mirrors.
+#include "tools/qelc/views/mirrors.h"
+
+#include "protocol/commands.h"
+#include "tools/common/disks.h"
+#include "tools/qelc/verbs/families.h"
+
+namespace {
+std::string protect_complaint(const verb_options &given)
+{
+    // The daemon would give the schedule to the last disk alone.
+    if (given.every > 0 && given.group.empty() && given.disks.size() > 1)
+        return "--every goes with a single disk, or with --group";
+    return "";
+}
+
+optional_text protect_body(const verb_options &given)
+{
+    std::vector<mirror_pair> pairs;
+    for (const std::string &pair : given.disks) {
+        const size_t sign = pair.find('=');
+        pairs.push_back({pair.substr(0, sign), pair.substr(sign + 1)});
+    }
+    return protection_document(pairs, source_of(given, pairs.back().source), times_of(given));
+}
+
+optional_text sources_body(const verb_options &given)
+{
+    return disk_list_document(given.disks);
+}
+
+unsigned seconds_for_disks(const verb_options &given)
+{
+    constexpr unsigned disk_seconds = 60;
+    return static_cast<unsigned>(given.disks.size()) * disk_seconds;
+}
+
+constexpr verb sources_verb(const char *name, const char *description, uint32_t code)
+{
+    return {.name = name,
+            .usage = "SRC...",
+            .description = description,
+            .code = code,
+            .add_options = add_sources,
+            .body = sources_body,
+            .seconds = seconds_for_disks};
+}
+
+constexpr verb table[] = {
+    {.name = "disks",
+     .description = "show the disks and their GUIDs",
+     .code = command::get_client_info,
+     .view = disks_page,
+     .json = disks_json},
+    {.name = "protect",
+     .usage = "PAIR... [--group NAME] [--start T --every SECONDS]",
+     .description = "protect disks, each with a mirror",
+     .note = "The host may take up to a minute for each disk. Unless --timeout is given, qelc\n"
+             "waits that long. Without --group, a schedule can be set for one disk only.\n",
+     .code = command::add_backup,
+     .add_options = add_pairs,
+     .complaint = protect_complaint,
+     .body = protect_body,
+     .seconds = seconds_for_disks},
+    sources_verb("unprotect", "end the protection of disks", command::del_backup),
+    sources_verb("resync", "synchronise the mirrors of disks from the start", command::init_mirror),
+    sources_verb("cancel-resync", "stop the synchronisation of mirrors", command::cancel_init_mirror),
+    {.name = "mirrors",
+     .usage = "[--watch [SECONDS]]",
+     .description = "show the mirrors and their progress",
+     .code = command::get_client_info,
+     .add_options = add_mirrors_options,
+     .view = mirrors_page,
+     .json = mirrors_json},
+};
+} // namespace
+
+std::span<const verb> mirror_verbs()
+{
+    return table;
+}

@@ -1,0 +1,37 @@
+// The mirrors in a client report.
+#pragma once
+
+#include "tools/qelc/bodies/protection.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+struct mirror_schedule {
+    snapshot_times times;
+    std::string group; // whose schedule it is; "": the mirror's own
+};
+
+struct mirror_view {
+    std::string disk; // name of the source; its GUID if it has no name
+    mirror_pair guids;
+    uint32_t state = 0; // see qel_backup_state
+    int percent = 0;
+    std::vector<mirror_schedule> schedules;
+};
+
+// None if the text is not a client report.
+std::optional<std::vector<mirror_view>> mirrors_of(const char *report);
+
+// The state in words.
+std::string mirror_state_text(const mirror_view &mirror);
+
+// True while data is being copied.
+bool is_synchronising(const mirror_view &mirror);
+
+// The next run of a schedule, in seconds since the epoch.
+uint64_t next_snapshot(const snapshot_times &times);
+
+// The mirrors as a table, or "no mirrors". None if the text is not a client report.
+optional_text mirrors_page(const char *report);
