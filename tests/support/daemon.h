@@ -34,7 +34,7 @@ public:
     // The most descriptors that a process started from now on may have.
     void limit_descriptors(unsigned limit) { limits_ = "ulimit -n " + std::to_string(limit) + "; "; }
 
-    // A program that the daemon finds on its PATH before any other.
+    // A program that the daemon finds before any other of that name.
     void tool(const std::string &name, const std::string &shell_script);
 
     struct outcome {
@@ -65,7 +65,7 @@ public:
     static void stop();
 
 private:
-    std::string tools_;
+    std::vector<std::string> tools_;
     std::string limits_;
 };
 
