@@ -118,7 +118,7 @@ TEST_F(iscsi, NamesReachTheToolUnchangedOrNotAtAll)
     EXPECT_EQ(qel_iscsi_login_channel(&kept, &nobody), 0);
     EXPECT_EQ(take_calls(), "iscsiadm -m node -T " + plain + " -l\n");
     for (const std::string name :
-         {"$(touch /run/tools/x)", "a;b", "a b", "a -u", "a\nb", "", "`a`", "a*", "~"}) {
+         {"$(touch /run/tools/x)", "a;b", "a b", "a -u", "a\nb", "", "`a`", "a*", "~", "-u", "--op=new", "/run/x", "a/../b"}) {
         const qel_iscsi_node refused = node(name);
         take_log();
         EXPECT_EQ(qel_iscsi_login_channel(&refused, &nobody), -1);
