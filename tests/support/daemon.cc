@@ -50,7 +50,7 @@ void write_config(const config_settings &settings)
                       repeated("<IPAddr>%</IPAddr>", settings.filter), manager, settings.more));
 }
 
-qelcd::qelcd()
+qelcd::qelcd() : libraries_(program_folder().parent_path() / "lib/scripted")
 {
     fs::remove(pid_file_path);
     fs::remove(unix_socket_path);
@@ -74,6 +74,17 @@ void qelcd::tool(const std::string &name, const std::string &shell_script)
     chmod(tools_.back().c_str(), 0755);
 }
 
+void qelcd::embed(const std::string &library)
+{
+    const fs::path folder = "/var/tmp/libraries";
+    fs::create_directories(folder);
+    for (const auto &entry : fs::directory_iterator(libraries_)) {
+        if (!entry.path().filename().string().starts_with(library))
+            fs::create_symlink(entry.path(), folder / entry.path().filename());
+    }
+    libraries_ = folder;
+}
+
 qelcd::outcome qelcd::run(const std::vector<std::string> &arguments)
 {
     // A sanitized daemon reports to a file: its own streams lead nowhere. A frame may announce any length:
@@ -83,10 +94,9 @@ qelcd::outcome qelcd::run(const std::vector<std::string> &arguments)
         "ASAN_OPTIONS=$ASAN_OPTIONS:$null:$log TSAN_OPTIONS=$TSAN_OPTIONS:$null:$log "
         "UBSAN_OPTIONS=$UBSAN_OPTIONS:$log "
         "exec timeout --foreground 20 %% >%";
-    const int status =
-        system(filled(command, limits_, (program_folder().parent_path() / "lib/scripted").string(),
-                      sanitizer_report, qelcd_path(), repeated(" %", arguments), output_path)
-                   .c_str());
+    const int status = system(filled(command, limits_, libraries_, sanitizer_report, qelcd_path(),
+                                     repeated(" %", arguments), output_path)
+                                  .c_str());
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, read_file(output_path)};
 }
 

@@ -37,6 +37,9 @@ public:
     // A program that the daemon finds before any other of that name.
     void tool(const std::string &name, const std::string &shell_script);
 
+    // The embedded library of that name instead of the scripted one.
+    void embed(const std::string &library);
+
     struct outcome {
         int status; // exit status as the shell sees it
         std::string output;
@@ -67,6 +70,7 @@ public:
 private:
     std::vector<std::string> tools_;
     std::string limits_;
+    std::string libraries_;
 };
 
 // The path of the program, which is built beside this one.
