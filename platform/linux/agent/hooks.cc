@@ -1,10 +1,9 @@
 #include "platform/linux/agent/hooks.h"
 
+#include "platform/linux/host/spawn_settings.h"
 #include "platform/linux/host/sysfs.h"
 #include "platform/linux/state/text.h"
 
-#include <fcntl.h>
-#include <spawn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -52,26 +51,17 @@ int spawn_hook(pid_t *child, const std::string &path, char *const variables[])
 {
     std::string name = path;
     char *const words[] = {name.data(), nullptr};
-    posix_spawn_file_actions_t files;
-    posix_spawnattr_t attributes;
-    sigset_t none, all;
-    sigemptyset(&none);
+    sigset_t all;
     sigfillset(&all);
-    posix_spawn_file_actions_init(&files);
-    posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addopen(&files, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addclosefrom_np(&files, STDERR_FILENO + 1);
-    posix_spawnattr_init(&attributes);
-    posix_spawnattr_setsigmask(&attributes, &none);
-    posix_spawnattr_setsigdefault(&attributes, &all);
-    posix_spawnattr_setpgroup(&attributes, 0);
-    posix_spawnattr_setflags(&attributes,
-                             POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
-    const int result = posix_spawn(child, path.c_str(), &files, &attributes, words, variables);
-    posix_spawnattr_destroy(&attributes);
-    posix_spawn_file_actions_destroy(&files);
-    return result;
+    spawn_settings settings;
+    settings.open_null(STDERR_FILENO, O_WRONLY);
+    settings.close_from(STDERR_FILENO + 1);
+    posix_spawnattr_setsigdefault(&settings.attributes, &all);
+    posix_spawnattr_setpgroup(&settings.attributes, 0);
+    settings.set_flags(POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
+    if (settings.error != 0)
+        return settings.error;
+    return posix_spawn(child, path.c_str(), &settings.files, &settings.attributes, words, variables);
 }
 
 // Returns the result of waitpid; 0 if LIMIT is exceeded.

@@ -1,38 +1,26 @@
 #include "kavdev.h"
 
 #include "platform/linux/devices/attributes.h"
-#include "platform/linux/host/weak_log.h"
+#include "platform/linux/host/boundary.h"
+#include "platform/linux/host/spawn_settings.h"
 
-#include <fcntl.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <string>
 #include <vector>
 
 namespace {
 
-// Starts TOOL independent of this process: no input, no output, no blocked signals.
+// Returns 0 or an error number.
 int spawn_tool(pid_t *child, char *const tool[])
 {
-    posix_spawn_file_actions_t files;
-    posix_spawnattr_t attributes;
-    sigset_t none;
-    sigemptyset(&none);
-    posix_spawn_file_actions_init(&files);
-    posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    posix_spawnattr_init(&attributes);
-    posix_spawnattr_setsigmask(&attributes, &none);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
-    const int result = posix_spawnp(child, tool[0], &files, &attributes, tool, environ);
-    posix_spawnattr_destroy(&attributes);
-    posix_spawn_file_actions_destroy(&files);
-    return result;
+    const spawn_settings settings;
+    if (settings.error != 0)
+        return settings.error;
+    return posix_spawnp(child, tool[0], &settings.files, &settings.attributes, tool, environ);
 }
 
 // The arguments are those of udevadm(8). Returns 0, or -1 after a log line.
@@ -70,13 +58,18 @@ bool announce_through_udev()
            run_udevadm("settle", {"--timeout=10"}) == 0;
 }
 
-} // namespace
-
-extern "C" __attribute__((visibility("default"))) int kav_device_probe_all(int /*flag*/)
+int probe_all()
 {
     const bool is_read = read_sizes_anew();
     const bool udev_runs = access("/run/udev/control", F_OK) == 0;
     const bool is_announced =
         udev_runs ? announce_through_udev() : write_to_all("/sys/class/block", "uevent", "change");
     return is_read && is_announced ? 0 : -1;
+}
+
+} // namespace
+
+extern "C" __attribute__((visibility("default"))) int kav_device_probe_all(int /*flag*/)
+{
+    return result_of(__func__, -1, probe_all);
 }
