@@ -151,8 +151,10 @@ int qel_get_disks(std::list<qel_disk_t> *list, int flag)
         }
         log_debug("[QEL_GET_DISKS]: Found disk %s.", device->path);
         qel_disk_t *disk = list_append(*list);
-        if (!disk)
+        if (!disk) {
+            log_error("Failed to allocate memory");
             break;
+        }
         fill_disk(*disk, *device);
     }
     return 0;
