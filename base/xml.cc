@@ -1,6 +1,7 @@
 #include "base/xml.h"
 
 #include <libxml/chvalid.h>
+#include <libxml/globals.h>
 #include <libxml/parser.h>
 #include <malloc.h>
 
@@ -150,9 +151,34 @@ void refuse_document_type(void *context, const xmlChar *, const xmlChar *, const
     parser->wellFormed = 0;
 }
 
+// In each thread libxml2 makes a state when it is first called there. Without memory it reports that through
+// the very state, and so calls itself until the stack is full. A piece that was just freed is what it gets:
+// glibc keeps pieces of this size for the thread that freed them.
+void prepare_thread()
+{
+    thread_local bool is_prepared = false;
+    if (is_prepared)
+        return;
+    static_assert(sizeof(xmlGlobalState) <= 1032, "small enough for glibc's cache of the thread");
+    void *volatile state = malloc(sizeof(xmlGlobalState));
+    if (!state)
+        throw std::bad_alloc();
+    free(state);
+    if (!xmlGetGlobalState())
+        throw std::bad_alloc();
+    is_prepared = true;
+}
+
+// Whatever libxml2 did before, its memory was there.
+void begin()
+{
+    prepare_thread();
+    memory_ran_out = false;
+}
+
 xml_parser new_parser()
 {
-    memory_ran_out = false;
+    begin();
     xml_parser parser(or_throw(xmlNewParserCtxt()));
     parser->sax->internalSubset = refuse_document_type;
     return parser;
@@ -239,7 +265,7 @@ xmlNode *find_child(const xmlNode *node, const char *name)
 
 xml_doc xml_new_document(const char *root_name)
 {
-    memory_ran_out = false;
+    begin();
     xml_doc doc(xmlNewDoc(to_xml("1.0")));
     xmlDocSetRootElement(or_throw(doc.get()), xml_new_element(root_name).release());
     return doc;

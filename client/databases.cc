@@ -28,6 +28,27 @@ void free_app(Kavapp *app)
     free(app);
 }
 
+// The applications that the library lists; the destructor frees them.
+struct app_list {
+    kav_list head{};
+    int result;
+    app_list()
+    {
+        kav_list_init(&head);
+        result = Kav_list_app(&head);
+    }
+    app_list(const app_list &) = delete;
+    app_list &operator=(const app_list &) = delete;
+    ~app_list()
+    {
+        for (kav_list *link = head.next; link != &head;) {
+            auto *app = kav_list_entry(link, Kavapp, link);
+            link = link->next;
+            free_app(app);
+        }
+    }
+};
+
 // The library's view of a text that lives on in our record.
 char *borrowed(optional_text &text)
 {
@@ -40,17 +61,11 @@ int qel_get_dbs(std::list<qel_db_t> *list)
     if (!list)
         return -1;
     list->clear();
-    kav_list apps;
-    kav_list_init(&apps);
-    const int result = Kav_list_app(&apps);
-    for (kav_list *link = apps.next; link != &apps;) {
-        auto *app = kav_list_entry(link, Kavapp, link);
-        link = link->next;
-        list->push_back(to_database(*app));
-        free_app(app);
-    }
+    const app_list apps;
+    for (const kav_list *link = apps.head.next; link != &apps.head; link = link->next)
+        list->push_back(to_database(*kav_list_entry(link, const Kavapp, link)));
     wipe_dead_stack();
-    return result;
+    return apps.result;
 }
 
 int qel_connect_database(qel_db_t &database)

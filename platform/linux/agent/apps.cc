@@ -6,7 +6,6 @@
 
 #include <charconv>
 #include <cstdlib>
-#include <cstring>
 
 namespace {
 
@@ -38,7 +37,7 @@ void set_field(Kavapp *app, const std::string &key, const std::string &value)
 {
     for (const auto &[name, member] : texts) {
         if (key == name && !(app->*member))
-            app->*member = strdup(value.c_str());
+            app->*member = text_copy(value);
     }
     const char *end = value.data() + value.size();
     if (key == "db_type")
@@ -47,14 +46,11 @@ void set_field(Kavapp *app, const std::string &key, const std::string &value)
         std::from_chars(value.data(), end, app->archive_log);
 }
 
-// Null when out of memory.
 app_record app_of(const record_fields &fields)
 {
-    app_record app(static_cast<Kavapp *>(calloc(1, sizeof(Kavapp))));
-    for (const auto &[key, value] : fields) {
-        if (app)
-            set_field(app.get(), key, value);
-    }
+    app_record app(zeroed<Kavapp>());
+    for (const auto &[key, value] : fields)
+        set_field(app.get(), key, value);
     return app;
 }
 
@@ -62,7 +58,7 @@ app_record app_of(const record_fields &fields)
 bool is_app(const record_fields &fields)
 {
     const app_record app = app_of(fields);
-    if (!app || !app->instance_name)
+    if (!app->instance_name)
         return false;
     record_fields again = fields_of(*app);
     const wiped_at_end after_comparison(again);
@@ -94,5 +90,5 @@ int forget_app(const char *instance_name)
 
 bool load_apps(std::vector<app_record> *apps)
 {
-    return load_all(application, app_of, "databases", apps);
+    return load_all(application, app_of, apps);
 }

@@ -3,6 +3,7 @@
 #include "base/deleter.h"
 #include "base/fd.h"
 #include "base/secret.h"
+#include "platform/linux/host/blocked_signals.h"
 
 #include <netdb.h>
 #include <poll.h>
@@ -11,7 +12,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <csignal>
 #include <cstring>
 #include <future>
 #include <memory>
@@ -54,15 +54,12 @@ std::future<resolved> start_resolving(const std::string &host, const std::string
         return result;
     });
     std::future<resolved> result = task.get_future();
-    sigset_t all, before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
+    const blocked_signals while_it_starts;
     try {
         std::thread(std::move(task)).detach();
     } catch (const std::system_error &) {
         result = {};
     }
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
     return result;
 }
 

@@ -2,7 +2,7 @@
 
 #include "base/tool.h"
 #include "platform/linux/devices/attributes.h"
-#include "platform/linux/host/weak_log.h"
+#include "platform/linux/host/boundary.h"
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -41,13 +41,18 @@ bool announce_through_udev()
            run_udevadm("settle", {"--timeout=10"}) == 0;
 }
 
-} // namespace
-
-extern "C" __attribute__((visibility("default"))) int kav_device_probe_all(int /*flag*/)
+int probe_all()
 {
     const bool is_read = read_sizes_anew();
     const bool udev_runs = access("/run/udev/control", F_OK) == 0;
     const bool is_announced =
         udev_runs ? announce_through_udev() : write_to_all("/sys/class/block", "uevent", "change");
     return is_read && is_announced ? 0 : -1;
+}
+
+} // namespace
+
+extern "C" __attribute__((visibility("default"))) int kav_device_probe_all(int /*flag*/)
+{
+    return result_of(__func__, -1, probe_all);
 }

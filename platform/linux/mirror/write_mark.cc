@@ -3,10 +3,6 @@
 #include "platform/linux/host/sysfs.h"
 #include "platform/linux/host/text.h"
 
-#include <iterator>
-#include <sstream>
-#include <vector>
-
 namespace {
 
 constexpr size_t sectors_written = 6; // index of the field
@@ -27,8 +23,9 @@ std::optional<write_mark> read_write_mark(const std::string &name)
     const std::string folder = "/sys/block/" + name;
     if (boot_id().empty() || read_number(folder + "/queue/iostats") == 0U)
         return std::nullopt;
-    std::istringstream stat(read_attribute(folder + "/stat").value_or(""));
-    const std::vector<std::string> fields{std::istream_iterator<std::string>(stat), {}};
+    // No stream: it would swallow an exception, and with it fields.
+    const std::string stat = read_attribute(folder + "/stat").value_or("");
+    const auto fields = split(stat, ' ');
     // Kernels before 4.18 do not count discards.
     const bool counts_discards = fields.size() > sectors_discarded;
     const auto discarded = parse_number(counts_discards ? fields[sectors_discarded] : "0");
