@@ -152,15 +152,15 @@ void refuse_document_type(void *context, const xmlChar *, const xmlChar *, const
 }
 
 // In each thread libxml2 makes a state when it is first called there. Without memory it reports that through
-// the very state, and so calls itself until the stack is full. A piece that was just freed is what it gets:
-// glibc keeps pieces of this size for the thread that freed them.
+// the very state, and so calls itself until the stack is full. So its memory is tried first: what was just
+// freed is what it gets, unless another thread takes it in between. A larger piece, since calloc does not
+// look into the thread's own cache.
 void prepare_thread()
 {
     thread_local bool is_prepared = false;
     if (is_prepared)
         return;
-    static_assert(sizeof(xmlGlobalState) <= 1032, "small enough for glibc's cache of the thread");
-    void *volatile state = malloc(sizeof(xmlGlobalState));
+    void *volatile state = malloc(2 * sizeof(xmlGlobalState));
     if (!state)
         throw std::bad_alloc();
     free(state);

@@ -140,7 +140,7 @@ const std::vector<fault_case> &fault_cases()
         {"local_list", command::local_list},
         {"local_withdraw", command::local_withdraw, "", free},
         {"heartbeat and scan", 0},
-        {"snapshots of schedules", 0, "", due, 4},
+        {"snapshots of schedules", 0, "", due, 5},
     };
     return cases;
 }

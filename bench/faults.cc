@@ -325,7 +325,7 @@ bool play_case(const fault_case &what, const settings &wanted, fault_plan &plan,
     }
     unsigned position = 0;
     for (const uint64_t number : numbers(wanted, one.seen.allocations)) {
-        if (position++ % what.part != 0)
+        if ((position++ + what.part / 2) % what.part != 0)
             continue;
         for (const bool and_later : {false, true}) {
             if ((number * 2 + and_later) % wanted.shares == wanted.share)

@@ -7,7 +7,8 @@
 #include <gtest/gtest.h>
 
 // Calls CALL while its Nth allocation fails, alone and with all later ones, for every N, or every STEPth
-// beyond the first hundred. Then calls CHECK with the result and with whether only one failed.
+// beyond the first hundred, and once more when none is left. Then calls CHECK with the result and with
+// whether at most one failed.
 template <class Call, class Check>
 void at_every_allocation(const Call &call, const Check &check, uint64_t step = 1)
 {
@@ -18,9 +19,9 @@ void at_every_allocation(const Call &call, const Check &check, uint64_t step = 1
             plan.arm(number, and_later, fault_everyone);
             const auto result = call();
             plan.disarm();
+            check(result, !and_later);
             if (plan.failed == 0)
                 break;
-            check(result, !and_later);
         }
     }
 }
