@@ -198,7 +198,6 @@ xml_secrets::xml_secrets()
 
 xml_secrets::~xml_secrets()
 {
-    xmlResetLastError(); // it may quote the document
     is_secret = false;
 }
 
@@ -207,6 +206,8 @@ xml_doc xml_parse_text(const char *text)
     const xml_parser parser = new_parser();
     xml_doc doc(xmlCtxtReadMemory(parser.get(), text, static_cast<int>(strlen(text)), nullptr, nullptr,
                                   parse_options));
+    if (is_secret)
+        xmlResetLastError(); // it may quote the document
     return std::exchange(memory_ran_out, false) ? nullptr : std::move(doc);
 }
 
