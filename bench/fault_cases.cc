@@ -2,6 +2,8 @@
 
 #include "protocol/commands.h"
 
+#include <regex>
+
 namespace {
 constexpr char far_future[] = "4102444800"; // 2100-01-01 00:00 UTC
 
@@ -65,16 +67,23 @@ std::string manager(const std::string &address)
 }
 } // namespace
 
+std::string with_long_names(const std::string &text)
+{
+    static const std::regex name(R"(\b([CGLM])-?([0-9])\b)");
+    return std::regex_replace(text, name, "$1-with-a-long-name-$2");
+}
+
 std::string config_of(host_state state)
 {
     const bool is_due = state == host_state::due;
     const std::string target = state == host_state::no_target ? "" : "<TargetIQN>iqn.target</TargetIQN>";
     const std::string appointed = "<Manager><ManagerGUID>M-1</ManagerGUID>" + target +
                                   "<ManagerIPAddr>127.0.0.1</ManagerIPAddr></Manager>";
-    return in_root("<ClientGUID>C-1</ClientGUID><ClientAlias>" + std::string(host_alias) +
-                   "</ClientAlias><ClientPort>9410</ClientPort><ServerPort>9411</ServerPort><IPAddrFilter/>" +
-                   (state == host_state::free ? "" : appointed) +
-                   lists(is_due ? "1000000000" : far_future, is_due ? "1" : "3600"));
+    return with_long_names(
+        in_root("<ClientGUID>C-1</ClientGUID><ClientAlias>" + std::string(host_alias) +
+                "</ClientAlias><ClientPort>9410</ClientPort><ServerPort>9411</ServerPort><IPAddrFilter/>" +
+                (state == host_state::free ? "" : appointed) +
+                lists(is_due ? "1000000000" : far_future, is_due ? "1" : "3600")));
 }
 
 std::string relationships_of(host_state state)
@@ -86,7 +95,7 @@ std::string relationships_of(host_state state)
                      "src_link Up\ndest_link Up\nsrc_path /dev/sda" + number + "\nsrc_guid L" + number +
                      "\ndest_path /dev/m" + number + "\ndest_guid M" + number + "\n";
     }
-    return lines;
+    return with_long_names(lines);
 }
 
 const std::vector<fault_case> &fault_cases()

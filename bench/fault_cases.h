@@ -6,6 +6,9 @@
 #include <string>
 #include <vector>
 
+// TEXT with names such as L1, G2 and M-1 as long as real ones: a short text needs no memory of its own.
+std::string with_long_names(const std::string &text);
+
 // What the daemon starts with. Disks L1 to L5 have the mirrors M1 to M5.
 enum class host_state {
     adopted,     // groups G1 {L1}, with a schedule, and G2 {L2}; a schedule of L3; L1 to L3 are mirrored

@@ -1,5 +1,6 @@
 #include "bench/fault_host.h"
 
+#include "bench/fault_cases.h"
 #include "protocol/head.h"
 
 #include <netinet/in.h>
@@ -92,7 +93,7 @@ void answering_manager::serve()
             continue;
         std::string report(head.data_len, '\0');
         recv(peer.get(), report.data(), report.size(), MSG_WAITALL);
-        const std::string guid = is_adopter_ ? "M-1" : "M-2";
+        const std::string guid = with_long_names(is_adopter_ ? "M-1" : "M-2");
         const std::string body = "<Tessaron><Server ID=\"" + guid + "\" IPs=\"127.0.0.1\"/></Tessaron>";
         head.ret = 0;
         head.data_len = static_cast<uint32_t>(body.size());

@@ -29,7 +29,7 @@ const void *libxml2_state = nullptr; // xmlGetGlobalState
 int (*real_pthread_create)(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *) = nullptr;
 int (*real_nanosleep)(const timespec *, timespec *) = nullptr;
 
-THREAD_LOCAL int scripted_depth = 0;
+THREAD_LOCAL int scripted_depth = 0; // above 0: allocations are not counted
 THREAD_LOCAL bool serves_connection = false;
 
 __attribute__((constructor)) void start()
@@ -137,8 +137,15 @@ EXPORTED int pthread_create(pthread_t *thread, const pthread_attr_t *attributes,
                             void *argument)
 {
     static int started = 0; // by the main thread: first the scan and the timer
-    if (!is_main_thread() || ++started <= 2)
-        return real_pthread_create(thread, attributes, function, argument);
+    if (!is_main_thread() || ++started <= 2) {
+        // Where every allocation fails, no thread would start, and none could show what it does without
+        // memory.
+        const int served = plan->and_later ? 1 : 0;
+        scripted_depth += served;
+        const int result = real_pthread_create(thread, attributes, function, argument);
+        scripted_depth -= served;
+        return result;
+    }
     auto *start = static_cast<thread_start *>(__libc_malloc(sizeof(thread_start)));
     *start = {function, argument};
     return real_pthread_create(thread, attributes, run_for_connection, start);

@@ -146,11 +146,10 @@ bool trial::restart()
 answer trial::save_again()
 {
     if (what_.code == command::rename_client)
-        return ask(
-            command::kav_set_cdp_schedule,
-            R"(<Tessaron><Snap SourceType="1" Source="G2"><Schedule StartTime="0" IntervalSeconds="0"/>)"
-            "</Snap></Tessaron>",
-            10);
+        return ask(command::kav_set_cdp_schedule,
+                   with_long_names(R"(<Tessaron><Snap SourceType="1" Source="G2"><Schedule StartTime="0" )"
+                                   R"(IntervalSeconds="0"/></Snap></Tessaron>)"),
+                   10);
     return ask(command::rename_client,
                "<Tessaron><Client Alias=\"" + std::string(host_alias) + "\"/></Tessaron>", 10);
 }
@@ -174,7 +173,7 @@ void trial::play_command()
         restart();
         wait_until_quiet();
     } else {
-        given_ = ask(what_.code, what_.body, 60,
+        given_ = ask(what_.code, with_long_names(what_.body), 60,
                      [this] { return worker() != worker_ || log_.has("Failed to initialize request"); });
     }
     plan_.disarm();
@@ -194,7 +193,7 @@ bool trial::play_baseline()
     after_ = config_text();
     place_ = what_.name;
     if (what_.code != 0 && expected_.status != 0)
-        fprintf(stderr, "%s: status %u without a fault\n", what_.name, expected_.status);
+        count(seen.wrong, "status " + std::to_string(expected_.status) + " without a fault");
     is_known_ = false;
     return true;
 }

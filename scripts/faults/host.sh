@@ -20,10 +20,10 @@ chmod +x /usr/local/sbin/*
 mkdir -p "$QELCD_SCRIPT" /var/lib/iscsi/{ifaces,nodes/iqn.new,nodes/iqn.target}
 {
     printf 'disk sda\npath /dev/sda\nsectors 4096\nstate 0\n'
-    printf 'partition sda%s\nguid L%s\nfs ext4\nsize 1048576\n' 1 1 2 2 3 3 4 4 5 5
+    printf 'partition sda%s\nguid L-with-a-long-name-%s\nfs ext4\nsize 1048576\n' 1 1 2 2 3 3 4 4 5 5
     printf 'disk m%s\npath /dev/m%s\nvendor QRZ\nmodel KAVSolution\nsectors 2048\nstate 1\n' 1 1 2 2 3 3 4 4 5 5
 } >"$QELCD_SCRIPT/disks"
-printf '/dev/m%s M%s\n' 1 1 2 2 3 3 4 4 5 5 >"$QELCD_SCRIPT/scsi-guids"
+printf '/dev/m%s M-with-a-long-name-%s\n' 1 1 2 2 3 3 4 4 5 5 >"$QELCD_SCRIPT/scsi-guids"
 printf 'app db-1\ndb_type 1\noracle_home /opt/database\n' >"$QELCD_SCRIPT/apps"
 for function in tw_disk_protect tw_disk_unprotect tw_disk_resync tw_disk_stop_sync kav_call_disk_markcdp \
     kav_call_grp_markcdp Kav_connect_db_flush_cfg; do

@@ -42,6 +42,7 @@ void expect_all_or_nothing(const Call &call, const std::string &before, const st
     constexpr uint64_t step = 23; // most allocations look at disks
     const auto check = [&](int result, bool) {
         EXPECT_EQ(state_of_mirror(), result == 0 ? after : before);
+        EXPECT_TRUE(result == 0 || fault_plan_of_process()->failed > 0) << "a failure lasts";
         if (result == 0)
             undo();
     };

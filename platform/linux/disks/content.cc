@@ -7,13 +7,14 @@
 
 #include <memory>
 #include <string_view>
+#include <utility>
 
 namespace {
 
 using probe_holder = std::unique_ptr<blkid_struct_probe, deleter<blkid_free_probe>>;
 
-// libblkid does not always say that it ran out of memory, and a disk whose content it missed would count as
-// blank. So errno is cleared before it is asked, and ENOMEM counts whatever it answers.
+// libblkid does not always say that it ran out of memory. So errno is cleared before it is asked, and ENOMEM
+// counts whatever it answers.
 template <class Question>
 auto asked(Question question)
 {
@@ -74,9 +75,7 @@ bool has_second_table(int fd)
     return safeprobe(probe) != 1;
 }
 
-} // namespace
-
-std::optional<disk_content> read_content(int fd)
+std::optional<disk_content> look_at_content(int fd)
 {
     const probe_holder probe = open_probe(fd, 0, 0);
     if (!probe)
@@ -96,6 +95,22 @@ std::optional<disk_content> read_content(int fd)
     if (!content.superblock && content.table == table_type::none)
         return std::nullopt;
     return content;
+}
+
+} // namespace
+
+std::optional<disk_content> read_content(int fd)
+{
+    // Without memory for a value libblkid forgets what it has found, and goes on: a file system would look
+    // like a blank disk. So two looks must agree.
+    constexpr int most_looks = 4;
+    auto content = look_at_content(fd);
+    for (int looks = 1; looks < most_looks; ++looks) {
+        const auto former = std::exchange(content, look_at_content(fd));
+        if (content == former)
+            return content;
+    }
+    return std::nullopt;
 }
 
 table_type read_table_type(int fd)

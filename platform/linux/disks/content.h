@@ -12,6 +12,8 @@ enum class table_type { none, mbr, gpt, other };
 struct disk_content {
     bool superblock = false; // a file system, RAID member, LVM volume, LUKS, swap ... on the whole disk
     table_type table = table_type::none;
+
+    bool operator==(const disk_content &) const = default;
 };
 
 // Null if the disk cannot be read or its content is ambiguous.
