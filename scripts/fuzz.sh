@@ -50,6 +50,11 @@ write_dictionary() {
     grep -ahoE '[A-Za-z_]{3,}' "tests/fuzz/corpus/$1"/* | sort -u | sed 's/.*/"&"/' >"$2" || true
 }
 
+# The most bytes of an input: long ones only make the runs slow, but those of the corpus must fit.
+longest_input() {
+    stat -c %s "tests/fuzz/corpus/$1"/* | sort -n | awk '{ longest = $1 } END { print (longest > 1024 ? longest : 1024) }'
+}
+
 # The number that libFuzzer prints after NAME, the last time.
 last_number() {
     grep -aoE "$1:? +[0-9]+" "$2" | tail -n 1 | grep -oE '[0-9]+$' || echo 0
@@ -67,11 +72,11 @@ run_target() {
     write_dictionary "$target" "build/fuzz/$target.dict"
     local limit=()
     ((runs == 0)) || limit=(-runs="$runs")
-    local options=(-max_total_time="$seconds" "${limit[@]}" -timeout=20 -print_final_stats=1
+    local options=(-max_total_time="$seconds" "${limit[@]}" -timeout=20 -max_len="$(longest_input "$target")" -print_final_stats=1
         -artifact_prefix="$findings/" -dict="build/fuzz/$target.dict" "$kept" "tests/fuzz/corpus/$target")
     local status=0 cpu
     local TIMEFORMAT='%U %S'
-    cpu=$({ time nice scripts/private-host "build/fuzz/bin/fuzz-$target" "${options[@]}" >"$log" 2>&1; } 2>&1) || status=$?
+    cpu=$({ time nice -n 19 scripts/private-host "build/fuzz/bin/fuzz-$target" "${options[@]}" >"$log" 2>&1; } 2>&1) || status=$?
     awk -v name="$target" -v runs="$(last_number stat::number_of_executed_units "$log")" \
         -v edges="$(last_number cov "$log")" -v found=$((status != 0)) -v cpu="$cpu" \
         'BEGIN { split(cpu, part, " "); used = part[1] + part[2]

@@ -1,12 +1,25 @@
 #include "tests/fuzz/fuzz.h"
 
+#include "base/fd.h"
+
+#include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
+
+namespace {
+std::string content_of(int fd)
+{
+    struct stat facts {};
+    require(fstat(fd, &facts) == 0, "a file has a size");
+    std::string bytes(static_cast<size_t>(facts.st_size), '\0');
+    require(pread(fd, bytes.data(), bytes.size(), 0) == facts.st_size, "a file can be read");
+    return bytes;
+}
+} // namespace
 
 void require(bool holds, const char *what)
 {
@@ -44,7 +57,7 @@ void memory_file::set(const std::string &bytes) const
 
 std::string memory_file::content() const
 {
-    return file_content_of(path_);
+    return content_of(fd_);
 }
 
 void require_private_host()
@@ -54,14 +67,14 @@ void require_private_host()
 
 void put_file(const std::string &path, const std::string &bytes)
 {
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    file << bytes;
-    file.close();
-    require(file.good(), path.c_str());
+    const unique_fd file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+    require(file.is_open() &&
+                write(file.get(), bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()),
+            path.c_str());
 }
 
 std::string file_content_of(const std::string &path)
 {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    const unique_fd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    return file.is_open() ? content_of(file.get()) : "";
 }

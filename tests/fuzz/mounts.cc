@@ -30,15 +30,17 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const auto mounts = parse_mountinfo(text);
     require(std::cmp_less_equal(mounts.size(), std::count(text.begin(), text.end(), '\n') + 1),
             "a mount has a line");
-    for (const mount_record &mount : mounts) {
-        const std::string line = std::to_string(mount.id) + " 1 " + std::to_string(major(mount.device)) +
-                                 ":" + std::to_string(minor(mount.device)) + " / " +
-                                 as_kernel_writes(mount.point) + " rw - t " + as_kernel_writes(mount.source) +
-                                 " rw";
-        const auto again = parse_mountinfo(line);
-        require(again.size() == 1 && again[0].id == mount.id && again[0].device == mount.device &&
-                    again[0].point == mount.point && again[0].source == mount.source,
-                "a mount is read back");
-    }
+    std::string table;
+    for (const mount_record &mount : mounts)
+        table += std::to_string(mount.id) + " 1 " + std::to_string(major(mount.device)) + ":" +
+                 std::to_string(minor(mount.device)) + " / " + as_kernel_writes(mount.point) + " rw - t " +
+                 as_kernel_writes(mount.source) + " rw\n";
+    const auto again = parse_mountinfo(table);
+    require(std::equal(mounts.begin(), mounts.end(), again.begin(), again.end(),
+                       [](const mount_record &one, const mount_record &other) {
+                           return one.id == other.id && one.device == other.device &&
+                                  one.point == other.point && one.source == other.source;
+                       }),
+            "mounts are read back");
     return 0;
 }
