@@ -35,6 +35,11 @@ bool repeats(const char *text, const char *list, const char *member, const char 
     return false;
 }
 
+bool is_ascii(const std::string &text)
+{
+    return std::all_of(text.begin(), text.end(), [](char c) { return (c & 0x80) == 0; });
+}
+
 void read_group(const char *text)
 {
     bool is_cluster = false;
@@ -83,7 +88,8 @@ void read_backups(const char *text)
     for (const qel_cdpsch &disk : list) {
         require(disk.cdp_start_time == schedule.start_time && disk.cdp_timeout == schedule.interval,
                 "every disk gets the schedule");
-        if (!disk.local_lun || !disk.mirror_lun)
+        // A mirror is cut out by position, which may cut a character of several bytes.
+        if (!disk.local_lun || !disk.mirror_lun || !is_ascii(*disk.mirror_lun))
             return;
         pairs.push_back({*disk.local_lun, *disk.mirror_lun});
     }
