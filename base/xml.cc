@@ -2,7 +2,9 @@
 
 #include <libxml/chvalid.h>
 #include <libxml/parser.h>
+#include <malloc.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
@@ -46,9 +48,26 @@ void *mark_malloc(size_t size)
     return marking(malloc(size));
 }
 
+// While it is true, all that libxml2 gives back in this thread is wiped.
+thread_local bool is_secret = false;
+
+void free_memory(void *memory)
+{
+    if (is_secret && memory)
+        explicit_bzero(memory, malloc_usable_size(memory));
+    free(memory);
+}
+
 void *mark_realloc(void *old, size_t size)
 {
-    return marking(realloc(old, size));
+    if (!is_secret || !old)
+        return marking(realloc(old, size));
+    void *grown = marking(malloc(size));
+    if (grown) {
+        memcpy(grown, old, std::min(size, malloc_usable_size(old)));
+        free_memory(old);
+    }
+    return grown;
 }
 
 char *mark_strdup(const char *text)
@@ -142,8 +161,19 @@ xml_parser new_parser()
 
 void xml_init()
 {
-    xmlMemSetup(free, mark_malloc, mark_realloc, mark_strdup);
+    xmlMemSetup(free_memory, mark_malloc, mark_realloc, mark_strdup);
     xmlInitParser();
+}
+
+xml_secrets::xml_secrets()
+{
+    is_secret = true;
+}
+
+xml_secrets::~xml_secrets()
+{
+    xmlResetLastError(); // it may quote the document
+    is_secret = false;
 }
 
 xml_doc xml_parse_text(const char *text)
@@ -178,6 +208,14 @@ optional_text xml_attribute(const xmlNode *node, const char *name)
     const xml_text value(xmlGetNoNsProp(node, to_xml(name)));
     throw_if_memory_ran_out();
     return to_optional(value);
+}
+
+secret_text xml_secret(const xmlNode *node, const char *name)
+{
+    memory_ran_out = false;
+    secret_text value(reinterpret_cast<char *>(xmlGetNoNsProp(node, to_xml(name))));
+    throw_if_memory_ran_out();
+    return value;
 }
 
 optional_text xml_content(const xmlNode *node)

@@ -13,7 +13,6 @@ qel_db_t to_database(const Kavapp &app)
         .archive_log = app.archive_log,
         .db_name = optional_copy(app.db_name),
         .db_user = optional_copy(app.db_user),
-        .db_passwd = optional_copy(app.db_passwd),
         .oracle_home = optional_copy(app.oracle_home),
         .host = optional_copy(app.host),
         .port = optional_copy(app.port),
@@ -22,9 +21,10 @@ qel_db_t to_database(const Kavapp &app)
 
 void free_app(Kavapp *app)
 {
-    for (char *text : {app->instance_name, app->db_name, app->db_user, app->db_passwd, app->oracle_home,
-                       app->host, app->port})
+    for (char *text :
+         {app->instance_name, app->db_name, app->db_user, app->oracle_home, app->host, app->port})
         free(text);
+    free_wiped(app->db_passwd);
     free(app);
 }
 
@@ -49,6 +49,7 @@ int qel_get_dbs(std::list<qel_db_t> *list)
         list->push_back(to_database(*app));
         free_app(app);
     }
+    wipe_dead_stack();
     return result;
 }
 
@@ -60,7 +61,7 @@ int qel_connect_database(qel_db_t &database)
                   .archive_log = database.archive_log,
                   .db_name = borrowed(database.db_name),
                   .db_user = borrowed(database.db_user),
-                  .db_passwd = borrowed(database.db_passwd),
+                  .db_passwd = database.db_passwd.get(),
                   .oracle_home = borrowed(database.oracle_home),
                   .host = borrowed(database.host),
                   .port = borrowed(database.port)};

@@ -1,5 +1,6 @@
 #include "platform/linux/agent/apps.h"
 
+#include "base/secret.h"
 #include "platform/linux/agent/records.h"
 #include "platform/linux/state/folders.h"
 
@@ -23,6 +24,7 @@ constexpr std::pair<const char *, char * Kavapp::*> texts[] = {
 record_fields fields_of(const Kavapp &app)
 {
     record_fields fields;
+    fields.reserve(std::size(texts) + 2); // a list that grew would leave copies
     for (const auto &[key, member] : texts) {
         if (app.*member)
             fields.emplace_back(key, app.*member);
@@ -60,7 +62,11 @@ app_record app_of(const record_fields &fields)
 bool is_app(const record_fields &fields)
 {
     const app_record app = app_of(fields);
-    return app && app->instance_name && fields_of(*app) == fields;
+    if (!app || !app->instance_name)
+        return false;
+    record_fields again = fields_of(*app);
+    const wiped_at_end after_comparison(again);
+    return again == fields;
 }
 
 constexpr record_kind application = {kavcdpagt, "application", is_app};
@@ -70,13 +76,15 @@ constexpr record_kind application = {kavcdpagt, "application", is_app};
 void free_app(Kavapp *app)
 {
     for (const auto &text : texts)
-        free(app->*text.second);
+        free_wiped(app->*text.second);
     free(app);
 }
 
 bool keep_app(const Kavapp &app)
 {
-    return store_record(application, fields_of(app));
+    record_fields fields = fields_of(app);
+    const wiped_at_end once_stored(fields);
+    return store_record(application, fields);
 }
 
 int forget_app(const char *instance_name)

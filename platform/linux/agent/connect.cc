@@ -2,6 +2,7 @@
 
 #include "base/deleter.h"
 #include "base/fd.h"
+#include "base/secret.h"
 
 #include <netdb.h>
 #include <poll.h>
@@ -46,7 +47,12 @@ resolved resolve(const std::string &host, const std::string &port)
 // blocked there.
 std::future<resolved> start_resolving(const std::string &host, const std::string &port)
 {
-    std::packaged_task<resolved()> task([host, port] { return resolve(host, port); });
+    std::packaged_task<resolved()> task([host, port] {
+        resolved result = resolve(host, port);
+        wipe_dead_stack(); // registers of the thread that has the password came along, and may have been
+                           // saved
+        return result;
+    });
     std::future<resolved> result = task.get_future();
     sigset_t all, before;
     sigfillset(&all);

@@ -1,6 +1,7 @@
 // Converts records of the agent's folder to the C records that its callers get.
 #pragma once
 
+#include "base/secret.h"
 #include "platform/linux/host/weak_log.h"
 #include "platform/linux/state/store.h"
 
@@ -13,10 +14,11 @@ template <class Record>
 bool load_all(const record_kind &kind, Record (*make)(const record_fields &fields), const char *what,
               std::vector<Record> *all)
 {
-    const auto records = load_records(kind);
+    auto records = load_records(kind);
     if (!records)
         return false;
-    for (const record_fields &fields : *records) {
+    for (record_fields &fields : *records) {
+        const wiped_at_end once_made(fields);
         all->push_back(make(fields));
         if (!all->back()) {
             log_error("Cannot list the %s: %s", what, strerror(ENOMEM));
