@@ -3,6 +3,7 @@
 #include "tools/common/disks.h"
 #include "tools/common/exchange.h"
 #include "tools/common/report_view.h"
+#include "tools/common/visible.h"
 #include "tools/manager/options.h"
 #include "tools/qelc/points_in_time.h"
 #include "tools/qelc/views/groups.h"
@@ -17,6 +18,7 @@ namespace {
 void require_page(const optional_text &page)
 {
     require(!page || page->ends_with('\n'), "a page is whole lines");
+    require(!page || visible(*page, line_ends::kept) == *page, "a terminal obeys nothing of a page");
 }
 
 template <optional_text (*View)(const char *), bool (*Json)(const char *, json_object &)>
@@ -31,7 +33,7 @@ void read_answer(const char *text)
 
 void read_report(const char *text)
 {
-    require(!report_line(text).empty(), "a report has a line");
+    require(visible(report_line(text)) == report_line(text), "a report has one line that no terminal obeys");
     require_page(report_page(text));
 }
 
