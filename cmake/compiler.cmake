@@ -20,12 +20,14 @@ add_compile_options(-fstack-protector-strong -fstack-clash-protection -fcf-prote
 add_link_options(-Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
 
 # No copy relocations: each would put another library's symbol among those that the daemon exports.
-add_compile_options(-mno-direct-extern-access)
+if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+  add_compile_options(-mno-direct-extern-access)
+endif()
 
 if(QELCD_SANITIZE)
   # g++ 12 takes the sanitizers' own code in <regex> for the use of something uninitialised.
   add_compile_options(-fsanitize=${QELCD_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all
-    -Wno-maybe-uninitialized)
+    $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
   add_link_options(-fsanitize=${QELCD_SANITIZE})
 else()
   # Fortified calls need optimisation, and they hide from the sanitizers what these want to see.

@@ -1,0 +1,69 @@
+// Records in the state folders: a file is loaded and stored again byte for byte, or it is set aside as it is.
+#include "platform/linux/agent/apps.h"
+#include "platform/linux/agent/devices.h"
+#include "platform/linux/mirror/record.h"
+#include "tests/fuzz/fuzz.h"
+
+#include <unistd.h>
+
+namespace {
+bool stores_mirror_again()
+{
+    const auto mirrors = load_mirrors(bad_files::set_aside);
+    require(mirrors.has_value(), "mirrors can be loaded");
+    if (mirrors->empty())
+        return false;
+    const mirror_record &mirror = mirrors->front();
+    require(percent_of(mirror, mirror.position) <= 100, "there are a hundred percent");
+    require(save_mirror(mirror), "a mirror can be stored");
+    return true;
+}
+
+bool stores_app_again()
+{
+    std::vector<app_record> apps;
+    require(load_apps(&apps), "databases can be loaded");
+    if (apps.empty())
+        return false;
+    require(keep_app(*apps.front()), "a database can be stored");
+    return true;
+}
+
+bool stores_device_again()
+{
+    std::vector<device_record> devices;
+    require(load_devices(&devices), "devices can be loaded");
+    if (devices.empty())
+        return false;
+    const std::string braced = devices.front()->guid;
+    require(keep_device({braced.substr(1, braced.size() - 2), devices.front()->path}),
+            "a device can be stored");
+    return true;
+}
+
+struct {
+    const state_folder &folder;
+    const char *kind;
+    bool (*stores_again)();
+} const kinds[] = {{twinvault, "mirror", stores_mirror_again},
+                   {kavcdpagt, "application", stores_app_again},
+                   {kavcdpagt, "device", stores_device_again}};
+} // namespace
+
+int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    static const bool is_ready =
+        (require_private_host(), make_state_folder(twinvault) && make_state_folder(kavcdpagt));
+    require(is_ready, "the state folders can be made");
+    const fuzz_input input(data, size, std::size(kinds));
+    const auto &kind = kinds[input.choice];
+    const auto fields = decode_record(kind.folder.owner, kind.kind, input.bytes);
+    const std::string name =
+        fields ? escaped(fields->front().second, plain_in_file_names).substr(0, 200) : "x";
+    const std::string path = std::string(kind.folder.path) + "/" + name + "." + kind.kind;
+    put_file(path, input.bytes);
+    const std::string kept = kind.stores_again() ? path : path + ".damaged-1";
+    require(file_content_of(kept) == input.bytes, "a record is stored again, and other files are kept");
+    require(unlink(kept.c_str()) == 0, "there is one file");
+    return 0;
+}
