@@ -4,6 +4,7 @@
 #include "tests/platform/host.h"
 #include "tests/support/captured_log.h"
 
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,6 +15,8 @@
 #include <sstream>
 
 namespace {
+
+constexpr char BPF_FOLDER[] = "/sys/fs/bpf";
 
 std::string stat_all()
 {
@@ -153,11 +156,19 @@ void Mirror::SetUp()
 {
     if (access("/run/private-host", F_OK) != 0 || !loop_disk::unavailable().empty())
         GTEST_SKIP() << "no private host with loop devices";
+    while (umount2(BPF_FOLDER, MNT_DETACH) == 0)
+        ;
     std::filesystem::remove_all(FOLDER);
     source.emplace(SIZE, 0xa);
     mirror.emplace(SIZE + MIB, 0xb);
     source->fill(MIB, SIZE - MIB);
     mirror->fill(2 * MIB, 5 * MIB); // to be overwritten
+}
+
+void Mirror::allow_tracking()
+{
+    if (mount("bpf", BPF_FOLDER, "bpf", 0, nullptr) != 0)
+        GTEST_SKIP() << "no BPF file system: " << strerror(errno);
 }
 
 void Mirror::protect(const mirror_process &engine, const std::string &then)

@@ -58,10 +58,12 @@ const std::string FOLDER = "/var/lib/twinvault/";
 const std::string A = guid_of(0xa), B = guid_of(0xb);
 const std::string FINISHED = "Sync Finished 100 Up Up";
 
-// Two disks in a private host without any relationship.
+// Two disks in a private host without any relationship, whose writes are not tracked.
 class Mirror : public testing::Test {
 protected:
     void SetUp() override;
+    // Gives the host a BPF file system, so that writes are tracked; skips the test where that is not allowed.
+    static void allow_tracking();
 
     static void protect(const mirror_process &engine, const std::string &then = "stat");
     static void make_level(const mirror_process &engine);

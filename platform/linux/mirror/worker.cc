@@ -30,8 +30,8 @@ void *work(void *argument)
     mirror_ends ends;
     unsigned seen = 0;
     do {
-        if (find_disks(one, ends))
-            copy_what_is_due(one, ends);
+        while (find_disks(one, ends) && copy_what_is_due(one, ends))
+            ;
     } while (rest(one, &seen));
     return nullptr;
 }
