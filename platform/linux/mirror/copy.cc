@@ -34,6 +34,8 @@ bool needs_whole_pass(const copying &work, const mirror_record &record, bool is_
 // if the mark has changed at the end.
 bool take_order(copying &work)
 {
+    if (is_followed(work))
+        return false;
     const auto mark = read_write_mark(work.ends.source.disk->name);
     const auto dest_mark = read_write_mark(work.ends.dest.disk->name);
     const std::lock_guard held(work.one.lock);

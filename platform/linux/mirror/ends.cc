@@ -23,6 +23,7 @@ std::string open_end(side which, mirror_end &end)
     if (end.fd.is_open())
         return problem;
     end.fd = which == side::source ? open_source(*end.disk, &problem) : open_mirror(*end.disk, &problem);
+    end.counters = open_counters(end.disk->name);
     if (end.fd.is_open() && which == side::dest)
         end.claim = claim_mirror(end.disk->guid);
     return problem;

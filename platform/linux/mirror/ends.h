@@ -11,6 +11,7 @@ enum class side { source, dest };
 struct mirror_end {
     std::optional<located_disk> disk; // null: missing or unsuitable
     unique_fd fd;                     // open as long as the disk is there
+    unique_fd counters;               // likewise
     unique_fd claim;                  // of a mirror: tells the disk library whose it is
     uint64_t census = 0;              // the disks of the host when it was located
     // Where a transfer failed: the link stays down until a transfer at the same place succeeds.
@@ -21,6 +22,7 @@ struct mirror_end {
 struct tracking_choice {
     bool is_settled = false; // no other attempt before RETRY
     std::chrono::steady_clock::time_point retry = std::chrono::steady_clock::time_point::max();
+    std::optional<std::chrono::steady_clock::time_point> surplus_since; // more tracked than counted
     unsigned mismatches = 0; // of the tracked and the counted sectors, since RETRY last passed
 };
 

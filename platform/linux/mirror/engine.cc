@@ -2,7 +2,7 @@
 
 #include "platform/linux/host/sysfs.h"
 #include "platform/linux/host/weak_log.h"
-#include "platform/linux/mirror/follow.h"
+#include "platform/linux/mirror/level_proof.h"
 #include "platform/linux/mirror/rules.h"
 #include "platform/linux/mirror/worker.h"
 #include "platform/linux/state/lock.h"

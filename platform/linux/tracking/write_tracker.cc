@@ -123,7 +123,7 @@ tracker_sums write_tracker::sums() const
 
 // A page is taken before its mark goes, so that a process that is killed in between leaves both. And both
 // come before the page is read, so that a write that ends later leaves a mark.
-void write_tracker::take()
+bool write_tracker::take()
 {
     for (uint64_t i = 0; i < words_; i++) {
         const uint64_t seen = at(maps_.dirty, i).load(std::memory_order_relaxed);
@@ -131,13 +131,9 @@ void write_tracker::take()
             continue;
         at(maps_.taken, i).fetch_or(seen);
         at(maps_.dirty, i).fetch_and(~seen);
+        has_taken_ = true;
     }
-}
-
-void write_tracker::take_all()
-{
-    for (uint64_t i = 0; i < words_; i++)
-        at(maps_.taken, i).store(~uint64_t{0});
+    return has_taken_;
 }
 
 std::optional<page_run> write_tracker::next_taken(uint64_t from, uint64_t limit) const
@@ -162,6 +158,7 @@ void write_tracker::forget_taken()
         if (at(maps_.taken, i).load(std::memory_order_relaxed) != 0)
             at(maps_.taken, i).store(0);
     }
+    has_taken_ = false;
 }
 
 uint64_t write_tracker::pages_behind() const

@@ -59,9 +59,8 @@ public:
     tracker_sums sums() const;
 
     // Moves the marked pages to those that are taken. A page that is written meanwhile is marked again.
-    void take();
-    // Marks as taken all pages of the disk.
-    void take_all();
+    // False if no page is taken then.
+    bool take();
     // The first run of taken pages at or after that byte, at most LIMIT bytes long; null: none.
     std::optional<page_run> next_taken(uint64_t from, uint64_t limit) const;
     // The taken pages are on the mirror for good.
@@ -76,6 +75,7 @@ private:
     uint64_t disk_size_;
     uint64_t page_size_;
     uint64_t words_;
+    bool has_taken_ = true; // a former process may have left some
 };
 
 // Ends the tracker under KEY, whichever process made it. Nothing happens if there is none.
