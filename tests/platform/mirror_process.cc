@@ -1,6 +1,8 @@
 #include "tests/platform/mirror_process.h"
 
+#include "base/fd.h"
 #include "platform/include/tw.h"
+#include "platform/linux/mirror/level_hold.h"
 #include "tests/platform/host.h"
 #include "tests/support/captured_log.h"
 
@@ -50,6 +52,15 @@ std::string answer(const std::string &command)
         return std::to_string(tw_disk_resync(one.c_str(), 0));
     if (verb == "stop")
         return std::to_string(tw_disk_stop_sync(one.c_str()));
+    static unique_fd hold;
+    if (verb == "hold") {
+        hold.reset(tw_hold_at_level(one.c_str(), 10'000));
+        return hold.is_open() ? "0" : strerror(errno);
+    }
+    if (verb == "release") {
+        hold.reset();
+        return "0";
+    }
     if (verb == "workers")
         return std::to_string(worker_count());
     return verb == "log" ? take_log(LOG_INFO) : stat_all();

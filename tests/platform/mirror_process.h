@@ -20,7 +20,8 @@ public:
     mirror_process &operator=(const mirror_process &) = delete;
 
     // "protect A B", "unprotect A", "resync A", "stop A": what the library returns. "stat": every
-    // relationship, "SOURCE state percent link link;". "log": the lines since the last time. "threads": how
+    // relationship, "SOURCE state percent link link;". "hold B": holds that mirror at its next level, until
+    // "release". "log": the lines since the last time. "threads": how
     // many.
     std::string ask(const std::string &command) const;
     // Whether some relationship's stat has that in time.

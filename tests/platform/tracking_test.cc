@@ -9,13 +9,24 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <functional>
 #include <random>
+#include <thread>
 
 namespace {
 
 namespace fs = std::filesystem;
+
+// QELCD_MARKS in the environment makes more of them.
+int marks()
+{
+    const char *text = getenv("QELCD_MARKS");
+    return text ? atoi(text) : 10;
+}
 
 class TrackedMirror : public Mirror {
 protected:
@@ -85,6 +96,40 @@ TEST_F(TrackedMirror, GoesOnAfterKillsWithoutLookingAtEverything)
     EXPECT_NO_FATAL_FAILURE(expect_equal_when_level());
     EXPECT_EQ(engine->ask("log").find("as a whole"), std::string::npos);
     EXPECT_LE(mirror->sectors_written() - before, 2 * written) << "a page may be copied again after a kill";
+}
+
+// A writer numbers its pages and waits for each of them: a state that the disk had has all pages up to some
+// number and none beyond.
+TEST_F(TrackedMirror, IsHeldAsTheDiskWasAtOneMomentUnderAWriterThatNeverRests)
+{
+    constexpr uint64_t slots = 1000;
+    source->write(MIB, std::string(slots * 4096, '\0'));
+    const std::jthread writer([&](const std::stop_token &end) {
+        const unique_fd disk(open(source->path().c_str(), O_WRONLY | O_DIRECT | O_CLOEXEC));
+        alignas(4096) static uint64_t page[512];
+        for (uint64_t number = 1; !end.stop_requested(); number++) {
+            page[0] = number;
+            EXPECT_EQ(
+                pwrite(disk.get(), page, sizeof page, static_cast<off_t>(MIB + number * 37 % slots * 4096)),
+                4096);
+            std::this_thread::sleep_for(1ms);
+        }
+    });
+    uint64_t last = 0;
+    for (int i = 0; i < marks(); i++) {
+        ASSERT_EQ(engine->ask("hold " + B), "0");
+        const std::string held = mirror->content().substr(MIB, slots * 4096);
+        std::vector<uint64_t> numbers(slots);
+        for (uint64_t slot = 0; slot < slots; slot++)
+            memcpy(&numbers[slot], held.data() + slot * 4096, 8);
+        const uint64_t newest = *std::max_element(numbers.begin(), numbers.end());
+        EXPECT_GT(newest, last) << "it was not followed";
+        for (uint64_t number = newest; number > 0 && number + slots > newest; number--)
+            ASSERT_EQ(numbers[number * 37 % slots], number) << "of " << newest;
+        last = newest;
+        EXPECT_EQ(engine->ask("release"), "0");
+        std::this_thread::sleep_for(5ms);
+    }
 }
 
 // Each of them makes the marks worthless: everything is compared before the mirror is level again.

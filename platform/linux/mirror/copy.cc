@@ -3,6 +3,7 @@
 #include "platform/linux/host/weak_log.h"
 #include "platform/linux/mirror/copying.h"
 #include "platform/linux/mirror/follow.h"
+#include "platform/linux/mirror/level_proof.h"
 #include "platform/linux/mirror/tracking.h"
 
 #include <algorithm>
@@ -137,6 +138,24 @@ void settle(copying &work)
                  is_unchanged ? "" : "; what was written to it meanwhile follows");
 }
 
+// A mirror that is not tracked is looked at again once nobody can write to it.
+void serve_who_waits(copying &work)
+{
+    {
+        const std::lock_guard held(work.one.lock);
+        if (!work.one.waiting || work.one.record.state != sync_state::level)
+            return;
+    }
+    if (!hold_mirror(work))
+        return;
+    std::unique_lock held(work.one.lock);
+    const bool is_level = is_still_level(work.one);
+    held.unlock();
+    if (is_level)
+        hand_over_hold(work);
+    work.hold.reset();
+}
+
 // False if a disk failed, or another order came.
 bool make_whole_pass(copying &work)
 {
@@ -159,5 +178,8 @@ bool copy_what_is_due(mirror &one, mirror_ends &ends)
          !prove(work, ends.dest, side::dest) || (is_due && !make_whole_pass(work))))
         return false;
     work.hold.reset();
-    return follow_writes(work);
+    if (is_followed(work))
+        return follow_writes(work);
+    serve_who_waits(work);
+    return false;
 }

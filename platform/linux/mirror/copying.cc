@@ -42,6 +42,16 @@ bool hold_mirror(copying &work)
     return work.hold.is_open();
 }
 
+void hand_over_hold(copying &work)
+{
+    const std::lock_guard held(work.one.lock);
+    if (!work.one.waiting || !is_in_force(work))
+        return;
+    work.one.waiting->hold = std::move(work.hold);
+    work.one.waiting = nullptr;
+    work.one.served.notify_all();
+}
+
 bool make_lasting(copying &work)
 {
     if (fsync(work.job.mirror) == 0)

@@ -31,6 +31,9 @@ bool is_in_force(const copying &work);
 // is no failure.
 bool hold_mirror(copying &work);
 
+// The mirror has just been proven level: gives the hold to whoever waits for that.
+void hand_over_hold(copying &work);
+
 // Takes down the link of the disk that failed. It stays down until a transfer at OFFSET succeeds.
 void fail(copying &work, side which, uint64_t offset, const std::string &problem);
 

@@ -286,3 +286,50 @@ bool stop_resync(const std::string &src_guid)
     const bool is_under_way = state == sync_state::copying || state == sync_state::recovering;
     return !is_under_way || change_state(*one, purpose, sync_state::cancelled, one->record.position);
 }
+
+namespace {
+
+// Null with errno.
+std::shared_ptr<mirror> find_by_dest(const std::string &dest_guid)
+{
+    engine &all = the_engine();
+    const std::lock_guard held(all.lock);
+    if (take_role(all) != role::owner) {
+        errno = ENOTSUP;
+        return nullptr;
+    }
+    for (const auto &[src_guid, one] : all.mirrors) {
+        const std::lock_guard held_one(one->lock);
+        if (one->record.dest_guid == dest_guid)
+            return one;
+    }
+    errno = ENOENT;
+    return nullptr;
+}
+
+} // namespace
+
+unique_fd hold_at_level(const std::string &dest_guid, std::chrono::milliseconds limit)
+{
+    using steady_clock = std::chrono::steady_clock;
+    const auto end = steady_clock::now() + limit;
+    const auto one = find_by_dest(dest_guid);
+    if (!one)
+        return unique_fd();
+    hold_request request;
+    std::unique_lock held(one->lock);
+    if (one->waiting) {
+        errno = EBUSY;
+        return unique_fd();
+    }
+    one->waiting = &request;
+    one->changed.notify_all();
+    for (auto left = limit; !request.hold.is_open() && left.count() > 0 && !one->leaving;) {
+        one->served.wait(held, left);
+        left = std::chrono::duration_cast<std::chrono::milliseconds>(end - steady_clock::now());
+    }
+    if (one->waiting == &request)
+        one->waiting = nullptr;
+    errno = ETIMEDOUT;
+    return std::move(request.hold);
+}

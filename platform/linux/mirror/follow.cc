@@ -25,6 +25,13 @@ void wait_shortly(const copying &work, std::chrono::milliseconds limit)
         work.one.changed.wait(held, limit);
 }
 
+// Whether somebody waits for a level mirror.
+bool is_awaited(const copying &work)
+{
+    const std::lock_guard held(work.one.lock);
+    return work.one.waiting;
+}
+
 // Copies what is marked and flushes it. False if a disk failed, or another order came.
 bool copy_marked(copying &work)
 {
@@ -40,6 +47,8 @@ level_proof::verdict make_pass(copying &work)
 {
     level_proof proof(work);
     const auto result = copy_marked(work) ? proof.end() : level_proof::failed;
+    if (result == level_proof::level)
+        hand_over_hold(work);
     work.hold.reset();
     return result;
 }
@@ -55,7 +64,7 @@ void save_at_rest(const copying &work)
 void wait_for_writes(copying &work, uint64_t events, steady_clock::time_point end)
 {
     auto period = shortest_look;
-    while (is_followed(work) && work.tracker->sums().events == events) {
+    while (is_followed(work) && !is_awaited(work) && work.tracker->sums().events == events) {
         if (steady_clock::now() >= end) {
             save_at_rest(work);
             return;

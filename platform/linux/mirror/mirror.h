@@ -9,6 +9,10 @@
 #include <mutex>
 #include <optional>
 
+struct hold_request {
+    unique_fd hold; // open once the mirror is held at its level
+};
+
 struct mirror {
     std::mutex lock; // guards all members below; held while the record is saved, so that saves are in order
     monotonic_condition changed; // signalled when orders or leaving change
@@ -18,5 +22,7 @@ struct mirror {
     bool leaving = false;        // the worker must end
     bool is_unsaved = false;     // the record's marks have moved since it was saved
     std::shared_ptr<write_tracker> tracker; // null: not tracked; all but its sums belongs to the worker
+    hold_request *waiting = nullptr; // of somebody who waits for the next level, and takes it away again
+    monotonic_condition served;      // signalled when that has its hold
     std::optional<pthread_t> worker;
 };

@@ -4,6 +4,7 @@
 #include "platform/linux/host/sysfs.h"
 #include "platform/linux/host/weak_log.h"
 #include "platform/linux/mirror/engine.h"
+#include "platform/linux/mirror/level_hold.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -99,6 +100,11 @@ EXPORTED int tw_disk_resync(const char *local_guid, int /*flag*/)
 EXPORTED int tw_disk_stop_sync(const char *local_guid)
 {
     return stop_resync(shown(local_guid)) ? 0 : -1;
+}
+
+EXPORTED int tw_hold_at_level(const char *mirror_guid, int timeout_ms)
+{
+    return hold_at_level(shown(mirror_guid), std::chrono::milliseconds(timeout_ms)).release();
 }
 
 EXPORTED int tw_scsi_get_guid(const char *path, char *buffer, int size)
