@@ -1,8 +1,12 @@
 #include "base/shell.h"
 
+#include "base/tool.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <string_view>
 
 namespace {
@@ -27,11 +31,50 @@ bool is_plain_line(const std::string &command)
         begin = end + 1;
     }
 }
+
+tool_start shell_start(const std::string &command)
+{
+    return {.words = {"/bin/sh", "-c", command}};
+}
+
+// 0 if the tool was run and ended with exit status 0; else -1 with errno, which is 0 if it was run.
+int run(const tool_start &tool)
+{
+    pid_t child = -1;
+    int status = 0;
+    errno = start_tool(tool, &child);
+    if (errno == 0)
+        errno = wait_for_tool(child, &status);
+    return errno == 0 && status == 0 ? 0 : -1;
+}
 } // namespace
+
+shell_pipe::~shell_pipe()
+{
+    output_.reset(); // a tool that still writes must not wait for us
+    int status = 0;
+    if (child_ > 0)
+        wait_for_tool(child_, &status);
+}
 
 shell_pipe shell_read(const char *command)
 {
-    return shell_pipe(popen(command, "re"));
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0)
+        return {};
+    unique_fd reader(ends[0]);
+    const unique_fd writer(ends[1]);
+    file_stream output(fdopen(reader.get(), "r"));
+    if (!output)
+        return {};
+    reader.release(); // the stream closes it
+    tool_start tool = shell_start(command);
+    tool.output = writer.get();
+    pid_t child = -1;
+    errno = start_tool(tool, &child);
+    if (errno != 0)
+        return {};
+    return {std::move(output), child};
 }
 
 bool is_plain_word(const std::string &text)
@@ -45,11 +88,5 @@ int shell_run(const std::string &command)
         errno = EINVAL;
         return -1;
     }
-    errno = 0;
-    const int status = system(command.c_str());
-    if (status == 0)
-        return 0;
-    if (status != -1)
-        errno = 0; // the wait may have set it; that says nothing about the tool
-    return -1;
+    return run(shell_start(command));
 }

@@ -1,16 +1,31 @@
-// Running tools of the host. All command lines go through the shell, which finds the tool on PATH.
+// Running command lines through the shell, which finds the tool on the PATH of base/tool.h.
 #pragma once
 
-#include "base/deleter.h"
+#include "base/file.h"
 
-#include <cstdio>
-#include <memory>
+#include <sys/types.h>
+
 #include <string>
+#include <utility>
 
-// The standard output of a running command line; closing it waits for the command's end.
-using shell_pipe = std::unique_ptr<FILE, deleter<pclose>>;
+// The standard output of a running command line; waits at the end of its life for the command's end.
+class shell_pipe {
+public:
+    shell_pipe() = default;
+    shell_pipe(file_stream output, pid_t child) : output_(std::move(output)), child_(child) {}
+    ~shell_pipe();
+    shell_pipe(const shell_pipe &) = delete;
+    shell_pipe &operator=(const shell_pipe &) = delete;
 
-// Starts COMMAND and returns its standard output; null with errno if that fails. If the shell does not find
+    explicit operator bool() const { return output_ != nullptr; }
+    FILE *get() const { return output_.get(); }
+
+private:
+    file_stream output_;
+    pid_t child_ = -1;
+};
+
+// Starts COMMAND and returns its standard output; none if that fails. If the shell does not find
 // the tool, the output is empty.
 shell_pipe shell_read(const char *command);
 

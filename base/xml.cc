@@ -1,8 +1,11 @@
 #include "base/xml.h"
 
 #include <libxml/chvalid.h>
+#include <libxml/globals.h>
 #include <libxml/parser.h>
+#include <malloc.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
@@ -46,9 +49,26 @@ void *mark_malloc(size_t size)
     return marking(malloc(size));
 }
 
+// While it is true, all that libxml2 gives back in this thread is wiped.
+thread_local bool is_secret = false;
+
+void free_memory(void *memory)
+{
+    if (is_secret && memory)
+        explicit_bzero(memory, malloc_usable_size(memory));
+    free(memory);
+}
+
 void *mark_realloc(void *old, size_t size)
 {
-    return marking(realloc(old, size));
+    if (!is_secret || !old)
+        return marking(realloc(old, size));
+    void *grown = marking(malloc(size));
+    if (grown) {
+        memcpy(grown, old, std::min(size, malloc_usable_size(old)));
+        free_memory(old);
+    }
+    return grown;
 }
 
 char *mark_strdup(const char *text)
@@ -131,9 +151,34 @@ void refuse_document_type(void *context, const xmlChar *, const xmlChar *, const
     parser->wellFormed = 0;
 }
 
+// In each thread libxml2 makes a state when it is first called there. Without memory it reports that through
+// the very state, and so calls itself until the stack is full. So its memory is tried first: what was just
+// freed is what it gets, unless another thread takes it in between. A larger piece, since calloc does not
+// look into the thread's own cache.
+void prepare_thread()
+{
+    thread_local bool is_prepared = false;
+    if (is_prepared)
+        return;
+    void *volatile state = malloc(2 * sizeof(xmlGlobalState));
+    if (!state)
+        throw std::bad_alloc();
+    free(state);
+    if (!xmlGetGlobalState())
+        throw std::bad_alloc();
+    is_prepared = true;
+}
+
+// Whatever libxml2 did before, its memory was there.
+void begin()
+{
+    prepare_thread();
+    memory_ran_out = false;
+}
+
 xml_parser new_parser()
 {
-    memory_ran_out = false;
+    begin();
     xml_parser parser(or_throw(xmlNewParserCtxt()));
     parser->sax->internalSubset = refuse_document_type;
     return parser;
@@ -142,8 +187,19 @@ xml_parser new_parser()
 
 void xml_init()
 {
-    xmlMemSetup(free, mark_malloc, mark_realloc, mark_strdup);
+    xmlMemSetup(free_memory, mark_malloc, mark_realloc, mark_strdup);
     xmlInitParser();
+}
+
+xml_secrets::xml_secrets()
+{
+    is_secret = true;
+}
+
+xml_secrets::~xml_secrets()
+{
+    xmlResetLastError(); // it may quote the document
+    is_secret = false;
 }
 
 xml_doc xml_parse_text(const char *text)
@@ -180,6 +236,14 @@ optional_text xml_attribute(const xmlNode *node, const char *name)
     return to_optional(value);
 }
 
+secret_text xml_secret(const xmlNode *node, const char *name)
+{
+    memory_ran_out = false;
+    secret_text value(reinterpret_cast<char *>(xmlGetNoNsProp(node, to_xml(name))));
+    throw_if_memory_ran_out();
+    return value;
+}
+
 optional_text xml_content(const xmlNode *node)
 {
     if (!node->children)
@@ -201,7 +265,7 @@ xmlNode *find_child(const xmlNode *node, const char *name)
 
 xml_doc xml_new_document(const char *root_name)
 {
-    memory_ran_out = false;
+    begin();
     xml_doc doc(xmlNewDoc(to_xml("1.0")));
     xmlDocSetRootElement(or_throw(doc.get()), xml_new_element(root_name).release());
     return doc;

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "base/deleter.h"
+#include "base/secret.h"
 #include "base/text.h"
 
 #include <libxml/tree.h>
@@ -39,6 +40,18 @@ bool xml_is_named(const xmlNode *node, const char *name);
 // The value of an attribute; absent if NODE does not have it. This and xml_content throw std::bad_alloc when
 // out of memory, because absent means something else.
 optional_text xml_attribute(const xmlNode *node, const char *name);
+
+// The same for a password.
+secret_text xml_secret(const xmlNode *node, const char *name);
+
+// While one exists, memory that libxml2 gives back in this thread is wiped: for a document with a password,
+// from before it is parsed until after it is freed. Only one at a time, and only after xml_init.
+struct xml_secrets {
+    xml_secrets();
+    ~xml_secrets();
+    xml_secrets(const xml_secrets &) = delete;
+    xml_secrets &operator=(const xml_secrets &) = delete;
+};
 
 // The text inside an element, including its children's; absent if the element is empty.
 optional_text xml_content(const xmlNode *node);

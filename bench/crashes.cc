@@ -6,14 +6,9 @@
 // handler, which aborts the process. After each, before anybody can change the file again, it must be whole
 // and hold the last name that was answered, or the one that was sent after it.
 
-#include "base/fd.h"
 #include "base/xml.h"
+#include "bench/private_daemon.h"
 #include "protocol/commands.h"
-#include "protocol/head.h"
-
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -27,9 +22,6 @@
 #include <thread>
 
 namespace {
-constexpr char config_file[] = "/etc/kavtessaron/qelcd.conf";
-constexpr char pid_file[] = "/var/run/qelcd.pid";
-
 struct tally {
     int kills = 0;
     int torn = 0; // the file was not a whole document
@@ -40,22 +32,6 @@ std::mutex quiet; // held while a change is under way, and while the file is loo
 std::atomic<int> answered{0};
 std::atomic<bool> is_over{false};
 
-// Sends one frame and waits for the reply. False when there was none.
-bool ask(uint32_t code, const std::string &body)
-{
-    const unique_fd peer(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_un address{.sun_family = AF_UNIX, .sun_path = "/var/run/qelcd.sock"};
-    if (connect(peer.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
-        return false;
-    message_head head{};
-    head.version = protocol_version;
-    head.cmd = code;
-    head.data_len = static_cast<uint32_t>(body.size());
-    const std::string frame = std::string(reinterpret_cast<const char *>(&head), sizeof head) + body;
-    return send(peer.get(), frame.data(), frame.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(frame.size()) &&
-           recv(peer.get(), &head, sizeof head, MSG_WAITALL) == sizeof head && head.ret == 0;
-}
-
 // The name carries its number, and its length jumps, so that the file grows and shrinks.
 std::string name_of_change(int number)
 {
@@ -65,7 +41,7 @@ std::string name_of_change(int number)
 bool rename(int number, const std::string &body)
 {
     const std::lock_guard changing(quiet);
-    if (!ask(command::rename_client, body))
+    if (ask(command::rename_client, body).status != 0)
         return false;
     answered = number;
     return true;
@@ -78,21 +54,6 @@ void rename_without_end()
         while (!is_over && !rename(number, body))
             std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
-}
-
-int supervisor()
-{
-    int pid = 0;
-    std::ifstream(pid_file) >> pid;
-    return pid;
-}
-
-int worker()
-{
-    const std::string pid = std::to_string(supervisor());
-    int child = 0;
-    std::ifstream("/proc/" + pid + "/task/" + pid + "/children") >> child;
-    return child;
 }
 
 void write_config(size_t bytes)
@@ -118,20 +79,6 @@ void look(tally &seen)
         ++seen.torn;
     else if (last > 0 && name != name_of_change(last) && name != name_of_change(last + 1))
         ++seen.lost;
-}
-
-// False when the daemon is gone for good.
-bool wait_for_new_worker(int old)
-{
-    for (int tries = 0; tries < 5000; ++tries) {
-        const int now = worker();
-        if (now != 0 && now != old)
-            return true;
-        if (now == 0 && kill(supervisor(), 0) != 0)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return false;
 }
 
 bool wait_for_changes(int more)

@@ -36,7 +36,8 @@ std::string join_addresses(const Addresses &addresses)
 }
 
 // Appends the addresses of TEXT, which are separated by blanks, to a list of such records. An invalid address
-// becomes 0.0.0.0. When out of memory, the rest is left out.
+// becomes 0.0.0.0. Throws std::bad_alloc: a list that lacks its first address would look like a manager that
+// has moved.
 template <class Address>
 void append_addresses(std::string_view text, std::list<Address> &addresses)
 {
@@ -46,10 +47,8 @@ void append_addresses(std::string_view text, std::list<Address> &addresses)
             return;
         text.remove_prefix(begin);
         const size_t length = std::min(text.find(' '), text.size());
-        Address *entry = list_append(addresses);
-        if (!entry)
-            return;
-        inet_pton(AF_INET, std::string(text.substr(0, length)).c_str(), &entry->addr);
+        const std::string address(text.substr(0, length));
+        inet_pton(AF_INET, address.c_str(), &addresses.emplace_back().addr);
         text.remove_prefix(length);
     }
 }

@@ -102,6 +102,8 @@ int qel_get_chns_lock(const qel_t *client, std::list<qel_chn_t> &list, std::mute
     for (std::string &wwn : wwns) {
         if (qel_chn_t *entry = list_append(list))
             *entry = {.type = chn_fc, .initiator = std::move(wwn), .target = std::nullopt};
+        else
+            log_error("Failed to allocate memory");
     }
     return failure;
 }

@@ -77,10 +77,11 @@ void qel_set_target_iqn(qel_t *c, const char *iqn)
         c->manager->target_iqn = optional_copy(iqn);
 }
 
-qel_cdpsch &qel_add_schedule(qel_t *c, qel_cdpsch schedule)
+qel_cdpsch &qel_add_schedule(qel_t *c, std::list<qel_cdpsch> added)
 {
     const std::lock_guard changing(c->content_lock);
-    return c->cdpsch_list.emplace_back(std::move(schedule));
+    c->cdpsch_list.splice(c->cdpsch_list.end(), added);
+    return c->cdpsch_list.back();
 }
 
 void qel_remove_schedule(qel_t *c, const qel_cdpsch *schedule)

@@ -84,8 +84,9 @@ int qel_rename_client(qel_t *c, const char *alias);
 // Stores a copy of IQN as the target of the manager. Does nothing if there is no manager.
 void qel_set_target_iqn(qel_t *c, const char *iqn);
 
-// Appends a CDP schedule; the reference is valid while the record keeps the schedule.
-qel_cdpsch &qel_add_schedule(qel_t *c, qel_cdpsch schedule);
+// Appends a CDP schedule, the only element of ADDED, and needs no memory for that. The reference is valid
+// while the record keeps the schedule.
+qel_cdpsch &qel_add_schedule(qel_t *c, std::list<qel_cdpsch> added);
 
 // Frees one CDP schedule of the record.
 void qel_remove_schedule(qel_t *c, const qel_cdpsch *schedule);

@@ -1,5 +1,5 @@
 // The databases of this host that the CDP agent library quiesces during a snapshot. The library keeps their
-// configuration, passwords included; the inventory has a copy.
+// configuration, passwords included; the inventory has a copy without these.
 #pragma once
 
 #include "client/inventory_records.h"

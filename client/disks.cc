@@ -1,5 +1,6 @@
 #include "client/disks.h"
 
+#include "base/exceptions.h"
 #include "base/log.h"
 #include "client/disk_identity.h"
 #include "client/relationship_chain.h"
@@ -13,13 +14,17 @@
 namespace {
 constexpr unsigned sector_shift = 9; // the library counts in sectors of 512 bytes
 
-// The devices that the library lists; the destructor releases them.
+// The devices that the library lists; the destructor releases them. A list that cannot be read counts as
+// empty, unless memory ran out: the disks are still there.
 struct device_list {
     kav_list head{};
+    int error = 0;
     explicit device_list(int flag)
     {
         kav_list_init(&head);
-        kavdisk_get_devs(&head, flag);
+        errno = 0;
+        if (kavdisk_get_devs(&head, flag) < 0)
+            error = errno;
     }
     device_list(const device_list &) = delete;
     device_list &operator=(const device_list &) = delete;
@@ -134,6 +139,8 @@ int qel_get_disks(std::list<qel_disk_t> *list, int flag)
     log_debug("start kavdisk_get_devs.");
     const device_list devices(flag);
     log_debug("finish kavdisk_get_devs.");
+    if (devices.error == ENOMEM)
+        throw std::bad_alloc();
     for (const kav_list *link = devices.head.next; link != &devices.head; link = link->next) {
         const auto *device = kav_list_entry(link, const kavdisk_dev, link);
         if (!device->name)
@@ -144,8 +151,10 @@ int qel_get_disks(std::list<qel_disk_t> *list, int flag)
         }
         log_debug("[QEL_GET_DISKS]: Found disk %s.", device->path);
         qel_disk_t *disk = list_append(*list);
-        if (!disk)
+        if (!disk) {
+            log_error("Failed to allocate memory");
             break;
+        }
         fill_disk(*disk, *device);
     }
     return 0;

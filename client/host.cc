@@ -86,8 +86,10 @@ unsigned get_systype()
 int get_ipsv4_filter_ip(const qel_t *client, std::list<qel_ip_t> &list)
 {
     ifaddrs *interfaces = nullptr;
-    if (getifaddrs(&interfaces) != 0)
+    if (getifaddrs(&interfaces) != 0) {
+        log_error("Failed to get ifaddrs");
         return 0;
+    }
     const std::unique_ptr<ifaddrs, deleter<freeifaddrs>> owner(interfaces);
     int added = 0;
     for (const ifaddrs *entry = interfaces; entry; entry = entry->ifa_next) {

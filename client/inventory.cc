@@ -1,6 +1,7 @@
 #include "client/inventory.h"
 
 #include "base/log.h"
+#include "base/shortage.h"
 #include "client/channels.h"
 #include "client/client.h"
 #include "client/databases.h"
@@ -113,10 +114,13 @@ qel_inventory_t *qel_rescan_inventory()
 
 void qel_refresh_backups()
 {
-    std::list<qel_backup_t> backups;
-    qel_get_backups_lock(g_client, backups, g_client->lock);
-    const auto held = qel_inventory_lock();
-    g_inventory.backups.swap(backups);
+    // What was changed has been changed: without memory the next scan finds it.
+    end_at_shortage([] {
+        std::list<qel_backup_t> backups;
+        qel_get_backups_lock(g_client, backups, g_client->lock);
+        const auto held = qel_inventory_lock();
+        g_inventory.backups.swap(backups);
+    });
 }
 
 int qel_refresh_databases()

@@ -1,6 +1,7 @@
 // The records of the host inventory: what this host is and has.
 #pragma once
 
+#include "base/secret.h"
 #include "base/text.h"
 
 #include <netinet/in.h>
@@ -75,7 +76,7 @@ struct qel_db_t {
     int32_t archive_log = 0;
     optional_text db_name;
     optional_text db_user;
-    optional_text db_passwd;
+    secret_text db_passwd; // only on the way to the library; the inventory has none
     optional_text oracle_home;
     optional_text host;
     optional_text port;

@@ -101,6 +101,7 @@ optional_text qel_to_xml(const qel_t *c)
         log_debug("Complete getting Tessaron_LClient info");
         return text;
     } catch (const std::bad_alloc &) {
+        log_error("Failed to allocate memory");
         return std::nullopt;
     }
 }

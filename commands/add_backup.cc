@@ -142,7 +142,7 @@ void schedule_single_disk(const protection &wanted, const cdp_times &times)
     if (!wanted.single)
         return;
     const std::lock_guard held(g_client->lock);
-    qel_cdpsch &schedule = qel_add_schedule(g_client, *wanted.single);
+    qel_cdpsch &schedule = qel_add_schedule(g_client, {*wanted.single});
     qel_set_times(g_client, schedule, times);
     qel_save(g_client);
     _register_for_cdpsch(&schedule);

@@ -1,6 +1,7 @@
 #include "commands/databases.h"
 
 #include "base/log.h"
+#include "base/secret.h"
 #include "base/xml.h"
 #include "client/databases.h"
 #include "client/inventory.h"
@@ -95,7 +96,9 @@ int process(const database_command &command, request *req)
     const bool may_go_on = enter_command({.received = command.received}, req) == status_ok;
     if (!req)
         return status_failure;
-    return answer(*req, may_go_on ? command.run(*req) : status_failure, command.attribute);
+    const int status = answer(*req, may_go_on ? command.run(*req) : status_failure, command.attribute);
+    wipe_dead_stack();
+    return status;
 }
 } // namespace
 

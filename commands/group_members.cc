@@ -23,27 +23,26 @@ void remove_own_schedule(const char *guid)
         log_info("Disk %s has CDP schedule in config, remove it.", guid);
 }
 
-void remove_own_schedules(const qel_group &wanted)
+// The schedules go even if there is no such group. Everything is saved at once, so that a save that fails
+// cannot keep half of it.
+bool move_members(qel_group &wanted)
 {
     const std::lock_guard held(g_client->lock);
     for (const qel_group_disk &member : wanted.member_list)
         remove_own_schedule(c_text(member.disk_guid));
+    const auto count = static_cast<ptrdiff_t>(wanted.member_list.size());
+    qel_group *group = qel_find_group(g_client, wanted.name);
+    if (group)
+        qel_add_members(g_client, *group, wanted.member_list);
     qel_save(g_client);
     log_info("Config updated.");
-}
-
-bool move_members(qel_group &wanted)
-{
     log_info("Adding disks into group %s", printable(wanted.name));
-    const std::lock_guard held(g_client->lock);
-    qel_group *group = qel_find_group(g_client, wanted.name);
     if (!group)
         return false;
     log_info("Found requested group %s", printable(group->name));
-    for (const qel_group_disk &member : wanted.member_list)
-        log_info("Adding disk %s into group %s.", printable(member.disk_guid), printable(group->name));
-    qel_add_members(g_client, *group, wanted.member_list);
-    qel_save(g_client);
+    const auto &members = group->member_list;
+    for (auto member = std::prev(members.end(), count); member != members.end(); ++member)
+        log_info("Adding disk %s into group %s.", printable(member->disk_guid), printable(group->name));
     return true;
 }
 
@@ -55,7 +54,6 @@ int add_members(const group_command &command, const char *searching, const reque
         return status;
     log_info("Retrieved group %s.", printable(wanted->name));
     log_info("%s", searching);
-    remove_own_schedules(*wanted);
     if (move_members(*wanted))
         return complete(command);
     log_error("Unable to found the specified group, abort.");
@@ -71,42 +69,44 @@ optional_text mirror_of(const std::string &guid)
     return backup ? optional_text(backup->dest_guid) : std::nullopt;
 }
 
-// Gives the disk the group's times, even if they are zeros. Null if the disk has no mirror. The caller holds
-// the record's lock.
-const qel_cdpsch *hand_over_schedule(const qel_group &group, const std::string &guid)
+// A schedule of the disk with the group's times, even if they are zeros. Empty if the disk has no mirror. The
+// caller holds the record's lock.
+std::list<qel_cdpsch> inherited_schedule(const qel_group &group, const std::string &guid)
 {
     const optional_text mirror = mirror_of(guid);
     if (!mirror)
-        return nullptr;
+        return {};
     log_debug("Source local %s ,mirror %s ,con_start_time %d ,start_time %d ,timeout %d.", guid.c_str(),
               mirror->c_str(), static_cast<int>(group.cdp_con_start_time),
               static_cast<int>(group.cdp_start_time), static_cast<int>(group.cdp_timeout));
-    const qel_cdpsch &schedule = qel_add_schedule(g_client, {.local_lun = guid,
-                                                             .mirror_lun = mirror,
-                                                             .cdp_con_start_time = group.cdp_con_start_time,
-                                                             .cdp_start_time = group.cdp_start_time,
-                                                             .cdp_timeout = group.cdp_timeout});
-    log_debug("Disk %s get Group sch success!", guid.c_str());
-    qel_save(g_client);
-    _register_for_cdpsch(&schedule);
-    return &schedule;
+    return {{.local_lun = guid,
+             .mirror_lun = mirror,
+             .cdp_con_start_time = group.cdp_con_start_time,
+             .cdp_start_time = group.cdp_start_time,
+             .cdp_timeout = group.cdp_timeout}};
 }
 
 // The schedule is handed over even if the disk was not in the group. If several groups have that name, the
 // disk gets one schedule, with the times of the last.
-bool remove_member(const std::string &name, const std::string &guid)
+bool remove_member(const std::string &name, const optional_text &guid)
 {
     const qel_cdpsch *handed_over = nullptr;
     const std::lock_guard held(g_client->lock);
     for (qel_group &group : g_client->group_list) {
         if (group.name != name)
             continue;
+        // What needs memory comes before the first change.
+        std::list<qel_cdpsch> inherited = inherited_schedule(group, *guid);
         const bool removed = qel_remove_member(g_client, group, guid);
-        if (removed)
-            qel_save(g_client);
         if (handed_over)
             qel_remove_schedule(g_client, handed_over);
-        handed_over = hand_over_schedule(group, guid);
+        handed_over = inherited.empty() ? nullptr : &qel_add_schedule(g_client, std::move(inherited));
+        if (handed_over)
+            log_debug("Disk %s get Group sch success!", guid->c_str());
+        if (removed || handed_over)
+            qel_save(g_client);
+        if (handed_over)
+            _register_for_cdpsch(handed_over);
         if (removed)
             return true;
     }
@@ -122,8 +122,9 @@ bool remove_members(qel_group &group, const qel_group &wanted)
     for (const qel_group_disk &member : leaving) {
         qel_remove_member(g_client, group, member.disk_guid);
         log_info("Disk %s has removed", printable(member.disk_guid));
-        qel_save(g_client);
     }
+    if (!leaving.empty())
+        qel_save(g_client);
     return !leaving.empty();
 }
 

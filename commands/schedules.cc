@@ -109,11 +109,11 @@ bool change_schedule(const new_schedule &wanted)
 void register_schedule(const qel_backup_t &backup, const cdp_times &times)
 {
     const char *guid = backup.src_guid.c_str();
-    const qel_cdpsch &schedule = qel_add_schedule(g_client, {.local_lun = backup.src_guid,
-                                                             .mirror_lun = backup.dest_guid,
-                                                             .cdp_con_start_time = times.con_start_time,
-                                                             .cdp_start_time = times.start_time,
-                                                             .cdp_timeout = times.timeout});
+    const qel_cdpsch &schedule = qel_add_schedule(g_client, {{.local_lun = backup.src_guid,
+                                                              .mirror_lun = backup.dest_guid,
+                                                              .cdp_con_start_time = times.con_start_time,
+                                                              .cdp_start_time = times.start_time,
+                                                              .cdp_timeout = times.timeout}});
     qel_save(g_client);
     log_info("Config fie is updated for disk %s.", guid);
     _register_for_cdpsch(&schedule);

@@ -57,11 +57,9 @@ std::string kept_text()
     return count == static_cast<ssize_t>(length) ? text : "";
 }
 
-bool make_room(int fd, size_t old_length, size_t length)
+bool make_room(int fd, size_t old_length, std::string_view blanks)
 {
-    if (length <= old_length)
-        return true;
-    if (write_all(fd, std::string(length - old_length, '\n'), static_cast<off_t>(old_length)))
+    if (write_all(fd, blanks, static_cast<off_t>(old_length)))
         return true;
     const int cause = errno;
     if (ftruncate(fd, static_cast<off_t>(old_length)) != 0)
@@ -76,11 +74,13 @@ bool replace_text(int fd, std::string_view text)
     if (fstat(fd, &status) != 0)
         return false;
     const auto old_length = static_cast<size_t>(status.st_size);
-    if (!make_room(fd, old_length, text.size()))
-        return false;
-    keep(text);
+    // All memory before the first write: an exception after it would leave a save half done.
     std::string padded(text);
     padded.resize(std::max(old_length, text.size()), '\n');
+    const std::string blanks(padded.size() - old_length, '\n');
+    if (!make_room(fd, old_length, blanks))
+        return false;
+    keep(text);
     const bool is_saved = write_all(fd, padded, 0) && ftruncate(fd, static_cast<off_t>(text.size())) == 0;
     keep_length(0);
     return is_saved;

@@ -2,6 +2,7 @@
 
 #include "base/fd.h"
 #include "base/log.h"
+#include "base/shortage.h"
 #include "daemon/command_table.h"
 #include "jobs/heartbeat_job.h"
 #include "protocol/commands.h"
@@ -12,20 +13,17 @@
 #include <cstdlib>
 #include <memory>
 #include <mutex>
-#include <new>
 
 namespace {
+// One command that needs too much memory must not end the others.
 int run_handler(command_handler handler, request &req)
 {
-    try {
-        return handler(&req);
-    } catch (const std::bad_alloc &) {
-        // One command that needs too much memory must not end the others.
-        log_error("Failed to allocate memory");
-        req.send_xml.reset();
-        req.send_head.data_len = 0;
-        return status_failure;
-    }
+    int status = status_failure;
+    if (end_at_shortage([&] { status = handler(&req); }))
+        return status;
+    req.send_xml.reset();
+    req.send_head.data_len = 0;
+    return status_failure;
 }
 
 // Only the command counts, not its status: a failed adoption leaves heartbeats on, and a refused release

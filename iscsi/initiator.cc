@@ -12,44 +12,49 @@
 #include <cstring>
 #include <iterator>
 #include <string>
-#include <vector>
 
 namespace {
-using words = std::vector<std::string>;
-
-void append(words &line, const char *option, const optional_text &value)
+// A word from outside. The tool takes one that begins with '-' for an option, and looks for the files of its
+// records by names, which '/' would lead elsewhere.
+bool is_name(const std::string &word)
 {
-    if (value)
-        line.insert(line.end(), {option, *value});
+    return is_plain_word(word) && word.front() != '-' && word.find('/') == std::string::npos;
 }
 
-std::string joined(const words &line)
-{
-    std::string text = line.front();
-    for (auto word = std::next(line.begin()); word != line.end(); ++word)
-        text += " " + *word;
-    return text;
-}
+// A call of the tool with OPTIONS, to which names are added one by one: a name with a blank would pass as two
+// plain words.
+class tool_call {
+public:
+    explicit tool_call(const char *options) : line_(std::string("iscsiadm ") + options) {}
 
-// Checks each word by itself: a name with a blank would pass as two plain words.
-int run_words(const words &line, const std::string &command)
-{
-    if (std::all_of(line.begin(), line.end(), is_plain_word))
-        return shell_run(command);
-    errno = EINVAL;
-    return -1;
-}
+    void add(const char *option) { line_ += std::string(" ") + option; }
+    void add_name(const std::string &name)
+    {
+        add(name.c_str());
+        are_names_safe_ = are_names_safe_ && is_name(name);
+    }
+    void add(const char *option, const optional_text &name)
+    {
+        if (!name)
+            return;
+        add(option);
+        add_name(*name);
+    }
 
-int run_tool(const words &line)
-{
-    const std::string command = joined(line);
-    log_debug("%s", command.c_str());
-    if (run_words(line, command) != 0) {
-        log_error("Failed to execute cmd: '%s' error: '%s'", command.c_str(), strerror(errno));
+    int run() const
+    {
+        log_debug("%s", line_.c_str());
+        errno = EINVAL;
+        if (are_names_safe_ && shell_run(line_) == 0)
+            return 0;
+        log_error("Failed to execute cmd: '%s' error: '%s'", line_.c_str(), strerror(errno));
         return -1;
     }
-    return 0;
-}
+
+private:
+    std::string line_;
+    bool are_names_safe_ = true;
+};
 
 bool are_nodes(const qel_iscsi_node *target, const qel_iscsi_node *initiator)
 {
@@ -83,15 +88,15 @@ int act_on_channel(const node_action &action, const qel_iscsi_node *target, cons
     optional_text iface;
     if (!choose_iface(iface, initiator))
         return -1;
-    words line = {"iscsiadm", "-m", "node"};
+    tool_call call("-m node");
     if (action.portal_as_option)
-        append(line, "-p", portal);
+        call.add("-p", portal);
     else if (portal)
-        line.push_back(*portal);
-    append(line, "-T", target->iqn);
-    append(line, "-I", iface);
-    line.emplace_back(action.option);
-    return run_tool(line);
+        call.add_name(*portal);
+    call.add("-T", target->iqn);
+    call.add("-I", iface);
+    call.add(action.option);
+    return call.run();
 }
 } // namespace
 
@@ -119,10 +124,10 @@ int qel_iscsi_discover_target(const qel_iscsi_node *target, const qel_iscsi_node
     optional_text iface;
     if (!portal || !choose_iface(iface, initiator))
         return -1;
-    words line = {"iscsiadm", "-m", "discovery", "-t", "st"};
-    append(line, "-p", portal);
-    append(line, "-I", iface);
-    if (run_tool(line) != 0)
+    tool_call call("-m discovery -t st");
+    call.add("-p", portal);
+    call.add("-I", iface);
+    if (call.run() != 0)
         return -1;
     // A record that cannot be removed only makes later logins slower.
     static_cast<void>(remove_iscsi_node_record(c_text(target->iqn), c_text(node_ip_str(*target))));

@@ -2,8 +2,8 @@
 //
 // Every operation runs the tool through the shell and waits for it, which can take minutes; only the exit
 // status counts. Nothing here locks: callers must not run these at the same time. Each returns 0, or -1 after
-// a log line, unless it says otherwise. A name that is not a plain word for the shell fails as if the tool
-// had failed.
+// a log line, unless it says otherwise. A name that is not a plain word for the shell, begins with '-' or
+// holds a '/' fails as if the tool had failed.
 #pragma once
 
 #include "iscsi/node.h"

@@ -16,10 +16,13 @@ void free_device(Kavdev *device)
 }
 using device = std::unique_ptr<Kavdev, deleter<free_device>>;
 
-// Null for an absent text, or when out of memory.
+// Null for an absent text.
 char *malloc_copy(const optional_text &text)
 {
-    return text ? strdup(text->c_str()) : nullptr;
+    char *copy = text ? strdup(text->c_str()) : nullptr;
+    if (text && !copy)
+        throw std::bad_alloc();
+    return copy;
 }
 
 device_group new_group(const qel_group &from)

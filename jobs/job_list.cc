@@ -18,8 +18,11 @@ std::pair<int32_t, std::string_view> key_of(const job_status &job)
 
 void job_list::append(entry job)
 {
-    const auto key = key_of(*job);
-    by_name_.emplace(key, jobs_.insert(jobs_.end(), std::move(job)));
+    // In the index first: a job that is only in the list would fire, and nobody could find it.
+    std::list<entry> added;
+    added.push_back(std::move(job));
+    by_name_.emplace(key_of(*added.front()), added.begin());
+    jobs_.splice(jobs_.end(), added);
 }
 
 void job_list::clear()

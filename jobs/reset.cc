@@ -76,7 +76,7 @@ void forget_manager()
     const std::lock_guard held(g_client->lock);
     if (g_client->manager) {
         log_info("Shutdown iSCSI channels.");
-        qel_cancel_iscsi_channel_all(c_text(g_client->manager->target_iqn));
+        end_at_shortage([] { qel_cancel_iscsi_channel_all(c_text(g_client->manager->target_iqn)); });
     }
     log_debug("Removing manager config informations.");
     qel_mngr_remove(g_client);

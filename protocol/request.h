@@ -3,6 +3,7 @@
 // A record is used for one exchange by one thread; nothing here is shared or locked.
 #pragma once
 
+#include "base/secret.h"
 #include "base/text.h"
 #include "protocol/head.h"
 
@@ -10,7 +11,7 @@
 #include <string>
 
 struct request {
-    malloc_text recv_xml;   // the received body, NUL-terminated; null when the frame had none
+    secret_text recv_xml;   // the received body, NUL-terminated; null when the frame had none
     optional_text send_xml; // the body to send; its length is send_head.data_len
     message_head recv_head{};
     message_head send_head{};

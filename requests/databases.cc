@@ -11,6 +11,7 @@
 std::unique_ptr<qel_db_t> xml_to_KavApp(const char *text, bool *is_cluster)
 {
     *is_cluster = false;
+    const xml_secrets wiped;
     const xml_doc doc = open_document(text);
     if (!doc)
         return nullptr;
@@ -29,7 +30,7 @@ std::unique_ptr<qel_db_t> xml_to_KavApp(const char *text, bool *is_cluster)
         database->db_name = "oracle";
     }
     database->db_user = xml_attribute(node, "DBUser");
-    database->db_passwd = xml_attribute(node, "DBPasswd");
+    database->db_passwd = xml_secret(node, "DBPasswd");
     database->instance_name = xml_attribute(node, "InstanceName");
     if (const optional_text archive_log = xml_attribute(node, "ArchiveLog"))
         database->archive_log = scan_int(archive_log->c_str());

@@ -55,7 +55,8 @@ static_assert(offsetof(struct kavdisk_dev, reserved) == 60, "kavdisk_dev: reserv
 static_assert(offsetof(struct kavdisk_dev, parts) == 64, "kavdisk_dev: parts");
 
 /* Appends one record per device to DEVS, a list that the caller has initialised.
- * FLAG 1: with partitions and their file systems; 0: devices only. Returns 0, or -1. */
+ * FLAG 1: with partitions and their file systems; 0: devices only. Returns 0, or -1; errno is ENOMEM if
+ * memory ran out. */
 int kavdisk_get_devs(struct kav_list *devs, int flag);
 
 /* Frees every record of the list and leaves the head empty. */

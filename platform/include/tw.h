@@ -39,7 +39,7 @@ static_assert(offsetof(struct tw_relationship, dest_guid) == 332, "tw_relationsh
 static_assert(offsetof(struct tw_relationship, reserved) == 396, "tw_relationship: reserved");
 
 /* The relationship whose source is GUID; for a null GUID the chain of all of them. Null if there is
- * none. The caller releases the chain with tw_disk_stat_release. */
+ * none; null with errno ENOMEM if memory ran out. The caller releases the chain with tw_disk_stat_release. */
 struct tw_relationship *tw_disk_stat(const char *guid);
 
 /* Frees a whole chain; null is ignored. */

@@ -3,8 +3,8 @@
 set -euo pipefail
 build=$1
 seconds=$2
-tools=/var/soak/tools
-export PATH=$tools:$PATH:/usr/sbin:/sbin:$PWD/$build/bin
+tools=/usr/local/sbin
+export PATH=$PATH:/usr/sbin:/sbin:$PWD/$build/bin
 manager_guid=5e9a11d0-0000-4000-8000-000000000001
 client_guid=6f1c2a52-6b0e-4c57-9a54-2f4f5d6a7b81
 clients=16
@@ -26,7 +26,7 @@ worker_pid() {
 # --- The host: a network interface, an initiator tool that fails now and then, the daemon --------------------
 
 rm -f /dev/loop* # no disks: other processes on this machine may be using them
-mkdir -p "$tools" /var/soak/counts /var/lib/iscsi/{ifaces,nodes}
+mkdir -p /var/soak/counts /var/lib/iscsi/{ifaces,nodes}
 ip link add net0 type veth peer name net1
 ip address add 10.77.0.1/24 dev net0
 cat >"$tools/iscsiadm" <<'END'
@@ -36,8 +36,6 @@ exit $(($$ % 4 == 0))
 END
 printf '#!/bin/sh\necho 1\n' >"$tools/pgrep"
 chmod +x "$tools"/*
-mount -t tmpfs soak /usr/local/sbin
-touch /usr/local/sbin/iscsiadm
 printf '<Tessaron><ClientGUID>%s</ClientGUID><ClientPort>9410</ClientPort><ServerPort>9411</ServerPort></Tessaron>' \
     "$client_guid" >/etc/kavtessaron/qelcd.conf
 busybox syslogd -n -l 5 -O /var/log/messages & # warnings and errors

@@ -17,8 +17,7 @@ declare -A guid device sum
 # No disk of another test is in sight, so that nobody scans or signs it.
 rm -f /dev/loop[0-9]*
 mkdir "$images"
-mount -t tmpfs host-test /usr/local/sbin # an initiator tool that has nothing to do
-ln -s /bin/true /usr/local/sbin/iscsiadm
+ln -s /bin/true /usr/local/sbin/iscsiadm # an initiator tool that has nothing to do
 for sanitizer in ASAN TSAN UBSAN; do
     export "${sanitizer}_OPTIONS=log_path=/var/tmp/sanitizer:second_deadlock_stack=1"
 done

@@ -112,7 +112,9 @@ TEST(Agent, MarksRunHooksAndUndoThemWhenOneFails)
     script world;
     world.relationships({{.dest_guid = "1", .dest_path = "/one"}, {.dest_guid = "2", .dest_path = "/two"}});
     hook("b", "[ $QELCD_GUID$QELCD_MARK != 2mark ]\n");
-    hook("a", "[ $(readlink /proc/self/fd/2) = /dev/null ]\n"), hook(".c", ""), hook("d~", ""), hook("e", "");
+    setenv("FOREIGN", "", 1);
+    hook("a", "[ $(readlink /proc/self/fd/2) = /dev/null -a ${FOREIGN-no} = no ]\n"), hook(".c", ""),
+        hook("d~", ""), hook("e", "");
     EXPECT_TRUE(kav_call_disk_markcdp("{1}") == 0 && kav_call_disk_markcdp("{3}") == -1);
     EXPECT_EQ(mark_group("my group", {{.guid = "{1}"}, {.guid = "{2}"}, {.guid = "{1}"}}), -1);
     const std::string one = "a mark /one\nb mark /one\n", two = "a mark /two\nb mark /two\n";

@@ -6,7 +6,6 @@
 
 #include <sys/stat.h>
 
-#include <cstdlib>
 #include <filesystem>
 
 namespace {
@@ -119,28 +118,26 @@ TEST_F(MadeHost, ProbeWithoutUdevGoesThroughSysfs)
 
 TEST_F(MadeHost, ProbeWithUdevTriggersAndSettles)
 {
-    const std::string path = getenv("PATH");
+    const fake_folder tools("/usr/local/sbin");
     std::filesystem::create_directory("/sys/block");
     write_file("/run/udev/control", "");
-    write_file("/run/udevadm", "#!/bin/sh\necho \"$@\" >>/run/calls\nexit $UDEVADM_STATUS\n");
-    chmod("/run/udevadm", 0755);
+    const std::string tool = "/usr/local/sbin/udevadm", note = "#!/bin/sh\necho \"$@\" >>/run/calls\nexit ";
     const struct {
-        std::string path;
-        const char *status, *calls, *log;
+        std::string program;
+        const char *calls, *log;
     } cases[] = {
-        {"/run:" + path, "0", "trigger --subsystem-match=block --action=change\nsettle --timeout=10\n", ""},
-        {"/run:" + path, "1", "trigger --subsystem-match=block --action=change\n", "udevadm trigger failed"},
-        {"/nowhere", "0", "", "Cannot run udevadm trigger"},
+        {note + "0", "trigger --subsystem-match=block --action=change\nsettle --timeout=10\n", ""},
+        {note + "1", "trigger --subsystem-match=block --action=change\n", "udevadm trigger failed"},
+        {"no program", "", "Cannot run udevadm trigger"},
     };
     for (const auto &row : cases) {
         write_file("/run/calls", "");
-        setenv("PATH", row.path.c_str(), 1);
-        setenv("UDEVADM_STATUS", row.status, 1);
+        write_file(tool, row.program);
+        chmod(tool.c_str(), 0755);
         EXPECT_EQ(kav_device_probe_all(1) < 0, *row.log != 0);
         EXPECT_EQ(read_file("/run/calls"), row.calls);
         expect_log(row.log);
     }
-    setenv("PATH", path.c_str(), 1);
 }
 
 // /dev/null stands in for a disk: only its name counts here.

@@ -154,7 +154,6 @@ protected:
         add_tool("get_db_home.sh", "echo 0");
         add_tool("iscsiadm", "exit $(($$ % 3 == 0))");
         add_tool("pgrep", "echo 1");
-        setenv("PATH", (std::string(tools) + ":" + getenv("PATH")).c_str(), 1);
         world.disks(all_disks());
         for (size_t i = 0; i < disk_count; ++i)
             world.scsi_guid("/dev/lun" + std::to_string(i), guid_of(i));
@@ -223,7 +222,6 @@ protected:
         ends = true;
     }
 
-    fake_folder tools_{tools};
     script world;
     fake_manager manager_;
 };

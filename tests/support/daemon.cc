@@ -50,14 +50,10 @@ void write_config(const config_settings &settings)
                       repeated("<IPAddr>%</IPAddr>", settings.filter), manager, settings.more));
 }
 
-qelcd::qelcd()
+qelcd::qelcd() : libraries_(program_folder().parent_path() / "lib/scripted")
 {
     fs::remove(pid_file_path);
     fs::remove(unix_socket_path);
-    std::string folder = fs::temp_directory_path() / "tools-XXXXXX";
-    if (!mkdtemp(folder.data()))
-        ADD_FAILURE() << "cannot make " << folder;
-    tools_ = folder;
 }
 
 qelcd::~qelcd()
@@ -67,13 +63,26 @@ qelcd::~qelcd()
         kill(pid, SIGKILL);
     fail_for_sanitizer_reports();
     std::error_code ignored;
-    fs::remove_all(tools_, ignored);
+    for (const std::string &path : tools_)
+        fs::remove(path, ignored);
 }
 
 void qelcd::tool(const std::string &name, const std::string &shell_script)
 {
-    write_file(tools_ + "/" + name, "#!/bin/sh\n" + shell_script + "\n");
-    chmod((tools_ + "/" + name).c_str(), 0755);
+    tools_.push_back("/usr/local/sbin/" + name);
+    write_file(tools_.back(), "#!/bin/sh\n" + shell_script + "\n");
+    chmod(tools_.back().c_str(), 0755);
+}
+
+void qelcd::embed(const std::string &library)
+{
+    const fs::path folder = "/var/tmp/libraries";
+    fs::create_directories(folder);
+    for (const auto &entry : fs::directory_iterator(libraries_)) {
+        if (!entry.path().filename().string().starts_with(library))
+            fs::create_symlink(entry.path(), folder / entry.path().filename());
+    }
+    libraries_ = folder;
 }
 
 qelcd::outcome qelcd::run(const std::vector<std::string> &arguments)
@@ -81,14 +90,13 @@ qelcd::outcome qelcd::run(const std::vector<std::string> &arguments)
     // A sanitized daemon reports to a file: its own streams lead nowhere. A frame may announce any length:
     // memory that is not there must be an answer, not the end. No cores: they would only fill the folder.
     constexpr char command[] =
-        "ulimit -c 0; %export PATH=%:$PATH LD_LIBRARY_PATH=% log=log_path=% null=allocator_may_return_null=1;"
+        "ulimit -c 0; %export LD_LIBRARY_PATH=% log=log_path=% null=allocator_may_return_null=1;"
         "ASAN_OPTIONS=$ASAN_OPTIONS:$null:$log TSAN_OPTIONS=$TSAN_OPTIONS:$null:$log "
         "UBSAN_OPTIONS=$UBSAN_OPTIONS:$log "
         "exec timeout --foreground 20 %% >%";
-    const int status =
-        system(filled(command, limits_, tools_, (program_folder().parent_path() / "lib/scripted").string(),
-                      sanitizer_report, qelcd_path(), repeated(" %", arguments), output_path)
-                   .c_str());
+    const int status = system(filled(command, limits_, libraries_, sanitizer_report, qelcd_path(),
+                                     repeated(" %", arguments), output_path)
+                                  .c_str());
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, read_file(output_path)};
 }
 

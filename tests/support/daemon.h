@@ -34,8 +34,11 @@ public:
     // The most descriptors that a process started from now on may have.
     void limit_descriptors(unsigned limit) { limits_ = "ulimit -n " + std::to_string(limit) + "; "; }
 
-    // A program that the daemon finds on its PATH before any other.
+    // A program that the daemon finds before any other of that name.
     void tool(const std::string &name, const std::string &shell_script);
+
+    // The embedded library of that name instead of the scripted one.
+    void embed(const std::string &library);
 
     struct outcome {
         int status; // exit status as the shell sees it
@@ -65,8 +68,9 @@ public:
     static void stop();
 
 private:
-    std::string tools_;
+    std::vector<std::string> tools_;
     std::string limits_;
+    std::string libraries_;
 };
 
 // The path of the program, which is built beside this one.

@@ -3,8 +3,11 @@
 #include "tests/support/files.h"
 
 #include <algorithm>
+#include <cinttypes>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <sstream>
 
 namespace fs = std::filesystem;
@@ -72,4 +75,25 @@ size_t mapping_count(pid_t pid)
 {
     const std::string maps = read_file(folder_of(pid) + "/maps");
     return static_cast<size_t>(std::count(maps.begin(), maps.end(), '\n'));
+}
+
+std::string writable_memory_with(pid_t pid, const std::string &text)
+{
+    std::istringstream maps(read_file(folder_of(pid) + "/maps"));
+    std::ifstream memory(folder_of(pid) + "/mem", std::ios::binary);
+    std::string found;
+    for (std::string line; std::getline(maps, line);) {
+        uint64_t first = 0, end = 0;
+        char is_writable = 0;
+        sscanf(line.c_str(), "%" SCNx64 "-%" SCNx64 " %*c%c", &first, &end, &is_writable);
+        if (is_writable != 'w')
+            continue;
+        std::string content(end - first, '\0');
+        memory.clear();
+        memory.seekg(static_cast<std::streamoff>(first));
+        memory.read(content.data(), static_cast<std::streamsize>(content.size())); // it may be gone by now
+        if (content.find(text) != std::string::npos)
+            found += line + "\n";
+    }
+    return found;
 }

@@ -19,3 +19,6 @@ std::vector<pid_t> processes_of(const std::string &program);
 size_t thread_count(pid_t pid);
 size_t descriptor_count(pid_t pid);
 size_t mapping_count(pid_t pid); // pieces of memory, of which a thread's stack is two
+
+// The lines of /proc/PID/maps of the writable memory in which TEXT occurs; "" for none.
+std::string writable_memory_with(pid_t pid, const std::string &text);

@@ -49,7 +49,6 @@ protected:
         fs::create_directories(session_dir);
         fs::create_directories("/var/lib/iscsi/ifaces");
         fs::create_directories("/var/lib/iscsi/nodes");
-        write_file("/usr/local/sbin/iscsiadm", "");
         daemon.tool("iscsiadm", std::string(initiator_tool).substr(1));
         daemon.tool("pgrep", "cat /var/tmp/iscsid-runs");
         write_file("/var/tmp/iscsid-runs", "1\n");
@@ -84,7 +83,6 @@ protected:
     }
 
     fake_folder classes{"/sys/class"};
-    fake_folder local_tools{"/usr/local/sbin"};
 };
 } // namespace
 

@@ -1,6 +1,9 @@
 // Databases that are made known to the CDP agent and taken away again.
 #include "tests/system/adopted_test.h"
 
+#include <csignal>
+#include <cstring>
+
 namespace {
 constexpr char password[] = "mary's lamb", connect[] = "Kav_connect_db_flush_cfg", list[] = "Kav_list_app";
 
@@ -69,6 +72,40 @@ TEST_F(database, IsConnectedOnceAndItsPasswordGoesToTheAgentAlone)
                     line.text.starts_with("func: receive_body line: "))
             << line.text;
     }
+}
+
+TEST_F(database, PasswordIsNowhereInMemoryAfterwards)
+{
+#ifdef QELCD_SANITIZED
+    GTEST_SKIP() << "a sanitizer maps more memory than can be read";
+#endif
+    const texts passwords = {"pw-7Kq2vX",
+                             "a much longer password, 9f3b7d51c2"}; // kept in a string, and on the heap
+    daemon.embed("libkavagt");
+    const peer listener = listen_tcp(1521);
+    start();
+    for (const std::string &one : passwords) {
+        std::string request = setting(one == passwords[0] ? "SHORT" : "LONG");
+        request.replace(request.find(password), strlen(password), one);
+        // So long that nobody else soon gets the same memory, and overwrites it.
+        request.insert(strlen("<Tessaron>"), "<!--" + std::string(40000, ' ') + "-->");
+        expect(0, command::db_set, request);
+        log.tolerate("Failed to parse xml document");
+        expect(1, command::db_set, request.substr(0, request.size() - 5), "Failed to retrieve KavApp.");
+    }
+    const auto expect_wiped = [&] { // soon after the answer
+        EXPECT_NE(writable_memory_with(qelcd::worker(), "LONG"), "");
+        for (const std::string &one : passwords)
+            EXPECT_TRUE(eventually([&] { return writable_memory_with(qelcd::worker(), one).empty(); }))
+                << one << ": " << writable_memory_with(qelcd::worker(), one);
+    };
+    expect_wiped();
+    const pid_t former = qelcd::worker();
+    kill(former, SIGKILL);
+    qelcd::wait_for_new_worker(former);
+    expect_wiped(); // and what it read from the files
+    expect(0, command::dbcfg_del, deletion("SHORT"));
+    expect_wiped();
 }
 
 TEST_F(database, ListThatCannotBeReadChangesNothing)

@@ -23,6 +23,18 @@ TEST_F(dispatch, ReplyRepeatsOriginAndCommandOnBothSockets)
     EXPECT_EQ(bytes_after(connect_unix(), nop), nop);
 }
 
+TEST_F(dispatch, ConnectionOfAManagerThatIsGoneIsFoundOut)
+{
+    daemon.start();
+    const peer silent = connect_tcp();
+    ASSERT_TRUE(silent.send("\2"));
+    const std::string accepted = "ss -Htno state established sport = :" + std::to_string(client_port);
+    EXPECT_TRUE(eventually([&] {
+        return output_of(accepted).find("timer:(keepalive,") != std::string::npos;
+    })) << output_of(accepted);
+    log.tolerate("Failed to receive msg, * bytes left");
+}
+
 TEST_F(dispatch, OtherVersionIsRefusedWithoutItsCommandAndCode0GetsNoReply)
 {
     daemon.start();

@@ -21,3 +21,20 @@ TEST(exports, LibrariesBesideTheProgramGiveWayToLdLibraryPath)
     EXPECT_NE(dynamic.find("Library runpath: [$ORIGIN/../lib/qelcd]"), std::string::npos) << dynamic;
     EXPECT_EQ(dynamic.find("(RPATH)"), std::string::npos);
 }
+
+TEST(exports, ProgramsAndLibrariesAreHardened)
+{
+#ifdef QELCD_SANITIZED
+    GTEST_SKIP() << "a sanitizer is another build";
+#endif
+    const std::string bin = qelcd_path().substr(0, qelcd_path().rfind('/') + 1),
+                      lib = bin + "../lib/qelcd/lib";
+    for (const std::string &file : {bin + "qelcd", bin + "qelc", bin + "standin-manager", lib + "tw.so.1",
+                                    lib + "kavdisk.so.1", lib + "kavdev.so.1", lib + "kavagt.so.1"}) {
+        const std::string all = output_of("readelf --dynamic --segments --syms --wide " + file);
+        for (const char *mark : {"DYN (", "GNU_RELRO", " NOW", "__stack_chk_fail"})
+            EXPECT_NE(all.find(mark), std::string::npos) << file << " lacks " << mark;
+        EXPECT_EQ(all.find("RWE"), std::string::npos) << file << " has memory to write and to execute";
+    }
+    EXPECT_NE(output_of("nm --dynamic " + qelcd_path()).find("__vsnprintf_chk@"), std::string::npos);
+}

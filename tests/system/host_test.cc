@@ -73,8 +73,11 @@ TEST_F(host, FileInPlaceOfADiskAndAVolumeWithoutIdentityAreLeftAlone)
     write_file(path, content);
     scripted_disk volume = disk_at("/var/tmp/volume");
     volume.vendor = " QRZ  ";
-    world.disks({disk_at(path), volume, disk_at("/var/tmp/not-reported", 0)});
+    scripted_disk nowhere = disk_at("/dev/nowhere");
+    nowhere.path = std::nullopt;
+    world.disks({nowhere, disk_at(path), volume, disk_at("/var/tmp/not-reported", 0)});
     daemon.start();
+    log.expect(LOG_WARNING, "Disk nowhere has no path, it is passed over.");
     log.expect(LOG_ERR, "'" + path + "' is not a block device");
     log.tolerate("'" + path + "' is not a block device");
     EXPECT_EQ(read_file(path), content);

@@ -13,7 +13,6 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <thread>
 
@@ -60,9 +59,9 @@ protected:
     iscsi()
     {
         g_client = &client;
-        write_file(tools + "iscsiadm", recording_tool);
-        fs::permissions(tools + "iscsiadm", fs::perms::owner_all);
-        setenv("PATH", (tools + ":" + getenv("PATH")).c_str(), 1);
+        fs::create_directories(tools);
+        write_file("/usr/local/sbin/iscsiadm", recording_tool);
+        fs::permissions("/usr/local/sbin/iscsiadm", fs::perms::owner_all);
         fs::create_directories(ifaces);
         fs::create_directories(nodes + iqn);
         add_interface("net0", {"192.0.2.7"});
@@ -118,8 +117,8 @@ TEST_F(iscsi, NamesReachTheToolUnchangedOrNotAtAll)
     const qel_iscsi_node kept = node(plain);
     EXPECT_EQ(qel_iscsi_login_channel(&kept, &nobody), 0);
     EXPECT_EQ(take_calls(), "iscsiadm -m node -T " + plain + " -l\n");
-    for (const std::string name :
-         {"$(touch /run/tools/x)", "a;b", "a b", "a -u", "a\nb", "", "`a`", "a*", "~"}) {
+    for (const std::string name : {"$(touch /run/tools/x)", "a;b", "a b", "a -u", "a\nb", "", "`a`", "a*",
+                                   "~", "-u", "--op=new", "/run/x", "a/../b"}) {
         const qel_iscsi_node refused = node(name);
         take_log();
         EXPECT_EQ(qel_iscsi_login_channel(&refused, &nobody), -1);
@@ -127,7 +126,7 @@ TEST_F(iscsi, NamesReachTheToolUnchangedOrNotAtAll)
                                   " -l' error: 'Invalid argument'\n");
         EXPECT_EQ(take_calls(), "") << name;
     }
-    EXPECT_EQ(names_in(tools), "iscsiadm ");
+    EXPECT_EQ(names_in(tools), "");
 }
 
 TEST_F(iscsi, PlainWordsAreThoseThatEveryShellTakesLiterally)
@@ -179,6 +178,26 @@ TEST_F(iscsi, IfaceRecordBindsToTheInterfaceOfTheAddressAndIsWrittenWhole)
     fs::remove_all(ifaces);
     EXPECT_EQ(_creat_iface(&here), -1);
     EXPECT_EQ(remove_iscsi_iface(), -1);
+}
+
+TEST_F(iscsi, IfaceRecordsThatAreWrittenAtTheSameMomentAreNotMixed)
+{
+    const qel_iscsi_node nodes_of_both[] = {here, elsewhere};
+    const std::string names[] = {"qel_iface_net0", "qel_iface_"};
+    int failures[] = {0, 0};
+    {
+        std::vector<std::jthread> writers;
+        for (const size_t i : {0U, 1U})
+            writers.emplace_back([&, i] {
+                for (int round = 0; round < 1000; round++) {
+                    fs::remove(ifaces + names[i]);
+                    const bool written = _creat_iface(&nodes_of_both[i]) == 0;
+                    const std::string text = read_file(ifaces + names[i]);
+                    failures[i] += !written || text.find("iscsi_ifacename = " + names[i] + "\n") == text.npos;
+                }
+            });
+    }
+    EXPECT_EQ(failures[0] + failures[1], 0);
 }
 
 TEST_F(iscsi, DiscoveryLeavesTheRecordsOfItsPortalAlone)

@@ -25,6 +25,19 @@ TEST_F(membership, ScanReportsTheHost)
         "</Tessaron>\n");
 }
 
+TEST_F(membership, ToolsDoNotSeeWhoStartedTheDaemon)
+{
+    // Two signals above 31 are the C library's own, which it leaves ignored.
+    daemon.tool("get_db_home.sh", R"sh({ tr '\0' '\n' </proc/$$/environ | grep -v ^PWD= | sort
+        while read -r key value; do
+            case $key in SigBlk: | SigIgn:) echo $key $((0x$value & 0x7fffffff)) ;; esac
+        done </proc/$$/status; } >/var/tmp/seen; echo 0)sh");
+    daemon.start();
+    EXPECT_EQ(read_file("/var/tmp/seen"),
+              "HOME=/\nLC_ALL=C\nPATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin\n"
+              "SigBlk: 0\nSigIgn: 0\n");
+}
+
 TEST_F(membership, AdoptedClientIsListedButNotScanned)
 {
     write_config({.guid = "0001-guid",

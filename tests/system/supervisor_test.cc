@@ -4,6 +4,7 @@
 #include "protocol/commands.h"
 #include "tests/support/system_test.h"
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -98,6 +99,26 @@ TEST_F(supervisor, SecondInstanceLeavesTheFirstOneAlone)
     EXPECT_EQ(read_file(pid_file_path), pid_file);
     EXPECT_EQ(qelcd::worker(), worker);
     EXPECT_TRUE(is_serving());
+}
+
+TEST_F(supervisor, NeitherFollowsALinkNorWaitsForAPipeInPlaceOfThePidFile)
+{
+    const auto expect_refusal = [&](const char *error) {
+        const size_t mark = log.size();
+        daemon.run();
+        EXPECT_TRUE(qelcd::wait_for_end());
+        log.expect(LOG_ERR, error, mark);
+    };
+    write_file("/var/tmp/victim", "alive");
+    fs::create_symlink("/var/tmp/victim", pid_file_path);
+    expect_refusal("Unable to create pid file");
+    EXPECT_EQ(read_file("/var/tmp/victim"), "alive");
+    fs::remove(pid_file_path);
+    ASSERT_EQ(mkfifo(pid_file_path, 0600), 0);
+    expect_refusal("Unable to create pid file");
+    const unique_fd reader(open(pid_file_path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    expect_refusal("Failed to ftruncate the PID file: Invalid argument");
+    fs::remove(pid_file_path); // the fixture reads what is there
 }
 
 TEST_F(supervisor, WorkerThatIsKilledOrFailsIsReplaced)

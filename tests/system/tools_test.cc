@@ -317,3 +317,42 @@ TEST_F(tools, StandInManagerShowsAdoptsAndReleasesAHost)
     EXPECT_EQ(manage("release --guid M"), (outcome{0, "released C-1\n"}));
     EXPECT_EQ(manage("release --guid M"), (outcome{1, complaint + "get_client_info: failure\n"}));
 }
+
+TEST_F(mirror_tools, TextsOfAHostAreShownToATerminalWithoutEffect)
+{
+    start(group_element("g&#10;\xc2\x9b"
+                        "31m",
+                        0, 0, 0,
+                        {"L\xe2\x80\xae"
+                         "1"}),
+          "");
+    EXPECT_EQ(run("$BIN/qelc group list"), (outcome{0, "  Group   Disk\n  g??31m  L?1\n"}));
+    const std::string document = std::string(xml_head) + "<Tessaron><GroupList><Group name=\"g&#10;%31m\">" +
+                                 "<Disk guid=\"L%1\"/></Group></GroupList></Tessaron>\n";
+    const std::string ask = "$BIN/qelc --raw kav_get_group";
+    EXPECT_EQ(run(ask), (outcome{0, filled(document, "\xc2\x9b", "\xe2\x80\xae")}));
+    std::string seen = run("script -qec '" + ask + "' /dev/null </dev/null").second;
+    std::erase(seen, '\r');
+    EXPECT_EQ(seen, filled(document, "?", "?"));
+}
+
+TEST_F(tools, StandInManagerOutlivesAShortageAndPrintsNamesWithoutEffect)
+{
+    output_of("(ulimit -n 12; exec $BIN/standin-manager --count 1 --port 7100) >/var/tmp/served 2>&1 &");
+    const auto served = [](const char *text) {
+        return eventually([&] { return read_file("/var/tmp/served").find(text) != std::string::npos; });
+    };
+    EXPECT_TRUE(served("listening on "));
+    {
+        std::vector<peer> silent;
+        for (int i = 0; i < 20; i++)
+            silent.push_back(connect_tcp("127.0.0.1", 7100));
+        EXPECT_TRUE(served("standin-manager: accept: Too many open files\n"));
+    }
+    const std::string report = in_root("<Client HostName=\"a\xc2\x9b"
+                                       "31m\" IPs=\"1&#10;2\"/>");
+    EXPECT_TRUE(::ask(connect_tcp("127.0.0.1", 7100), request_head(32, report.size()), report));
+    EXPECT_TRUE(served("host a?31m [1?2]"));
+    const std::string lines = read_file("/var/tmp/served");
+    EXPECT_LT(std::count(lines.begin(), lines.end(), '\n'), 25) << "one line for a shortage";
+}

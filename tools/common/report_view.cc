@@ -2,6 +2,7 @@
 
 #include "tools/common/disks.h"
 #include "tools/common/text_table.h"
+#include "tools/common/visible.h"
 
 namespace {
 size_t count_children(const xmlNode *list, const char *name)
@@ -57,7 +58,8 @@ std::string report_line(const char *report)
     const xmlNode *client = report_client(doc);
     if (!client)
         return no_report;
-    std::string line = "host " + report_value(client, "HostName") + " [" + report_value(client, "IPs") + "]";
+    std::string line =
+        visible("host " + report_value(client, "HostName") + " [" + report_value(client, "IPs") + "]");
     constexpr struct {
         const char *list, *element, *what;
     } lists[] = {

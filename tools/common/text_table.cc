@@ -1,14 +1,18 @@
 #include "tools/common/text_table.h"
 
+#include "tools/common/visible.h"
+
 #include <algorithm>
 
-std::string align(const text_table &rows)
+std::string align(text_table rows)
 {
     std::vector<size_t> widths;
-    for (const auto &row : rows) {
+    for (auto &row : rows) {
         widths.resize(std::max(widths.size(), row.size()));
-        for (size_t i = 0; i < row.size(); ++i)
+        for (size_t i = 0; i < row.size(); ++i) {
+            row[i] = visible(row[i]);
             widths[i] = std::max(widths[i], row[i].size());
+        }
     }
     std::string text;
     for (const auto &row : rows) {

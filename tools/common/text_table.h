@@ -1,4 +1,4 @@
-// Tables for a person to read.
+// Tables for a person to read. Cells may hold any text of a peer.
 #pragma once
 
 #include <string>
@@ -7,5 +7,5 @@
 // Rows of cells; a row may be shorter than others.
 using text_table = std::vector<std::vector<std::string>>;
 
-// The rows as lines with aligned columns, two blanks before each column.
-std::string align(const text_table &rows);
+// The rows as lines with aligned columns, two blanks before each column. Cells are made visible.
+std::string align(text_table rows);

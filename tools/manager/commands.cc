@@ -2,6 +2,7 @@
 
 #include "tools/common/exchange.h"
 #include "tools/common/report_view.h"
+#include "tools/common/visible.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -63,7 +64,7 @@ std::string ask_client_guid(const host_options &wanted)
 
 int complain(const std::string &what, const std::string &why)
 {
-    fprintf(stderr, "standin-manager: %s: %s\n", what.c_str(), why.c_str());
+    fprintf(stderr, "standin-manager: %s: %s\n", visible(what).c_str(), visible(why).c_str());
     return EXIT_FAILURE;
 }
 
@@ -89,6 +90,6 @@ int release(const host_options &wanted, const std::string &manager_guid, std::st
     const std::string pair = pair_document(manager_guid, client_guid);
     if (!tell(wanted, reach(wanted), command::del_client, pair))
         return EXIT_FAILURE;
-    printf("released %s\n", client_guid.c_str());
+    printf("released %s\n", visible(client_guid).c_str());
     return EXIT_SUCCESS;
 }

@@ -14,10 +14,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <random>
+#include <thread>
+#include <utility>
 
 namespace {
 // What the thread of a connection is given. The counter may outlive the service.
@@ -32,6 +35,7 @@ struct service {
     std::shared_ptr<const unique_fd> reports; // counts those that threads have handled
     treatment treat;
     std::mt19937 dice;
+    bool is_exhausted = false; // no connection could be accepted the last time
 };
 
 unique_fd open_listener(const serve_options &wanted)
@@ -97,6 +101,19 @@ void *answer_thread(void *arg)
     return nullptr;
 }
 
+bool is_shortage(int cause)
+{
+    return cause == EMFILE || cause == ENFILE || cause == ENOBUFS || cause == ENOMEM;
+}
+
+// The connection stays in the queue, and poll would return at once.
+void wait_for_descriptors(service &running, int cause)
+{
+    if (!std::exchange(running.is_exhausted, true))
+        complain("accept", strerror(cause));
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+}
+
 bool accept_one(service &running)
 {
     sockaddr_in address{};
@@ -106,9 +123,14 @@ bool accept_one(service &running)
     if (!peer.is_open()) {
         if (errno == ECONNABORTED || errno == EAGAIN || errno == EINTR)
             return true;
-        complain("accept", strerror(errno));
-        return false;
+        const int cause = errno;
+        if (is_shortage(cause))
+            wait_for_descriptors(running, cause);
+        else
+            complain("accept", strerror(cause));
+        return is_shortage(cause);
     }
+    running.is_exhausted = false;
     char name[INET_ADDRSTRLEN] = "";
     inet_ntop(AF_INET, &address.sin_addr, name, sizeof name);
     std::unique_ptr<visit_job> job(new visit_job{

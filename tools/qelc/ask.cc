@@ -1,12 +1,25 @@
 #include "tools/qelc/ask.h"
 
 #include "base/xml.h"
+#include "tools/common/visible.h"
+
+#include <unistd.h>
 
 #include <cstdio>
 
+namespace {
+// As it is for a program; a terminal must not obey it.
+void print_document(std::string_view text)
+{
+    const bool is_terminal = isatty(STDOUT_FILENO) != 0;
+    const std::string shown = is_terminal ? visible(text, line_ends::kept) : std::string(text);
+    fwrite(shown.data(), 1, shown.size(), stdout);
+}
+} // namespace
+
 int fail(int status, const std::string &what, const std::string &why)
 {
-    fprintf(stderr, "qelc: %s: %s\n", what.c_str(), why.c_str());
+    fprintf(stderr, "qelc: %s: %s\n", visible(what).c_str(), visible(why).c_str());
     return status;
 }
 
@@ -38,15 +51,16 @@ int print_answer(const request &reply, bool raw)
     const char *text = reply.recv_xml.get();
     const uint16_t status = reply.recv_head.ret;
     if (raw) {
-        fwrite(text ? text : "", 1, reply.recv_head.data_len, stdout);
+        if (text)
+            print_document({text, reply.recv_head.data_len});
         if (status != status_ok)
             fprintf(stderr, "qelc: status %u: %s\n", status, meaning_of(status));
     } else {
         printf("status %u: %s\n", status, meaning_of(status));
         if (const xml_doc doc = text ? xml_parse_text(text) : nullptr)
-            fputs(xml_to_text(doc, xml_layout::indented).c_str(), stdout);
+            print_document(xml_to_text(doc, xml_layout::indented));
         else if (text)
-            printf("%s\n", text);
+            print_document(text + std::string("\n"));
     }
     return status == status_ok ? exit_ok : exit_refused;
 }

@@ -27,6 +27,6 @@ int fail_unreadable();
 // null; STATUS is then what the program ends with.
 std::unique_ptr<request> ask(const peer_options &peer, uint32_t code, const optional_text &body, int &status);
 
-// Prints the answer for a person to read, or with RAW only its body, unchanged. Returns what the program ends
-// with.
+// Prints the answer for a person to read, or with RAW only its body. The body is unchanged unless it goes to
+// a terminal. Returns what the program ends with.
 int print_answer(const request &reply, bool raw);

@@ -1,11 +1,11 @@
 #include "platform/linux/agent/apps.h"
 
+#include "base/secret.h"
 #include "platform/linux/agent/records.h"
 #include "platform/linux/state/folders.h"
 
 #include <charconv>
 #include <cstdlib>
-#include <cstring>
 
 namespace {
 
@@ -23,6 +23,7 @@ constexpr std::pair<const char *, char * Kavapp::*> texts[] = {
 record_fields fields_of(const Kavapp &app)
 {
     record_fields fields;
+    fields.reserve(std::size(texts) + 2); // a list that grew would leave copies
     for (const auto &[key, member] : texts) {
         if (app.*member)
             fields.emplace_back(key, app.*member);
@@ -36,7 +37,7 @@ void set_field(Kavapp *app, const std::string &key, const std::string &value)
 {
     for (const auto &[name, member] : texts) {
         if (key == name && !(app->*member))
-            app->*member = strdup(value.c_str());
+            app->*member = text_copy(value);
     }
     const char *end = value.data() + value.size();
     if (key == "db_type")
@@ -45,14 +46,11 @@ void set_field(Kavapp *app, const std::string &key, const std::string &value)
         std::from_chars(value.data(), end, app->archive_log);
 }
 
-// Null when out of memory.
 app_record app_of(const record_fields &fields)
 {
-    app_record app(static_cast<Kavapp *>(calloc(1, sizeof(Kavapp))));
-    for (const auto &[key, value] : fields) {
-        if (app)
-            set_field(app.get(), key, value);
-    }
+    app_record app(zeroed<Kavapp>());
+    for (const auto &[key, value] : fields)
+        set_field(app.get(), key, value);
     return app;
 }
 
@@ -60,7 +58,11 @@ app_record app_of(const record_fields &fields)
 bool is_app(const record_fields &fields)
 {
     const app_record app = app_of(fields);
-    return app && app->instance_name && fields_of(*app) == fields;
+    if (!app->instance_name)
+        return false;
+    record_fields again = fields_of(*app);
+    const wiped_at_end after_comparison(again);
+    return again == fields;
 }
 
 constexpr record_kind application = {kavcdpagt, "application", is_app};
@@ -70,13 +72,15 @@ constexpr record_kind application = {kavcdpagt, "application", is_app};
 void free_app(Kavapp *app)
 {
     for (const auto &text : texts)
-        free(app->*text.second);
+        free_wiped(app->*text.second);
     free(app);
 }
 
 bool keep_app(const Kavapp &app)
 {
-    return store_record(application, fields_of(app));
+    record_fields fields = fields_of(app);
+    const wiped_at_end once_stored(fields);
+    return store_record(application, fields);
 }
 
 int forget_app(const char *instance_name)
@@ -86,5 +90,5 @@ int forget_app(const char *instance_name)
 
 bool load_apps(std::vector<app_record> *apps)
 {
-    return load_all(application, app_of, "databases", apps);
+    return load_all(application, app_of, apps);
 }

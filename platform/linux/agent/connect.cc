@@ -2,6 +2,8 @@
 
 #include "base/deleter.h"
 #include "base/fd.h"
+#include "base/secret.h"
+#include "platform/linux/host/blocked_signals.h"
 
 #include <netdb.h>
 #include <poll.h>
@@ -10,7 +12,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <csignal>
 #include <cstring>
 #include <future>
 #include <memory>
@@ -46,17 +47,19 @@ resolved resolve(const std::string &host, const std::string &port)
 // blocked there.
 std::future<resolved> start_resolving(const std::string &host, const std::string &port)
 {
-    std::packaged_task<resolved()> task([host, port] { return resolve(host, port); });
+    std::packaged_task<resolved()> task([host, port] {
+        resolved result = resolve(host, port);
+        wipe_dead_stack(); // registers of the thread that has the password came along, and may have been
+                           // saved
+        return result;
+    });
     std::future<resolved> result = task.get_future();
-    sigset_t all, before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
+    const blocked_signals while_it_starts;
     try {
         std::thread(std::move(task)).detach();
     } catch (const std::system_error &) {
         result = {};
     }
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
     return result;
 }
 

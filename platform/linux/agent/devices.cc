@@ -21,18 +21,13 @@ bool is_device(const record_fields &fields)
 
 constexpr record_kind known_device = {kavcdpagt, "device", is_device};
 
-// Null when out of memory.
 device_record device_of(const record_fields &fields)
 {
-    device_record device(static_cast<Kavdev *>(calloc(1, sizeof(Kavdev))));
-    if (!device)
-        return device;
+    device_record device(zeroed<Kavdev>());
     const std::string braced = "{" + fields[0].second + "}";
     memcpy(device->guid, braced.c_str(), braced.size() + 1);
     device->flag = 1;
-    device->path = strdup(fields[1].second.c_str());
-    if (!device->path)
-        device.reset();
+    device->path = text_copy(fields[1].second);
     return device;
 }
 
@@ -56,5 +51,5 @@ int forget_device(const std::string &guid)
 
 bool load_devices(std::vector<device_record> *devices)
 {
-    return load_all(known_device, device_of, "devices", devices);
+    return load_all(known_device, device_of, devices);
 }

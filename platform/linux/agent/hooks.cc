@@ -1,10 +1,9 @@
 #include "platform/linux/agent/hooks.h"
 
+#include "base/tool.h"
 #include "platform/linux/host/sysfs.h"
 #include "platform/linux/state/text.h"
 
-#include <fcntl.h>
-#include <spawn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -27,51 +26,6 @@ bool is_hook(const std::string &name)
     struct stat facts {};
     return name.front() != '.' && name.back() != '~' && stat(path.c_str(), &facts) == 0 &&
            S_ISREG(facts.st_mode) && access(path.c_str(), X_OK) == 0;
-}
-
-// The hook's own variables, and all others of this process.
-std::vector<std::string> environment(hook_action action, const marked_device &of)
-{
-    std::vector<std::string> variables = {
-        action == hook_action::mark ? "QELCD_MARK=mark" : "QELCD_MARK=undo",
-        "QELCD_DEVICE=" + of.path,
-        "QELCD_GUID=" + of.guid,
-    };
-    for (char **variable = environ; variable && *variable; variable++) {
-        const std::string text = *variable;
-        const std::string name = text.substr(0, text.find('='));
-        if (name != "QELCD_MARK" && name != "QELCD_DEVICE" && name != "QELCD_GUID")
-            variables.push_back(text);
-    }
-    return variables;
-}
-
-// Starts the hook independent of this process: no open files, no ignored or blocked signals, and its own
-// process group, so that it can be killed with all that it started. Returns 0 or an error number.
-int spawn_hook(pid_t *child, const std::string &path, char *const variables[])
-{
-    std::string name = path;
-    char *const words[] = {name.data(), nullptr};
-    posix_spawn_file_actions_t files;
-    posix_spawnattr_t attributes;
-    sigset_t none, all;
-    sigemptyset(&none);
-    sigfillset(&all);
-    posix_spawn_file_actions_init(&files);
-    posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addopen(&files, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addclosefrom_np(&files, STDERR_FILENO + 1);
-    posix_spawnattr_init(&attributes);
-    posix_spawnattr_setsigmask(&attributes, &none);
-    posix_spawnattr_setsigdefault(&attributes, &all);
-    posix_spawnattr_setpgroup(&attributes, 0);
-    posix_spawnattr_setflags(&attributes,
-                             POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
-    const int result = posix_spawn(child, path.c_str(), &files, &attributes, words, variables);
-    posix_spawnattr_destroy(&attributes);
-    posix_spawn_file_actions_destroy(&files);
-    return result;
 }
 
 // Returns the result of waitpid; 0 if LIMIT is exceeded.
@@ -126,13 +80,13 @@ bool list_hooks(std::vector<std::string> *names, std::string *why)
 
 bool run_hook(const std::string &name, hook_action action, const marked_device &of, std::string *why)
 {
-    auto variables = environment(action, of);
-    std::vector<char *> pointers;
-    for (std::string &variable : variables)
-        pointers.push_back(variable.data());
-    pointers.push_back(nullptr);
+    const tool_start hook = {
+        .words = {hook_folder + "/" + name},
+        .variables = {action == hook_action::mark ? "QELCD_MARK=mark" : "QELCD_MARK=undo",
+                      "QELCD_DEVICE=" + of.path, "QELCD_GUID=" + of.guid},
+        .leads_group = true}; // so that it can be killed with all that it started
     pid_t child = -1;
-    const int error = spawn_hook(&child, hook_folder + "/" + name, pointers.data());
+    const int error = start_tool(hook, &child);
     const std::string complaint = error ? strerror(error) : complaint_of(child);
     if (complaint.empty())
         return true;

@@ -4,7 +4,7 @@
 #include "platform/linux/agent/connect.h"
 #include "platform/linux/agent/devices.h"
 #include "platform/linux/agent/mark.h"
-#include "platform/linux/host/weak_log.h"
+#include "platform/linux/host/boundary.h"
 #include "platform/linux/state/text.h"
 
 #include <algorithm>
@@ -59,9 +59,7 @@ int hand_over(bool loaded, std::vector<Record> &records, kav_list *list)
     return loaded ? 0 : -1;
 }
 
-} // namespace
-
-EXPORTED int kav_call_disk_markcdp(const char *mirror)
+int mark_disk(const char *mirror)
 {
     const std::string guid = without_braces(mirror ? mirror : "");
     if (guid.empty()) {
@@ -71,7 +69,7 @@ EXPORTED int kav_call_disk_markcdp(const char *mirror)
     return mark_mirrors({"disk", {guid}});
 }
 
-EXPORTED int kav_call_grp_markcdp(Kavdevgrp *group)
+int mark_group(const Kavdevgrp *group)
 {
     mark_order order;
     if (!group || !group->name || !*group->name) {
@@ -89,7 +87,7 @@ EXPORTED int kav_call_grp_markcdp(Kavdevgrp *group)
     return mark_mirrors(order);
 }
 
-EXPORTED int Kav_connect_db_flush_cfg(Kavapp *app)
+int connect_and_keep(const Kavapp *app)
 {
     if (!app || !app->instance_name || !*app->instance_name || !app->host || !app->port) {
         log_error("Cannot connect to database instance %s: the name, the host or the port is missing",
@@ -106,7 +104,7 @@ EXPORTED int Kav_connect_db_flush_cfg(Kavapp *app)
     return keep_app(*app) ? 0 : -1;
 }
 
-EXPORTED int Kav_delete_app(const char *instance_name)
+int delete_app(const char *instance_name)
 {
     const int result = instance_name ? forget_app(instance_name) : -1;
     if (result == 0 || !instance_name)
@@ -114,21 +112,7 @@ EXPORTED int Kav_delete_app(const char *instance_name)
     return result;
 }
 
-EXPORTED int Kav_list_app(kav_list *apps)
-{
-    std::vector<app_record> records;
-    return apps ? hand_over(load_apps(&records), records, apps) : -1;
-}
-
-EXPORTED int Kav_list_dev(kav_list *devs)
-{
-    std::vector<device_record> records;
-    return devs ? hand_over(load_devices(&records), records, devs) : -1;
-}
-
-// The daemon calls this for every mirror that it releases, also for one that was never marked; that is not an
-// error.
-EXPORTED int Kav_delete_dev(int /*flag*/, const char *mirror_guid)
+int delete_dev(const char *mirror_guid)
 {
     if (!mirror_guid) {
         log_error("Cannot forget a mirror without a GUID");
@@ -136,4 +120,49 @@ EXPORTED int Kav_delete_dev(int /*flag*/, const char *mirror_guid)
     }
     const std::string guid = without_braces(mirror_guid);
     return forget_device(guid.empty() ? mirror_guid : guid);
+}
+
+} // namespace
+
+EXPORTED int kav_call_disk_markcdp(const char *mirror)
+{
+    return result_of(__func__, -1, [&] { return mark_disk(mirror); });
+}
+
+EXPORTED int kav_call_grp_markcdp(Kavdevgrp *group)
+{
+    return result_of(__func__, -1, [&] { return mark_group(group); });
+}
+
+EXPORTED int Kav_connect_db_flush_cfg(Kavapp *app)
+{
+    return result_of(__func__, -1, [&] { return connect_and_keep(app); });
+}
+
+EXPORTED int Kav_delete_app(const char *instance_name)
+{
+    return result_of(__func__, -1, [&] { return delete_app(instance_name); });
+}
+
+EXPORTED int Kav_list_app(kav_list *apps)
+{
+    return result_of(__func__, -1, [&] {
+        std::vector<app_record> records;
+        return apps ? hand_over(load_apps(&records), records, apps) : -1;
+    });
+}
+
+EXPORTED int Kav_list_dev(kav_list *devs)
+{
+    return result_of(__func__, -1, [&] {
+        std::vector<device_record> records;
+        return devs ? hand_over(load_devices(&records), records, devs) : -1;
+    });
+}
+
+// The daemon calls this for every mirror that it releases, also for one that was never marked; that is not an
+// error.
+EXPORTED int Kav_delete_dev(int /*flag*/, const char *mirror_guid)
+{
+    return result_of(__func__, -1, [&] { return delete_dev(mirror_guid); });
 }

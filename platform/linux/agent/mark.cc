@@ -4,7 +4,7 @@
 #include "platform/linux/agent/journal.h"
 #include "platform/linux/agent/lock.h"
 #include "platform/linux/agent/relationship.h"
-#include "platform/linux/host/weak_log.h"
+#include "platform/linux/host/boundary.h"
 #include "platform/linux/state/text.h"
 
 namespace {
@@ -27,11 +27,13 @@ bool run_hooks(const std::vector<marked_device> &mirrors, std::vector<hook_run> 
     std::vector<std::string> hooks;
     if (!list_hooks(&hooks, why))
         return false;
+    done->reserve(mirrors.size() * hooks.size());
     for (const marked_device &of : mirrors) {
         for (const std::string &name : hooks) {
+            hook_run run = {name, of}; // made before the hook runs, so that it can be undone whatever happens
             if (!run_hook(name, hook_action::mark, of, why))
                 return false;
-            done->push_back({name, of});
+            done->push_back(std::move(run));
         }
     }
     return true;
@@ -58,13 +60,15 @@ bool try_to_mark(const mark_order &order, std::vector<hook_run> *done, std::stri
     return append_journal(journal_text(order, "ok"));
 }
 
-// Adds failures to undo to WHY.
+// Adds failures to undo to WHY. One that runs out of memory does not stop the others.
 void undo(const std::vector<hook_run> &done, std::string *why)
 {
     for (auto run = done.rbegin(); run != done.rend(); ++run) {
-        std::string complaint;
-        if (!run_hook(run->name, hook_action::undo, run->of, &complaint))
-            *why += "; not undone: " + complaint;
+        end_at_exception("The undoing of a mark", [&] {
+            std::string complaint;
+            if (!run_hook(run->name, hook_action::undo, run->of, &complaint))
+                *why += "; not undone: " + complaint;
+        });
     }
 }
 
@@ -77,9 +81,15 @@ int mark_mirrors(const mark_order &order)
         return -1;
     std::vector<hook_run> done;
     std::string why;
-    if (try_to_mark(order, &done, &why))
+    bool is_marked = false;
+    const int error = error_of([&] { is_marked = try_to_mark(order, &done, &why); });
+    if (is_marked)
         return 0;
+    if (error != 0)
+        why.clear();
     undo(done, &why);
+    if (error != 0)
+        why.insert(0, strerror(error));
     const std::string text = journal_text(order, "failed: " + why);
     log_error("The mark of %s", text.c_str());
     append_journal(text);

@@ -1,6 +1,7 @@
 #include "platform/linux/agent/relationship.h"
 
 #include "base/deleter.h"
+#include "base/exceptions.h"
 #include "platform/linux/mirror/level_hold.h"
 #include "platform/linux/state/mirror_hold.h"
 #include "platform/linux/state/text.h"
@@ -44,7 +45,10 @@ enum class outcome { level, behind, no_relationship };
 // Sets WHY to the mirror that is not level.
 outcome look(const std::vector<std::string> &guids, std::vector<marked_device> *mirrors, std::string *why)
 {
+    errno = 0;
     const std::unique_ptr<tw_relationship, deleter<tw_disk_stat_release>> chain(tw_disk_stat(nullptr));
+    if (!chain)
+        throw_if_memory_ran_out();
     outcome result = outcome::level;
     mirrors->clear();
     for (const std::string &guid : guids) {

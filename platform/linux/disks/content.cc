@@ -1,6 +1,7 @@
 #include "platform/linux/disks/content.h"
 
 #include "base/deleter.h"
+#include "base/exceptions.h"
 
 #include <blkid/blkid.h>
 
@@ -11,10 +12,26 @@ namespace {
 
 using probe_holder = std::unique_ptr<blkid_struct_probe, deleter<blkid_free_probe>>;
 
+// libblkid does not always say that it ran out of memory, and a disk whose content it missed would count as
+// blank. So errno is cleared before it is asked, and ENOMEM counts whatever it answers.
+template <class Question>
+auto asked(Question question)
+{
+    errno = 0;
+    const auto answer = question();
+    throw_if_memory_ran_out();
+    return answer;
+}
+
+int safeprobe(const probe_holder &probe)
+{
+    return asked([&] { return blkid_do_safeprobe(probe.get()); });
+}
+
 // Length 0 means the rest of the device. Null on failure.
 probe_holder open_probe(int fd, uint64_t offset, uint64_t length)
 {
-    probe_holder probe(blkid_new_probe());
+    probe_holder probe(asked(blkid_new_probe));
     if (probe && blkid_probe_set_device(probe.get(), fd, static_cast<blkid_loff_t>(offset),
                                         static_cast<blkid_loff_t>(length)) != 0)
         probe.reset();
@@ -54,7 +71,7 @@ bool has_second_table(int fd)
     blkid_probe_enable_superblocks(probe.get(), 0);
     blkid_probe_enable_partitions(probe.get(), 1);
     blkid_probe_filter_partitions_type(probe.get(), BLKID_FLTR_NOTIN, expected);
-    return blkid_do_safeprobe(probe.get()) != 1;
+    return safeprobe(probe) != 1;
 }
 
 } // namespace
@@ -68,7 +85,7 @@ std::optional<disk_content> read_content(int fd)
     // A damaged superblock may still be valuable data.
     blkid_probe_set_superblocks_flags(probe.get(), BLKID_SUBLKS_TYPE | BLKID_SUBLKS_BADCSUM);
     blkid_probe_enable_partitions(probe.get(), 1);
-    const int result = blkid_do_safeprobe(probe.get());
+    const int result = safeprobe(probe);
     if (result == 1)
         return disk_content{};
     if (result != 0)
@@ -88,14 +105,15 @@ table_type read_table_type(int fd)
         return table_type::none;
     blkid_probe_enable_superblocks(probe.get(), 0);
     blkid_probe_enable_partitions(probe.get(), 1);
-    return blkid_do_safeprobe(probe.get()) == 0 ? found_table(probe) : table_type::none;
+    return safeprobe(probe) == 0 ? found_table(probe) : table_type::none;
 }
 
 std::vector<table_entry> read_table(int fd)
 {
     std::vector<table_entry> entries;
     const probe_holder probe = open_probe(fd, 0, 0);
-    const blkid_partlist list = probe ? blkid_probe_get_partitions(probe.get()) : nullptr;
+    const blkid_partlist list =
+        probe ? asked([&] { return blkid_probe_get_partitions(probe.get()); }) : nullptr;
     const int count = list ? blkid_partlist_numof_partitions(list) : 0;
     for (int i = 0; i < count; i++) {
         const blkid_partition partition = blkid_partlist_get_partition(list, i);
@@ -113,7 +131,7 @@ std::optional<std::string> read_file_system(int fd, uint64_t offset, uint64_t le
         return std::nullopt;
     blkid_probe_enable_superblocks(probe.get(), 1);
     blkid_probe_set_superblocks_flags(probe.get(), BLKID_SUBLKS_TYPE);
-    if (blkid_do_safeprobe(probe.get()) != 0)
+    if (safeprobe(probe) != 0)
         return std::nullopt;
     const std::string_view type = found_value(probe, "TYPE");
     return type.empty() ? std::nullopt : std::optional<std::string>(type);

@@ -7,14 +7,14 @@
 #include "platform/linux/disks/disk_node.h"
 #include "platform/linux/disks/host_disks.h"
 #include "platform/linux/disks/signature_rule.h"
+#include "platform/linux/host/allocate.h"
+#include "platform/linux/host/boundary.h"
 #include "platform/linux/host/mountinfo.h"
-#include "platform/linux/host/weak_log.h"
 
 #include <fcntl.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <optional>
@@ -55,7 +55,7 @@ using dev_record = std::unique_ptr<kavdisk_dev, deleter<free_dev>>;
 
 char *copy_of(const std::optional<std::string> &text)
 {
-    return text ? strdup(text->c_str()) : nullptr;
+    return text ? text_copy(*text) : nullptr;
 }
 
 // Two entries may begin at the same sector if a partition has its own table.
@@ -87,15 +87,13 @@ std::optional<std::string> file_system_of(int fd, const partition_facts &partiti
 void append_part(kavdisk_dev *dev, int fd, const std::vector<table_entry> &table,
                  const partition_facts &partition, const std::vector<mount_record> &mounts)
 {
-    auto *part = static_cast<kavdisk_part *>(calloc(1, sizeof(kavdisk_part)));
-    if (!part)
-        return;
+    auto *part = zeroed<kavdisk_part>();
+    kav_list_append(&dev->parts, &part->link); // first, so that it is freed with the device whatever happens
     part->name = copy_of(partition.name);
     part->guid = copy_of(guid_of(table, partition));
     part->fs = copy_of(file_system_of(fd, partition));
     part->size = partition.sectors * 512;
     part->used = used_bytes(mounts, partition.device);
-    kav_list_append(&dev->parts, &part->link);
 }
 
 void append_parts(kavdisk_dev *dev, const disk_facts &disk, const std::vector<mount_record> &mounts)
@@ -121,10 +119,9 @@ bool is_volume(const disk_facts &disk)
 
 dev_record make_dev(const disk_facts &disk, const std::vector<mount_record> &mounts, int flag)
 {
-    dev_record dev(static_cast<kavdisk_dev *>(calloc(1, sizeof(kavdisk_dev))));
-    if (!dev)
-        return dev;
-    kav_list_init(&dev->parts);
+    auto *fresh = zeroed<kavdisk_dev>();
+    kav_list_init(&fresh->parts);
+    dev_record dev(fresh);
     dev->name = copy_of(disk.name);
     dev->vendor = copy_of(disk.vendor);
     dev->model = copy_of(disk.model);
@@ -133,14 +130,10 @@ dev_record make_dev(const disk_facts &disk, const std::vector<mount_record> &mou
     dev->state = is_volume(disk) || may_carry_signature(disk, mounts) ? state_usable : state_left_alone;
     if (flag == with_partitions)
         append_parts(dev.get(), disk, mounts);
-    if (!dev->name || !dev->path)
-        dev.reset();
     return dev;
 }
 
-} // namespace
-
-EXPORTED int kavdisk_get_devs(kav_list *devs, int flag)
+int append_devs(kav_list *devs, int flag)
 {
     if (!devs)
         return -1;
@@ -150,15 +143,38 @@ EXPORTED int kavdisk_get_devs(kav_list *devs, int flag)
         return -1;
     }
     const auto mounts = read_mounts();
+    // All or nothing: a disk that is left out would be taken for one that is not there.
+    std::vector<dev_record> found;
     for (const std::string &name : *names) {
-        const auto disk = read_disk(name);
-        auto dev = disk ? make_dev(*disk, mounts, flag) : nullptr;
-        if (dev)
-            kav_list_append(devs, &dev.release()->link);
+        if (const auto disk = read_disk(name))
+            found.push_back(make_dev(*disk, mounts, flag));
         else
             log_warning("Disk %s went away while it was looked at", name.c_str());
     }
+    for (dev_record &dev : found)
+        kav_list_append(devs, &dev.release()->link);
     return 0;
+}
+
+uint32_t part_type_of(const char *path)
+{
+    const unique_fd disk(path ? open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK) : -1);
+    if (!disk.is_open()) {
+        log_error("Cannot read the partition table of %s: %s", path ? path : "(null)",
+                  path ? strerror(errno) : "no path");
+        return 0;
+    }
+    const table_type type = read_table_type(disk.get());
+    if (type == table_type::mbr)
+        return 1;
+    return type == table_type::gpt ? 2 : 0;
+}
+
+} // namespace
+
+EXPORTED int kavdisk_get_devs(kav_list *devs, int flag)
+{
+    return result_of(__func__, -1, [&] { return append_devs(devs, flag); });
 }
 
 EXPORTED void kavdisk_free_devs(kav_list *devs)
@@ -172,14 +188,5 @@ EXPORTED void kavdisk_free_devs(kav_list *devs)
 
 EXPORTED uint32_t get_part_type(const char *path)
 {
-    const unique_fd disk(path ? open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK) : -1);
-    if (!disk.is_open()) {
-        log_error("Cannot read the partition table of %s: %s", path ? path : "(null)",
-                  path ? strerror(errno) : "no path");
-        return 0;
-    }
-    const table_type type = read_table_type(disk.get());
-    if (type == table_type::mbr)
-        return 1;
-    return type == table_type::gpt ? 2 : 0;
+    return result_of(__func__, uint32_t{0}, [&] { return part_type_of(path); });
 }

@@ -15,18 +15,6 @@ namespace {
 
 constexpr size_t mountinfo_limit = size_t{16} * 1024 * 1024;
 
-std::vector<std::string_view> split(std::string_view text, char separator)
-{
-    std::vector<std::string_view> pieces;
-    while (!text.empty()) {
-        const size_t end = std::min(text.find(separator), text.size());
-        if (end > 0)
-            pieces.push_back(text.substr(0, end));
-        text.remove_prefix(std::min(end + 1, text.size()));
-    }
-    return pieces;
-}
-
 bool is_octal_escape(std::string_view text)
 {
     const auto is_digit = [](char c) { return c >= '0' && c <= '7'; };

@@ -1,6 +1,7 @@
 #include "platform/linux/host/sysfs.h"
 
 #include "base/deleter.h"
+#include "base/exceptions.h"
 #include "base/fd.h"
 #include "platform/linux/host/text.h"
 
@@ -60,8 +61,10 @@ bool write_attribute(const std::string &path, const std::string &text)
 std::optional<std::vector<std::string>> list_folder(const std::string &path)
 {
     const std::unique_ptr<DIR, deleter<closedir>> dir(opendir(path.c_str()));
-    if (!dir)
+    if (!dir) {
+        throw_if_memory_ran_out();
         return std::nullopt;
+    }
     std::vector<std::string> names;
     while (const dirent *entry = readdir(dir.get())) {
         const std::string name = entry->d_name;

@@ -2,7 +2,20 @@
 
 #include <sys/sysmacros.h>
 
+#include <algorithm>
 #include <charconv>
+
+std::vector<std::string_view> split(std::string_view text, char separator)
+{
+    std::vector<std::string_view> pieces;
+    while (!text.empty()) {
+        const size_t end = std::min(text.find(separator), text.size());
+        if (end > 0)
+            pieces.push_back(text.substr(0, end));
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+    return pieces;
+}
 
 std::optional<uint64_t> parse_number(std::string_view text)
 {

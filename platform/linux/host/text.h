@@ -6,6 +6,10 @@
 #include <cstdint>
 #include <optional>
 #include <string_view>
+#include <vector>
+
+// The pieces of TEXT between separators that are not empty; they point into it.
+std::vector<std::string_view> split(std::string_view text, char separator);
 
 // The decimal number that TEXT consists of; null for anything else, and for a number that is too large.
 std::optional<uint64_t> parse_number(std::string_view text);

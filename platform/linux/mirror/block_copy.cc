@@ -57,6 +57,7 @@ private:
 
 copier::~copier()
 {
+    queue_.drain(); // an exception may have left transfers in flight
     if (memory_ != MAP_FAILED && !queue_.has_lost_bytes())
         munmap(memory_, memory_size());
 }

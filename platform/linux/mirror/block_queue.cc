@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <utility>
 
 namespace {
 
@@ -37,18 +36,25 @@ ended_transfer transfer_now(const block_transfer &one)
 
 } // namespace
 
+// What a full queue needs, and a place for the loss of results: nothing that is in flight waits for memory.
 block_queue::block_queue(unsigned depth)
 {
+    waiting_.reserve(depth);
+    ended_.reserve(depth + 1);
     has_ring_ = io_uring_queue_init(depth, &ring_, 0) == 0;
 }
 
 block_queue::~block_queue()
 {
-    // io_uring_queue_exit does not wait for transfers in flight.
+    drain();
+    if (has_ring_)
+        io_uring_queue_exit(&ring_); // does not wait for transfers in flight
+}
+
+void block_queue::drain()
+{
     while (!is_empty())
         take();
-    if (has_ring_)
-        io_uring_queue_exit(&ring_);
 }
 
 void block_queue::add(const block_transfer &transfer)
@@ -64,7 +70,7 @@ ended_transfer block_queue::take()
     while (ended_.empty()) {
         if (!has_ring_) {
             ended_.push_back(transfer_now(waiting_.front()));
-            waiting_.pop_front();
+            waiting_.erase(waiting_.begin());
             continue;
         }
         submit();
@@ -72,7 +78,7 @@ ended_transfer block_queue::take()
             wait();
     }
     const ended_transfer one = ended_.front();
-    ended_.pop_front();
+    ended_.erase(ended_.begin());
     return one;
 }
 
@@ -88,7 +94,7 @@ void block_queue::submit()
         }
         const int count = io_uring_submit(&ring_);
         for (int i = 0; i < count; i++)
-            waiting_.pop_front(), --prepared_, ++in_kernel_;
+            waiting_.erase(waiting_.begin()), --prepared_, ++in_kernel_;
         if (count > 0)
             continue;
         const int error = count < 0 ? -count : EAGAIN;
@@ -125,8 +131,9 @@ void block_queue::wait()
 // Nothing more is submitted, because entries that are left in the ring would go with it.
 void block_queue::fail_waiting(int error)
 {
-    for (const block_transfer &one : std::exchange(waiting_, {}))
+    for (const block_transfer &one : waiting_)
         ended_.push_back({one.owner, -error});
+    waiting_.clear();
     prepared_ = 0;
     broken_ = error;
 }

@@ -5,7 +5,7 @@
 #include <liburing.h>
 
 #include <cstdint>
-#include <deque>
+#include <vector>
 
 struct block_transfer {
     int fd = -1; // not O_NONBLOCK
@@ -38,6 +38,9 @@ public:
     // that the results of the transfers in the kernel are lost.
     ended_transfer take();
 
+    // Waits until the queue is empty.
+    void drain();
+
     // True if results were lost: the kernel may still use the buffers, so they must never be freed.
     bool has_lost_bytes() const { return lost_; }
 
@@ -50,8 +53,8 @@ private:
     bool lost_ = false;
     int broken_ = 0; // why the ring accepts no more transfers
     io_uring ring_{};
-    std::deque<block_transfer> waiting_; // the first ones may already be prepared in the ring
+    std::vector<block_transfer> waiting_; // the first ones may already be prepared in the ring
     unsigned prepared_ = 0;
     unsigned in_kernel_ = 0;
-    std::deque<ended_transfer> ended_;
+    std::vector<ended_transfer> ended_;
 };

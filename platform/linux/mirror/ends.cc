@@ -100,11 +100,11 @@ void set_link(mirror &one, side which, const mirror_end &end, const std::string 
     const std::lock_guard held(one.lock);
     const mirror_record former = one.record;
     const bool is_source = which == side::source;
-    bool &is_up = is_source ? one.record.src_is_up : one.record.dest_is_up;
-    const bool was_up = std::exchange(is_up, problem.empty());
     std::string &path = is_source ? one.record.src_path : one.record.dest_path;
     if (end.disk)
         path = end.disk->path;
+    bool &is_up = is_source ? one.record.src_is_up : one.record.dest_is_up;
+    const bool was_up = std::exchange(is_up, problem.empty());
     if (was_up && !is_up)
         expect_changes(one);
     const char *name = is_source ? "source" : "mirror";

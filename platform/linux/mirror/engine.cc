@@ -1,7 +1,7 @@
 #include "platform/linux/mirror/engine.h"
 
+#include "platform/linux/host/boundary.h"
 #include "platform/linux/host/sysfs.h"
-#include "platform/linux/host/weak_log.h"
 #include "platform/linux/mirror/level_proof.h"
 #include "platform/linux/mirror/rules.h"
 #include "platform/linux/mirror/worker.h"
@@ -16,10 +16,12 @@ namespace {
 
 constexpr off_t place_of_owner = 1;
 
+using mirror_map = std::map<std::string, std::shared_ptr<mirror>>; // by source
+
 struct engine {
     std::mutex lock;
     unique_fd ownership;
-    std::map<std::string, std::shared_ptr<mirror>> mirrors; // by source
+    mirror_map mirrors;
 };
 
 // Never destroyed, because its threads run until the process ends.
@@ -30,9 +32,9 @@ engine &the_engine()
 }
 
 // The caller holds the engine's lock.
-bool is_taken(const engine &all, const std::string &guid)
+bool is_taken(const mirror_map &mirrors, const std::string &guid)
 {
-    for (const auto &[src_guid, one] : all.mirrors) {
+    for (const auto &[src_guid, one] : mirrors) {
         const std::lock_guard held(one->lock);
         if (src_guid == guid || one->record.dest_guid == guid)
             return true;
@@ -40,23 +42,33 @@ bool is_taken(const engine &all, const std::string &guid)
     return false;
 }
 
+mirror_map new_mirror(const mirror_record &record)
+{
+    mirror_map fresh;
+    const auto one = std::make_shared<mirror>();
+    one->record = record;
+    one->copied = record.position;
+    fresh.emplace(record.src_guid, one);
+    return fresh;
+}
+
+// All or nothing: a mirror that is here already would contradict its own record at the next attempt.
 bool take_over_mirrors(engine &all)
 {
     const auto records = load_mirrors(bad_files::set_aside);
     if (!records)
         return false;
+    mirror_map found;
     for (const mirror_record &record : *records) {
-        if (is_taken(all, record.src_guid) || is_taken(all, record.dest_guid)) {
+        if (is_taken(found, record.src_guid) || is_taken(found, record.dest_guid)) {
             log_error("Relationship %s -> %s shares a disk with another one", record.src_guid.c_str(),
                       record.dest_guid.c_str());
             set_aside_mirror(record);
             continue;
         }
-        auto one = std::make_shared<mirror>();
-        one->record = record;
-        one->copied = record.position;
-        all.mirrors.emplace(record.src_guid, std::move(one));
+        found.merge(new_mirror(record));
     }
+    all.mirrors = std::move(found);
     return true;
 }
 
@@ -122,7 +134,7 @@ bool change_state(mirror &one, const char *purpose, sync_state state, uint64_t p
         log_error("Cannot %s disk %s", purpose, one.record.src_guid.c_str());
         return false;
     }
-    one.record = changed;
+    one.record = std::move(changed);
     ++one.orders;
     one.changed.notify_all();
     return true;
@@ -143,7 +155,7 @@ std::string objection_to(const std::string &src_guid, const std::string &dest_gu
     if (mine == role::reader || mine == role::failed)
         return reason_of(mine);
     for (const std::string &guid : {src_guid, dest_guid}) {
-        if (is_taken(all, guid))
+        if (is_taken(all.mirrors, guid))
             return "disk " + guid + " is in a mirror relationship already";
     }
     return "";
@@ -159,15 +171,12 @@ std::string add_mirror(const mirror_record &record)
         return why;
     engine &all = the_engine();
     const std::lock_guard held(all.lock);
+    mirror_map fresh = new_mirror(record);
     if (!save_mirror(record))
         return "the relationship cannot be kept";
-    auto one = std::make_shared<mirror>();
-    one->record = record;
-    if (!start_worker(*one)) {
-        forget_mirror(record);
-        return "it would have no worker";
-    }
-    all.mirrors.emplace(record.src_guid, std::move(one));
+    // From here on nothing needs memory. A worker that cannot be started now is started at the next call.
+    start_worker(*fresh.begin()->second);
+    all.mirrors.merge(fresh);
     return "";
 }
 
@@ -251,7 +260,9 @@ bool unprotect_disk(const std::string &src_guid)
     end_worker(*one);
     engine &all = the_engine();
     const std::lock_guard held(all.lock);
-    if (!forget_mirror(one->record)) {
+    bool is_forgotten = false;
+    end_at_exception("The removal of a mirror", [&] { is_forgotten = forget_mirror(one->record); });
+    if (!is_forgotten) {
         const std::lock_guard held_one(one->lock);
         one->leaving = false; // the next call starts its worker again
         return false;

@@ -30,13 +30,20 @@ public:
     device_list()
     {
         kav_list_init(&head_);
+        errno = 0;
         result_ = kavdisk_get_devs(&head_, 0);
+        error_ = errno;
     }
     ~device_list() { kavdisk_free_devs(&head_); }
     device_list(const device_list &) = delete;
     device_list &operator=(const device_list &) = delete;
 
-    bool is_complete() const { return result_ == 0; }
+    bool is_complete() const
+    {
+        if (result_ != 0 && error_ == ENOMEM)
+            throw std::bad_alloc();
+        return result_ == 0;
+    }
 
     template <class Action>
     void for_each(Action action) const
@@ -48,6 +55,7 @@ public:
 private:
     kav_list head_{};
     int result_ = -1;
+    int error_ = 0;
 };
 
 std::string folder_of(const std::string &name)
@@ -64,7 +72,9 @@ std::optional<std::string> read_signature_guid(int fd)
 {
     // Aligned, since the descriptor may be for direct I/O.
     const std::unique_ptr<void, deleter<free>> first(aligned_alloc(page, page));
-    if (!first || pread(fd, first.get(), page, 0) != page)
+    if (!first)
+        throw std::bad_alloc();
+    if (pread(fd, first.get(), page, 0) != page)
         return std::nullopt;
     return guid_of_signature(signature_in(static_cast<const char *>(first.get())));
 }
@@ -137,6 +147,7 @@ unique_fd open_that_disk(const located_disk &disk, int flags, std::string *why)
 std::optional<located_disk> locate_disk(const std::string &guid, std::string *why)
 {
     const device_list devices;
+    const bool is_complete = devices.is_complete();
     auto found = disks_of(devices, guid);
     const auto usable = [](const located_disk &disk) { return disk.is_usable; };
     if (std::any_of(found.begin(), found.end(), usable))
@@ -146,7 +157,7 @@ std::optional<located_disk> locate_disk(const std::string &guid, std::string *wh
     if (!found.empty())
         *why = "there are several disks with this GUID";
     else
-        *why = devices.is_complete() ? "there is no such disk" : "the disks of this host cannot be listed";
+        *why = is_complete ? "there is no such disk" : "the disks of this host cannot be listed";
     return std::nullopt;
 }
 

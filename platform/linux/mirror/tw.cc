@@ -1,8 +1,10 @@
 #include "tw.h"
 
+#include "base/deleter.h"
 #include "platform/linux/devices/scsi_guid.h"
+#include "platform/linux/host/allocate.h"
+#include "platform/linux/host/boundary.h"
 #include "platform/linux/host/sysfs.h"
-#include "platform/linux/host/weak_log.h"
 #include "platform/linux/mirror/engine.h"
 #include "platform/linux/mirror/level_hold.h"
 
@@ -11,6 +13,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #define EXPORTED extern "C" __attribute__((visibility("default")))
 
@@ -39,9 +42,7 @@ void set_text(char (&to)[Size], const std::string &from)
 
 tw_relationship *make_relationship(const mirror_view &view)
 {
-    auto *one = static_cast<tw_relationship *>(calloc(1, sizeof(tw_relationship)));
-    if (!one)
-        return nullptr;
+    auto *one = zeroed<tw_relationship>();
     one->percent = view.percent;
     set_text(one->sync_state, text_of(view.record.state));
     set_text(one->status, "Running");
@@ -54,60 +55,26 @@ tw_relationship *make_relationship(const mirror_view &view)
     return one;
 }
 
-} // namespace
+using chain_holder = std::unique_ptr<tw_relationship, deleter<tw_disk_stat_release>>;
 
-EXPORTED tw_relationship *tw_disk_stat(const char *guid)
+// All of them or an exception: a chain that is too short would be taken for all that there is.
+chain_holder make_chain(const char *guid)
 {
-    tw_relationship *first = nullptr;
-    tw_relationship **end = &first;
+    tw_relationship head{};
+    tw_relationship *last = &head;
+    chain_holder chain;
     for (const mirror_view &view : list_mirrors()) {
         if (guid && view.record.src_guid != guid)
             continue;
-        *end = make_relationship(view);
-        if (!*end) {
-            log_error("Cannot list the mirrors: %s", strerror(ENOMEM));
-            break;
-        }
-        end = &(*end)->next;
+        last->next = make_relationship(view);
+        last = last->next;
+        if (!chain)
+            chain.reset(last);
     }
-    return first;
+    return chain;
 }
 
-EXPORTED void tw_disk_stat_release(tw_relationship *chain)
-{
-    while (chain) {
-        tw_relationship *next = chain->next;
-        free(chain);
-        chain = next;
-    }
-}
-
-EXPORTED int tw_disk_protect(const char *local_guid, const char *mirror_guid)
-{
-    return protect_disk(shown(local_guid), shown(mirror_guid)) ? 0 : -1;
-}
-
-EXPORTED int tw_disk_unprotect(const char *local_guid)
-{
-    return unprotect_disk(shown(local_guid)) ? 0 : -1;
-}
-
-EXPORTED int tw_disk_resync(const char *local_guid, int /*flag*/)
-{
-    return resync_disk(shown(local_guid)) ? 0 : -1;
-}
-
-EXPORTED int tw_disk_stop_sync(const char *local_guid)
-{
-    return stop_resync(shown(local_guid)) ? 0 : -1;
-}
-
-EXPORTED int tw_hold_at_level(const char *mirror_guid, int timeout_ms)
-{
-    return hold_at_level(shown(mirror_guid), std::chrono::milliseconds(timeout_ms)).release();
-}
-
-EXPORTED int tw_scsi_get_guid(const char *path, char *buffer, int size)
+int read_guid(const char *path, char *buffer, int size)
 {
     if (!path || !buffer || size <= 0) {
         log_error("Cannot read the SCSI GUID of %s: no path or no buffer", shown(path));
@@ -129,4 +96,54 @@ EXPORTED int tw_scsi_get_guid(const char *path, char *buffer, int size)
     }
     memcpy(buffer, guid->c_str(), guid->size() + 1);
     return 0;
+}
+
+} // namespace
+
+EXPORTED tw_relationship *tw_disk_stat(const char *guid)
+{
+    return result_of(__func__, static_cast<tw_relationship *>(nullptr),
+                     [&] { return make_chain(guid).release(); });
+}
+
+EXPORTED void tw_disk_stat_release(tw_relationship *chain)
+{
+    while (chain) {
+        tw_relationship *next = chain->next;
+        free(chain);
+        chain = next;
+    }
+}
+
+EXPORTED int tw_disk_protect(const char *local_guid, const char *mirror_guid)
+{
+    return result_of(__func__, -1,
+                     [&] { return protect_disk(shown(local_guid), shown(mirror_guid)) ? 0 : -1; });
+}
+
+EXPORTED int tw_disk_unprotect(const char *local_guid)
+{
+    return result_of(__func__, -1, [&] { return unprotect_disk(shown(local_guid)) ? 0 : -1; });
+}
+
+EXPORTED int tw_disk_resync(const char *local_guid, int /*flag*/)
+{
+    return result_of(__func__, -1, [&] { return resync_disk(shown(local_guid)) ? 0 : -1; });
+}
+
+EXPORTED int tw_disk_stop_sync(const char *local_guid)
+{
+    return result_of(__func__, -1, [&] { return stop_resync(shown(local_guid)) ? 0 : -1; });
+}
+
+EXPORTED int tw_hold_at_level(const char *mirror_guid, int timeout_ms)
+{
+    return result_of(__func__, -1, [&] {
+        return hold_at_level(shown(mirror_guid), std::chrono::milliseconds(timeout_ms)).release();
+    });
+}
+
+EXPORTED int tw_scsi_get_guid(const char *path, char *buffer, int size)
+{
+    return result_of(__func__, -1, [&] { return read_guid(path, buffer, size); });
 }

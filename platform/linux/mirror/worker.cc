@@ -1,9 +1,9 @@
 #include "platform/linux/mirror/worker.h"
 
-#include "platform/linux/host/weak_log.h"
+#include "platform/linux/host/blocked_signals.h"
+#include "platform/linux/host/boundary.h"
 #include "platform/linux/mirror/copy.h"
 
-#include <csignal>
 #include <cstring>
 
 namespace {
@@ -30,8 +30,11 @@ void *work(void *argument)
     mirror_ends ends;
     unsigned seen = 0;
     do {
-        while (find_disks(one, ends) && copy_what_is_due(one, ends))
-            ;
+        // A pass that ends early has saved how far it came; the next one goes on from there.
+        end_at_exception("A pass of a mirror", [&] {
+            while (find_disks(one, ends) && copy_what_is_due(one, ends))
+                ;
+        });
     } while (rest(one, &seen));
     return nullptr;
 }
@@ -40,14 +43,9 @@ void *work(void *argument)
 
 bool start_worker(mirror &one)
 {
-    // Signals are blocked here: the program's own threads may rely on receiving them.
-    sigset_t all;
-    sigset_t former;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &former);
+    const blocked_signals while_it_starts;
     pthread_t thread{};
     const int error = pthread_create(&thread, nullptr, work, &one);
-    pthread_sigmask(SIG_SETMASK, &former, nullptr);
     const std::lock_guard held(one.lock);
     if (error == 0) {
         pthread_setname_np(thread, "mirror");

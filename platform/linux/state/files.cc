@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -70,7 +71,11 @@ file_content open_and_read(const std::string &path, std::string *text)
     struct stat facts {};
     if (fstat(file.get(), &facts) != 0)
         return file_content::failed;
-    return S_ISREG(facts.st_mode) ? read_all(file.get(), text) : file_content::foreign;
+    if (!S_ISREG(facts.st_mode))
+        return file_content::foreign;
+    text->reserve(
+        std::min(static_cast<size_t>(facts.st_size), size_limit)); // if it grew, it would leave copies
+    return read_all(file.get(), text);
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "platform/linux/state/store.h"
 
+#include "base/secret.h"
 #include "platform/linux/host/sysfs.h"
 #include "platform/linux/host/weak_log.h"
 #include "platform/linux/state/lock.h"
@@ -34,6 +35,7 @@ lookup load_record(const record_kind &kind, const std::string &path, record_fiel
                    bad_files bad = bad_files::set_aside)
 {
     std::string text;
+    const wiped_at_end after_decoding(text);
     const file_content content = read_state_file(path, &text);
     if (content == file_content::missing)
         return lookup::missing;
@@ -46,6 +48,8 @@ lookup load_record(const record_kind &kind, const std::string &path, record_fiel
         *fields = std::move(*decoded);
         return lookup::found;
     }
+    if (decoded)
+        wipe(*decoded);
     return bad == bad_files::left_alone || set_aside(kind.folder, path) ? lookup::missing : lookup::failed;
 }
 
@@ -89,9 +93,12 @@ bool store_record(const record_kind &kind, const record_fields &fields)
     bool has_folder = true;
     const unique_fd lock = locked_files(kind, &has_folder);
     record_fields former;
+    const wiped_at_end after_writing(former);
     const std::string path = path_of(kind, key);
+    std::string text = encode_record(kind.folder.owner, kind.name, fields);
+    const wiped_at_end once_written(text);
     return lock.is_open() && load_record(kind, path, &former) != lookup::failed &&
-           write_state_file(kind.folder, path, encode_record(kind.folder.owner, kind.name, fields));
+           write_state_file(kind.folder, path, text);
 }
 
 int remove_record(const record_kind &kind, const std::string &key)
@@ -103,6 +110,7 @@ int remove_record(const record_kind &kind, const std::string &key)
     if (!lock.is_open())
         return -1;
     record_fields fields;
+    const wiped_at_end after_removal(fields);
     const std::string path = path_of(kind, key);
     const lookup result = load_record(kind, path, &fields);
     if (result != lookup::found)

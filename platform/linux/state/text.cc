@@ -1,5 +1,7 @@
 #include "platform/linux/state/text.h"
 
+#include "base/secret.h"
+
 #include <algorithm>
 
 namespace {
@@ -12,9 +14,12 @@ bool is_plain(char c, std::string_view plain)
            plain.find(c) != std::string_view::npos;
 }
 
-std::optional<std::string> unescaped(std::string_view text)
+constexpr size_t most_fields = 16; // so that the list of any record never moves, which would leave copies
+
+// False for a text that escaped would not write. PLAIN gets its memory at once, so that it leaves no copies.
+bool unescape(std::string_view text, std::string &plain)
 {
-    std::string plain;
+    plain.reserve(text.size());
     while (!text.empty()) {
         const bool is_code = text[0] == '%';
         if (!is_code) {
@@ -24,12 +29,26 @@ std::optional<std::string> unescaped(std::string_view text)
             const size_t low = text.size() > 2 ? digits.find(text[2]) : std::string_view::npos;
             // A C text cannot hold a zero byte, so %00 is never written.
             if (high == std::string_view::npos || low == std::string_view::npos || high + low == 0)
-                return std::nullopt;
+                return false;
             plain += static_cast<char>(high * 16 + low);
         }
         text.remove_prefix(is_code ? 3 : 1);
     }
-    return plain;
+    return true;
+}
+
+void append_escaped(std::string &safe, std::string_view text, std::string_view plain)
+{
+    for (const char c : text) {
+        if (is_plain(c, plain)) {
+            safe += c;
+            continue;
+        }
+        const auto byte = static_cast<unsigned char>(c);
+        safe += '%';
+        safe += digits[byte / 16];
+        safe += digits[byte % 16];
+    }
 }
 
 // Removes the first line with its newline from TEXT and returns it.
@@ -46,43 +65,46 @@ std::string_view take_line(std::string_view &text)
 std::string escaped(std::string_view text, std::string_view plain)
 {
     std::string safe;
-    for (const char c : text) {
-        if (is_plain(c, plain)) {
-            safe += c;
-            continue;
-        }
-        const auto byte = static_cast<unsigned char>(c);
-        safe += '%';
-        safe += digits[byte / 16];
-        safe += digits[byte % 16];
-    }
+    append_escaped(safe, text, plain);
     return safe;
 }
 
 std::string encode_record(std::string_view owner, std::string_view kind, const record_fields &fields)
 {
-    std::string text = std::string(owner) + ' ' + std::string(kind) + " 1\n";
+    size_t most = owner.size() + kind.size() + std::string_view("  1\nend\n").size();
     for (const auto &[key, value] : fields)
-        text += key + ' ' + escaped(value, plain_in_values) + '\n';
-    return text + "end\n";
+        most += key.size() + 3 * value.size() + 2;
+    std::string text;
+    text.reserve(most);
+    text.append(owner).append(" ").append(kind).append(" 1\n");
+    for (const auto &[key, value] : fields) {
+        text.append(key).append(" ");
+        append_escaped(text, value, plain_in_values);
+        text += '\n';
+    }
+    text += "end\n";
+    return text;
 }
 
 std::optional<record_fields> decode_record(std::string_view owner, std::string_view kind,
                                            std::string_view text)
 {
     record_fields fields;
+    fields.reserve(most_fields);
+    const wiped_at_end unless_returned(fields);
     std::string_view rest = text;
     take_line(rest);
     for (std::string_view line = take_line(rest); line != "end"; line = take_line(rest)) {
         const size_t blank = line.find(' ');
         if (blank == std::string_view::npos)
             return std::nullopt;
-        auto value = unescaped(line.substr(blank + 1));
-        if (!value)
+        fields.emplace_back(line.substr(0, blank), "");
+        if (!unescape(line.substr(blank + 1), fields.back().second))
             return std::nullopt;
-        fields.emplace_back(line.substr(0, blank), std::move(*value));
     }
-    if (fields.empty() || encode_record(owner, kind, fields) != text)
+    std::string encoded = encode_record(owner, kind, fields);
+    const wiped_at_end after_comparison(encoded);
+    if (fields.empty() || encoded != text)
         return std::nullopt;
     return fields;
 }

@@ -1,5 +1,6 @@
 #include "tools/qelc/views/mirror_watch.h"
 
+#include "tools/common/visible.h"
 #include "tools/qelc/views/mirrors.h"
 
 #include <sys/ioctl.h>
@@ -104,7 +105,7 @@ size_t draw(const synchronisation_list &list, size_t drawn)
     if (drawn > 0)
         printf("\033[%zuA", drawn); // up to the first of them
     for (const std::string &line : lines)
-        printf("\r%s\033[K\n", line.c_str());
+        printf("\r%s\033[K\n", visible(line).c_str());
     printf("\033[J"); // a terminal that has shrunk shows fewer lines
     return lines.size();
 }
@@ -127,8 +128,8 @@ void print_changes(const synchronisation_list &list, const synchronisation_list 
         if (i < before.size() && one.mirror.percent == before[i].mirror.percent &&
             one.state() == before[i].state())
             continue;
-        printf("%s %s %s %d %%\n", clock_text().c_str(), one.mirror.disk.c_str(), one.state().c_str(),
-               one.mirror.percent);
+        printf("%s %s %s %d %%\n", clock_text().c_str(), visible(one.mirror.disk).c_str(),
+               one.state().c_str(), one.mirror.percent);
     }
 }
 
