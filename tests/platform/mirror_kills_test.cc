@@ -19,8 +19,16 @@ int kills()
     return text ? atoi(text) : 6;
 }
 
-class KilledMirror : public Mirror {
+// Once with passes over everything, and once with tracked writes.
+class KilledMirror : public Mirror, public testing::WithParamInterface<bool> {
 protected:
+    void SetUp() override
+    {
+        Mirror::SetUp();
+        if (GetParam() && !IsSkipped())
+            allow_tracking();
+    }
+
     // At any moment of the next third of a second.
     void kill()
     {
@@ -55,7 +63,7 @@ protected:
     int cuts = 0;
 };
 
-TEST_F(KilledMirror, GoesOnByItselfFromWhatWasSavedAndLeavesNothingOut)
+TEST_P(KilledMirror, GoesOnByItselfFromWhatWasSavedAndLeavesNothingOut)
 {
     write_file(FOLDER + "throttle", "5000000\n");
     ASSERT_NO_FATAL_FAILURE(protect(*engine, "resync " + A));
@@ -75,7 +83,7 @@ TEST_F(KilledMirror, GoesOnByItselfFromWhatWasSavedAndLeavesNothingOut)
     EXPECT_TRUE(is_level || engine->ask("log").find(copied) != std::string::npos);
 }
 
-TEST_F(KilledMirror, IsEqualAfterPowerCutsAtAnyMomentWhileTheDiskIsWrittenTo)
+TEST_P(KilledMirror, IsEqualAfterPowerCutsAtAnyMomentWhileTheDiskIsWrittenTo)
 {
     write_file(FOLDER + "throttle", "20000000\n");
     ASSERT_NO_FATAL_FAILURE(protect(*engine, "resync " + A));
@@ -97,5 +105,7 @@ TEST_F(KilledMirror, IsEqualAfterPowerCutsAtAnyMomentWhileTheDiskIsWrittenTo)
         expect_equal();
     }
 }
+
+INSTANTIATE_TEST_SUITE_P(Tracked, KilledMirror, testing::Bool());
 
 } // namespace

@@ -1,9 +1,12 @@
 #include "tests/platform/mirror_process.h"
 
+#include "base/fd.h"
 #include "platform/include/tw.h"
+#include "platform/linux/mirror/level_hold.h"
 #include "tests/platform/host.h"
 #include "tests/support/captured_log.h"
 
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,6 +17,8 @@
 #include <sstream>
 
 namespace {
+
+constexpr char BPF_FOLDER[] = "/sys/fs/bpf";
 
 std::string stat_all()
 {
@@ -47,6 +52,15 @@ std::string answer(const std::string &command)
         return std::to_string(tw_disk_resync(one.c_str(), 0));
     if (verb == "stop")
         return std::to_string(tw_disk_stop_sync(one.c_str()));
+    static unique_fd hold;
+    if (verb == "hold") {
+        hold.reset(tw_hold_at_level(one.c_str(), 10'000));
+        return hold.is_open() ? "0" : strerror(errno);
+    }
+    if (verb == "release") {
+        hold.reset();
+        return "0";
+    }
     if (verb == "workers")
         return std::to_string(worker_count());
     return verb == "log" ? take_log(LOG_INFO) : stat_all();
@@ -153,11 +167,19 @@ void Mirror::SetUp()
 {
     if (access("/run/private-host", F_OK) != 0 || !loop_disk::unavailable().empty())
         GTEST_SKIP() << "no private host with loop devices";
+    while (umount2(BPF_FOLDER, MNT_DETACH) == 0)
+        ;
     std::filesystem::remove_all(FOLDER);
     source.emplace(SIZE, 0xa);
     mirror.emplace(SIZE + MIB, 0xb);
     source->fill(MIB, SIZE - MIB);
     mirror->fill(2 * MIB, 5 * MIB); // to be overwritten
+}
+
+void Mirror::allow_tracking()
+{
+    if (mount("bpf", BPF_FOLDER, "bpf", 0, nullptr) != 0)
+        GTEST_SKIP() << "no BPF file system: " << strerror(errno);
 }
 
 void Mirror::protect(const mirror_process &engine, const std::string &then)

@@ -20,7 +20,8 @@ public:
     mirror_process &operator=(const mirror_process &) = delete;
 
     // "protect A B", "unprotect A", "resync A", "stop A": what the library returns. "stat": every
-    // relationship, "SOURCE state percent link link;". "log": the lines since the last time. "threads": how
+    // relationship, "SOURCE state percent link link;". "hold B": holds that mirror at its next level, until
+    // "release". "log": the lines since the last time. "threads": how
     // many.
     std::string ask(const std::string &command) const;
     // Whether some relationship's stat has that in time.
@@ -58,10 +59,12 @@ const std::string FOLDER = "/var/lib/twinvault/";
 const std::string A = guid_of(0xa), B = guid_of(0xb);
 const std::string FINISHED = "Sync Finished 100 Up Up";
 
-// Two disks in a private host without any relationship.
+// Two disks in a private host without any relationship, whose writes are not tracked.
 class Mirror : public testing::Test {
 protected:
     void SetUp() override;
+    // Gives the host a BPF file system, so that writes are tracked; skips the test where that is not allowed.
+    static void allow_tracking();
 
     static void protect(const mirror_process &engine, const std::string &then = "stat");
     static void make_level(const mirror_process &engine);

@@ -2,6 +2,7 @@
 
 #include "base/deleter.h"
 #include "base/exceptions.h"
+#include "platform/linux/mirror/level_hold.h"
 #include "platform/linux/state/mirror_hold.h"
 #include "platform/linux/state/text.h"
 #include "tw.h"
@@ -10,6 +11,7 @@
 #include <chrono>
 #include <cstring>
 #include <memory>
+#include <set>
 #include <thread>
 
 namespace {
@@ -76,20 +78,19 @@ outcome look_and_hold(const std::vector<std::string> &guids, level_mirrors *leve
     const outcome first = look(guids, &level->mirrors, why);
     if (first != outcome::level)
         return first;
-    level->hold = try_hold_mirrors(guids);
-    if (!is_held_or_needs_no_hold(level->hold)) {
+    unique_fd hold = try_hold_mirrors(guids);
+    if (!is_held_or_needs_no_hold(hold)) {
         *why = "the mirrors cannot be held as they are: " + std::string(strerror(errno));
         return outcome::behind;
     }
     const outcome second = look(guids, &level->mirrors, why);
-    if (second != outcome::level)
-        level->hold = unique_fd();
+    if (second == outcome::level)
+        level->holds.push_back(std::move(hold));
     return second;
 }
 
-} // namespace
-
-std::optional<level_mirrors> wait_until_level(const std::vector<std::string> &guids, std::string *why)
+// For a mirror library that only tells what is level now.
+std::optional<level_mirrors> wait_by_looking(const std::vector<std::string> &guids, std::string *why)
 {
     const auto end = steady_clock::now() + time_limit;
     for (;;) {
@@ -101,4 +102,34 @@ std::optional<level_mirrors> wait_until_level(const std::vector<std::string> &gu
             return std::nullopt;
         std::this_thread::sleep_for(pause_between_looks);
     }
+}
+
+// The embedded mirror library holds each mirror itself at its next level. False with errno.
+bool hold_each(const std::vector<std::string> &guids, level_mirrors *level, std::string *why)
+{
+    const auto end = steady_clock::now() + time_limit;
+    for (const std::string &guid : std::set<std::string>(guids.begin(), guids.end())) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - steady_clock::now());
+        level->holds.emplace_back(tw_hold_at_level(guid.c_str(), static_cast<int>(left.count())));
+        if (!level->holds.back().is_open()) {
+            *why = escaped(guid) + " was not level with its disk in time";
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+std::optional<level_mirrors> wait_until_level(const std::vector<std::string> &guids, std::string *why)
+{
+    level_mirrors level;
+    const outcome first = look(guids, &level.mirrors, why);
+    if (first == outcome::no_relationship)
+        return std::nullopt;
+    if (!tw_hold_at_level)
+        return wait_by_looking(guids, why);
+    if (hold_each(guids, &level, why))
+        return level;
+    return errno == ENOTSUP ? wait_by_looking(guids, why) : std::nullopt;
 }

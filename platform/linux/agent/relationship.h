@@ -8,9 +8,9 @@
 
 struct level_mirrors {
     std::vector<marked_device> mirrors; // in the order asked for
-    unique_fd hold;                     // nothing is written to them until it closes
+    std::vector<unique_fd> holds;       // nothing is written to them until these close
 };
 
-// Waits for a limited time until all of these mirrors are level with their disks at the same moment. Null
-// with the reason in WHY.
+// Waits for a limited time until each of these mirrors is held as it was when it was level with its disk.
+// Null with the reason in WHY.
 std::optional<level_mirrors> wait_until_level(const std::vector<std::string> &guids, std::string *why);

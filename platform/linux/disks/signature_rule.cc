@@ -62,14 +62,14 @@ bool first_sector_is_empty(int fd)
     return std::all_of(sector.begin(), sector.end(), [](char byte) { return byte == '\0'; });
 }
 
-// True if the claim on the disk is that of the embedded mirrors, which are copying to it.
-bool is_mirror_at_work(int fd)
+// True if the claim on the disk is that of the embedded mirrors.
+bool is_claimed_mirror(int fd)
 {
     char first[512];
     if (pread(fd, first, sizeof first, 0) != sizeof first)
         return false;
     const auto guid = guid_of_signature(signature_in(first));
-    return guid && is_mirror_held(*guid);
+    return guid && is_mirror_in_use(*guid);
 }
 
 bool content_allows_signature(int fd, const disk_facts &disk)
@@ -80,7 +80,7 @@ bool content_allows_signature(int fd, const disk_facts &disk)
     if (content->table != table_type::none)
         return content->table != table_type::other;
     return disk.partitions.empty() && first_sector_is_empty(fd) &&
-           (is_mirror_at_work(fd) || is_unclaimed(disk));
+           (is_claimed_mirror(fd) || is_unclaimed(disk));
 }
 
 } // namespace

@@ -1,12 +1,12 @@
 #include "platform/linux/mirror/copy.h"
 
 #include "platform/linux/host/weak_log.h"
-#include "platform/linux/mirror/throttle.h"
-#include "platform/linux/state/mirror_hold.h"
+#include "platform/linux/mirror/copying.h"
+#include "platform/linux/mirror/follow.h"
+#include "platform/linux/mirror/level_proof.h"
+#include "platform/linux/mirror/tracking.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 
 namespace {
 
@@ -16,96 +16,50 @@ using steady_clock = std::chrono::steady_clock;
 constexpr auto checkpoint_time = 1s;
 constexpr auto pause_after_failed_save = 60s;
 
-struct copying {
-    mirror &one;
-    mirror_ends &ends;
-    copy_job job;
-    unsigned orders = 0;
-    std::string src_guid;
-    std::string dest_guid;
-    unique_fd hold;
-    unique_fd source;
-    unique_fd dest;
-    throttle limit;
-    steady_clock::time_point next_checkpoint = steady_clock::now() + checkpoint_time;
-    int sync_error = 0; // why a flush failed
-};
-
-// The caller holds the mirror's lock.
-bool is_in_force(const copying &work)
+// Whether the mirror must be compared with its disk, or copied to, as a whole.
+bool needs_whole_pass(const copying &work, const mirror_record &record, bool is_as_marked)
 {
-    return !work.one.leaving && work.one.orders == work.orders;
+    switch (record.state) {
+    case sync_state::copying:
+        return true;
+    case sync_state::recovering:
+        return !work.tracker || !covers_mirror(work);
+    case sync_state::level:
+        return work.tracker ? !covers_mirror(work) : !is_as_marked;
+    default:
+        return false;
+    }
 }
 
 // Takes the write mark before copying begins. Later writes may or may not be copied, so another pass follows
 // if the mark has changed at the end.
 bool take_order(copying &work)
 {
+    if (is_followed(work))
+        return false;
     const auto mark = read_write_mark(work.ends.source.disk->name);
+    const auto dest_mark = read_write_mark(work.ends.dest.disk->name);
     const std::lock_guard held(work.one.lock);
     mirror_record &record = work.one.record;
     const mirror_record former = record;
-    if (record.state == sync_state::level && mark != record.mark)
-        record.state = sync_state::recovering;
-    const bool is_full = record.state == sync_state::copying;
-    if (!is_full && record.state != sync_state::recovering)
+    if (!is_in_force(work) ||
+        !needs_whole_pass(work, record, mark == record.mark && dest_mark == record.dest_mark))
         return false;
-    if (!is_full)
+    const bool is_full = record.state == sync_state::copying;
+    if (!is_full) {
+        record.state = sync_state::recovering;
         record.position = 0;
-    if (record.position == 0)
+    }
+    if (record.position == 0) {
         record.mark = mark.value_or(write_mark{});
+        begin_coverage(work);
+    }
     if (record != former)
         save_mirror(record);
     work.one.copied = record.position;
-    work.orders = work.one.orders;
     work.job.begin = record.position;
-    work.job.end = record.size;
     work.job.compare = !is_full;
-    work.src_guid = record.src_guid;
-    work.dest_guid = record.dest_guid;
     return true;
-}
-
-void fail(copying &work, side which, uint64_t offset, const std::string &problem)
-{
-    mirror_end &end = which == side::source ? work.ends.source : work.ends.dest;
-    end.fault = offset;
-    set_link(work.one, which, end, problem);
-}
-
-// Also false while the mirror is held; the copy is then done later.
-bool hold_and_open(copying &work)
-{
-    std::string problem;
-    work.hold = try_hold_mirrors({work.dest_guid});
-    if (!work.hold.is_open()) {
-        if (errno != EAGAIN)
-            fail(work, side::dest, work.job.begin, std::string("it cannot be held: ") + strerror(errno));
-        return false;
-    }
-    work.source = open_source(*work.ends.source.disk, &problem);
-    if (!work.source.is_open()) {
-        fail(work, side::source, work.job.begin, problem);
-        return false;
-    }
-    work.dest = open_mirror(*work.ends.dest.disk, &problem);
-    if (!work.dest.is_open()) {
-        fail(work, side::dest, work.job.begin, problem);
-        return false;
-    }
-    work.job.source = work.source.get();
-    work.job.mirror = work.dest.get();
-    work.job.own_signature = signature_to_keep(*work.ends.dest.disk);
-    return true;
-}
-
-// Flushes the mirror, so that its recorded state survives a power cut.
-bool make_lasting(copying &work)
-{
-    if (fsync(work.dest.get()) == 0)
-        return true;
-    work.sync_error = errno;
-    return false;
 }
 
 bool checkpoint(copying &work, uint64_t position)
@@ -123,36 +77,22 @@ bool checkpoint(copying &work, uint64_t position)
 
 bool go_on(copying &work, uint64_t position)
 {
-    for (;;) {
-        if (steady_clock::now() >= work.next_checkpoint && !checkpoint(work, position))
-            return false;
-        const auto pause = work.limit.pause(position, steady_clock::now());
-        std::unique_lock held(work.one.lock);
-        if (!is_in_force(work))
-            return false;
+    if (steady_clock::now() >= work.next_checkpoint && !checkpoint(work, position))
+        return false;
+    {
+        const std::lock_guard held(work.one.lock);
         work.one.copied = position;
-        if (pause == 0ms)
-            return true;
-        work.one.changed.wait(held, pause);
     }
+    return wait_for_turn(work, position);
 }
 
 // True if everything was copied and flushed; else the link of the disk that failed is set down.
 bool run(copying &work, const copy_job &job)
 {
     const copy_result result = copy_blocks(job);
-    if (result.end == copy_end::done && make_lasting(work))
-        return true;
-    if (work.sync_error != 0) {
-        fail(work, side::dest, 0, std::string("it cannot be flushed: ") + strerror(work.sync_error));
-        return false;
-    }
-    const std::string where = " at byte " + std::to_string(result.failed_at) + ": " + strerror(result.error);
-    if (result.end == copy_end::source_failed)
-        fail(work, side::source, result.failed_at, "it cannot be read" + where);
-    else if (result.end != copy_end::stopped)
-        fail(work, side::dest, result.failed_at, "it cannot be brought level" + where);
-    return false;
+    if (result.end == copy_end::done)
+        make_lasting(work);
+    return is_done(work, result);
 }
 
 // A disk that failed counts as working again only if the block that failed can be copied.
@@ -167,35 +107,79 @@ bool prove(copying &work, mirror_end &end, side which)
         return false;
     end.fault.reset();
     set_link(work.one, which, end, "");
+    if (work.tracker)
+        note_mirror_state(work);
     return true;
 }
 
+// A tracked mirror is level once its pages have been followed up.
 void settle(copying &work)
 {
     const auto mark = read_write_mark(work.ends.source.disk->name);
+    const auto dest_mark = read_write_mark(work.ends.dest.disk->name);
+    if (work.tracker) {
+        note_mirror_state(work);
+        tracker_facts &facts = work.tracker->facts();
+        facts.coverage = facts.coverage == covers_begun ? covers_all : covers_nothing;
+    }
     const std::lock_guard held(work.one.lock);
     if (!is_in_force(work))
         return;
     mirror_record &record = work.one.record;
-    const bool is_level = mark == record.mark;
+    const bool is_unchanged = mark == record.mark && dest_mark;
+    const bool is_level = is_unchanged && !work.tracker;
     record.position = is_level ? record.size : 0;
     record.state = is_level ? sync_state::level : sync_state::recovering;
+    record.dest_mark = dest_mark.value_or(write_mark{});
     work.one.copied = record.position;
     save_mirror(record);
     if (!work.job.compare)
         log_info("Disk %s has been copied to mirror %s%s", work.src_guid.c_str(), work.dest_guid.c_str(),
-                 is_level ? "" : "; what was written to it meanwhile follows");
+                 is_unchanged ? "" : "; what was written to it meanwhile follows");
+}
+
+// A mirror that is not tracked is looked at again once nobody can write to it.
+void serve_who_waits(copying &work)
+{
+    {
+        const std::lock_guard held(work.one.lock);
+        if (!work.one.waiting || work.one.record.state != sync_state::level)
+            return;
+    }
+    if (!hold_mirror(work))
+        return;
+    std::unique_lock held(work.one.lock);
+    const bool is_level = is_still_level(work.one);
+    held.unlock();
+    if (is_level)
+        hand_over_hold(work);
+    work.hold.reset();
+}
+
+// False if a disk failed, or another order came.
+bool make_whole_pass(copying &work)
+{
+    work.job.go_on = [&work](uint64_t position) { return go_on(work, position); };
+    if (!run(work, work.job))
+        return false;
+    settle(work);
+    return true;
 }
 
 } // namespace
 
-void copy_what_is_due(mirror &one, mirror_ends &ends)
+bool copy_what_is_due(mirror &one, mirror_ends &ends)
 {
-    copying work = {.one = one, .ends = ends};
-    if (!take_order(work) || !hold_and_open(work) || !prove(work, ends.source, side::source) ||
-        !prove(work, ends.dest, side::dest))
-        return;
-    work.job.go_on = [&work](uint64_t position) { return go_on(work, position); };
-    if (run(work, work.job))
-        settle(work);
+    settle_tracking(one, ends);
+    copying work(one, ends);
+    const bool is_due = take_order(work);
+    if ((is_due || ends.source.fault || ends.dest.fault) &&
+        (!hold_mirror(work) || !prove(work, ends.source, side::source) ||
+         !prove(work, ends.dest, side::dest) || (is_due && !make_whole_pass(work))))
+        return false;
+    work.hold.reset();
+    if (is_followed(work))
+        return follow_writes(work);
+    serve_who_waits(work);
+    return false;
 }

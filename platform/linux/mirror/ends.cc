@@ -1,25 +1,51 @@
 #include "platform/linux/mirror/ends.h"
 
 #include "platform/linux/host/weak_log.h"
+#include "platform/linux/mirror/disk_census.h"
 #include "platform/linux/mirror/write_mark.h"
+#include "platform/linux/state/mirror_hold.h"
 
 namespace {
 
 // "" if DISK is suitable.
 std::string objection_to(side which, const located_disk &disk, uint64_t size)
 {
-    if (which == side::dest)
-        return disk.size < size ? disk.path + " is smaller than the disk that it mirrors" : "";
-    if (disk.size != size)
+    if (which == side::dest && disk.size < size)
+        return disk.path + " is smaller than the disk that it mirrors";
+    if (which == side::source && disk.size != size)
         return "the size of " + disk.path + " is another one than when it was protected";
     return read_write_mark(disk.name) ? "" : "the kernel does not count what is written to " + disk.path;
 }
 
+std::string open_end(side which, mirror_end &end)
+{
+    std::string problem;
+    if (end.fd.is_open())
+        return problem;
+    end.fd = which == side::source ? open_source(*end.disk, &problem) : open_mirror(*end.disk, &problem);
+    end.counters = open_counters(end.disk->name);
+    if (end.fd.is_open() && which == side::dest)
+        end.claim = claim_mirror(end.disk->guid);
+    return problem;
+}
+
+// Another disk with the same GUID may have come since the last look.
+void search(const std::string &guid, mirror_end &end, std::string *problem)
+{
+    const uint64_t census = disk_census();
+    if (end.disk && end.census == census)
+        return;
+    auto found = locate_disk(guid, problem);
+    if (!found || !end.disk || found->path != end.disk->path || found->sequence != end.disk->sequence)
+        end = mirror_end{.fault = end.fault};
+    if (found && !end.disk)
+        end.disk = std::move(found);
+    end.census = census;
+}
+
 bool find_disk(mirror &one, side which, mirror_end &end)
 {
-    if (end.disk && is_still_there(*end.disk))
-        return true;
-    if (end.disk)
+    if (end.disk && !is_still_there(*end.disk))
         end = mirror_end{};
     std::string guid;
     uint64_t size = 0;
@@ -29,24 +55,45 @@ bool find_disk(mirror &one, side which, mirror_end &end)
         size = one.record.size;
     }
     std::string problem;
-    auto found = locate_disk(guid, &problem);
-    if (found)
-        problem = objection_to(which, *found, size);
+    search(guid, end, &problem);
     if (problem.empty())
-        end.disk = std::move(found);
+        problem = objection_to(which, *end.disk, size);
+    if (problem.empty())
+        problem = open_end(which, end);
     if (!problem.empty() || !end.fault)
         set_link(one, which, end, problem);
-    return end.disk.has_value();
+    return problem.empty();
 }
 
 } // namespace
 
 bool find_disks(mirror &one, mirror_ends &ends)
 {
+    const bool were_open = ends.source.fd.is_open() && ends.dest.fd.is_open();
     const bool has_source = find_disk(one, side::source, ends.source);
     const bool has_dest = find_disk(one, side::dest, ends.dest);
+    if (!were_open)
+        ends.tracking.is_settled = false;
     return has_source && has_dest;
 }
+
+namespace {
+
+// A disk that was away may come back with other content, whatever the counters say: everything is compared
+// before the two are level again. The caller holds the mirror's lock.
+void expect_changes(mirror &one)
+{
+    if (one.tracker)
+        one.tracker->facts().coverage = covers_nothing;
+    one.record.mark = {};
+    if (one.record.state == sync_state::level) {
+        one.record.state = sync_state::recovering;
+        one.record.position = 0;
+        one.copied = 0;
+    }
+}
+
+} // namespace
 
 void set_link(mirror &one, side which, const mirror_end &end, const std::string &problem)
 {
@@ -58,6 +105,8 @@ void set_link(mirror &one, side which, const mirror_end &end, const std::string 
         path = end.disk->path;
     bool &is_up = is_source ? one.record.src_is_up : one.record.dest_is_up;
     const bool was_up = std::exchange(is_up, problem.empty());
+    if (was_up && !is_up)
+        expect_changes(one);
     const char *name = is_source ? "source" : "mirror";
     if (was_up && !is_up)
         log_error("The %s of relationship %s -> %s is down: %s", name, one.record.src_guid.c_str(),

@@ -4,20 +4,36 @@
 #include "platform/linux/mirror/locate_disk.h"
 #include "platform/linux/mirror/mirror.h"
 
+#include <chrono>
+
 enum class side { source, dest };
 
 struct mirror_end {
     std::optional<located_disk> disk; // null: missing or unsuitable
+    unique_fd fd;                     // open as long as the disk is there
+    unique_fd counters;               // likewise
+    unique_fd claim;                  // of a mirror: tells the disk library whose it is
+    uint64_t census = 0;              // the disks of the host when it was located
     // Where a transfer failed: the link stays down until a transfer at the same place succeeds.
     std::optional<uint64_t> fault;
+};
+
+// Whether the writes to the source are tracked, and why not.
+struct tracking_choice {
+    bool is_settled = false; // no other attempt before RETRY
+    std::chrono::steady_clock::time_point retry = std::chrono::steady_clock::time_point::max();
+    std::optional<std::chrono::steady_clock::time_point> surplus_since; // more tracked than counted
+    unsigned mismatches = 0; // of the tracked and the counted sectors, since RETRY last passed
 };
 
 struct mirror_ends {
     mirror_end source;
     mirror_end dest;
+    tracking_choice tracking;
 };
 
-// Checks that both disks are still there, and searches for a missing one. True if both are there.
+// Checks that both disks are still there, alone with their GUID and counted, searches for a missing one, and
+// opens both; the mirror is claimed from then on. True if both are there.
 bool find_disks(mirror &one, mirror_ends &ends);
 
 // Saves and logs a change of a link; an empty PROBLEM means that the link is up.

@@ -2,6 +2,7 @@
 
 #include "platform/linux/host/boundary.h"
 #include "platform/linux/host/sysfs.h"
+#include "platform/linux/mirror/level_proof.h"
 #include "platform/linux/mirror/rules.h"
 #include "platform/linux/mirror/worker.h"
 #include "platform/linux/state/lock.h"
@@ -179,17 +180,29 @@ std::string add_mirror(const mirror_record &record)
     return "";
 }
 
-// A mirror is level only if its source's counter has not moved since; the worker may not have noticed yet.
-mirror_view view_of(const mirror_record &record, uint64_t copied)
+mirror_view seen(const mirror_record &record, bool is_level, uint64_t copied)
 {
     mirror_view view = {record, 0};
-    if (record.state == sync_state::level) {
-        const auto mark = read_write_mark(disk_name_of(record.src_path));
-        copied = mark && mark != record.mark ? 0 : record.size;
-        view.record.state = copied == 0 ? sync_state::recovering : sync_state::level;
-    }
+    if (record.state == sync_state::level)
+        view.record.state = is_level ? sync_state::level : sync_state::recovering;
     view.percent = percent_of(view.record, copied);
     return view;
+}
+
+// How much of the mirror is as its disk; less than all, as the mirror is not level.
+uint64_t bytes_that_follow(const mirror &one)
+{
+    const uint64_t behind = one.tracker ? one.tracker->pages_behind() * one.tracker->page_size() : UINT64_MAX;
+    return behind < one.record.size ? one.record.size - behind - 1 : 0;
+}
+
+// A mirror is level only if neither disk has changed since; the worker may not have noticed yet. The caller
+// holds the mirror's lock.
+mirror_view view_of(const mirror &one)
+{
+    const bool is_level = one.record.state == sync_state::level && is_still_level(one);
+    const bool has_changed = one.record.state == sync_state::level && !is_level;
+    return seen(one.record, is_level, has_changed ? bytes_that_follow(one) : one.copied);
 }
 
 } // namespace
@@ -202,7 +215,7 @@ std::vector<mirror_view> list_mirrors()
     const role mine = take_role(all);
     for (const auto &[src_guid, one] : all.mirrors) {
         const std::lock_guard held_one(one->lock);
-        views.push_back(view_of(one->record, one->copied));
+        views.push_back(view_of(*one));
         if (views.back().record.state != one->record.state)
             one->changed.notify_all();
     }
@@ -210,7 +223,7 @@ std::vector<mirror_view> list_mirrors()
         return views;
     const auto records = load_mirrors(bad_files::left_alone);
     for (const mirror_record &record : records.value_or(std::vector<mirror_record>{}))
-        views.push_back(view_of(record, record.position));
+        views.push_back(seen(record, has_level_marks(record), 0));
     return views;
 }
 
@@ -254,6 +267,7 @@ bool unprotect_disk(const std::string &src_guid)
         one->leaving = false; // the next call starts its worker again
         return false;
     }
+    remove_tracker(src_guid);
     all.mirrors.erase(src_guid);
     log_info("Disk %s is mirrored no more", src_guid.c_str());
     return true;
@@ -279,7 +293,54 @@ bool stop_resync(const std::string &src_guid)
     if (!one)
         return false;
     const std::lock_guard held(one->lock);
-    const sync_state state = view_of(one->record, 0).record.state;
+    const sync_state state = view_of(*one).record.state;
     const bool is_under_way = state == sync_state::copying || state == sync_state::recovering;
     return !is_under_way || change_state(*one, purpose, sync_state::cancelled, one->record.position);
+}
+
+namespace {
+
+// Null with errno.
+std::shared_ptr<mirror> find_by_dest(const std::string &dest_guid)
+{
+    engine &all = the_engine();
+    const std::lock_guard held(all.lock);
+    if (take_role(all) != role::owner) {
+        errno = ENOTSUP;
+        return nullptr;
+    }
+    for (const auto &[src_guid, one] : all.mirrors) {
+        const std::lock_guard held_one(one->lock);
+        if (one->record.dest_guid == dest_guid)
+            return one;
+    }
+    errno = ENOENT;
+    return nullptr;
+}
+
+} // namespace
+
+unique_fd hold_at_level(const std::string &dest_guid, std::chrono::milliseconds limit)
+{
+    using steady_clock = std::chrono::steady_clock;
+    const auto end = steady_clock::now() + limit;
+    const auto one = find_by_dest(dest_guid);
+    if (!one)
+        return unique_fd();
+    hold_request request;
+    std::unique_lock held(one->lock);
+    if (one->waiting) {
+        errno = EBUSY;
+        return unique_fd();
+    }
+    one->waiting = &request;
+    one->changed.notify_all();
+    for (auto left = limit; !request.hold.is_open() && left.count() > 0 && !one->leaving;) {
+        one->served.wait(held, left);
+        left = std::chrono::duration_cast<std::chrono::milliseconds>(end - steady_clock::now());
+    }
+    if (one->waiting == &request)
+        one->waiting = nullptr;
+    errno = ETIMEDOUT;
+    return std::move(request.hold);
 }

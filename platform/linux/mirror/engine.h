@@ -2,7 +2,10 @@
 // does. All other processes only read. Any number of threads may call these functions.
 #pragma once
 
+#include "base/fd.h"
 #include "platform/linux/mirror/record.h"
+
+#include <chrono>
 
 struct mirror_view {
     mirror_record record;
@@ -17,3 +20,6 @@ bool protect_disk(const std::string &src_guid, const std::string &dest_guid);
 bool unprotect_disk(const std::string &src_guid);
 bool resync_disk(const std::string &src_guid);
 bool stop_resync(const std::string &src_guid);
+
+// Waits until the mirror is held at a level; see level_hold.h. Closed with errno.
+unique_fd hold_at_level(const std::string &dest_guid, std::chrono::milliseconds limit);

@@ -3,16 +3,26 @@
 
 #include "platform/linux/mirror/monotonic_condition.h"
 #include "platform/linux/mirror/record.h"
+#include "platform/linux/tracking/write_tracker.h"
 
+#include <memory>
 #include <mutex>
 #include <optional>
+
+struct hold_request {
+    unique_fd hold; // open once the mirror is held at its level
+};
 
 struct mirror {
     std::mutex lock; // guards all members below; held while the record is saved, so that saves are in order
     monotonic_condition changed; // signalled when orders or leaving change
-    mirror_record record;        // as saved, unless saving failed
+    mirror_record record;        // as saved, but for its marks, unless saving failed
     uint64_t copied = 0;         // how far the worker has copied, at or beyond the record's position
     unsigned orders = 0;         // counts resyncs and stops: a copy that began under another number must end
     bool leaving = false;        // the worker must end
+    bool is_unsaved = false;     // the record's marks have moved since it was saved
+    std::shared_ptr<write_tracker> tracker; // null: not tracked; all but its sums belongs to the worker
+    hold_request *waiting = nullptr; // of somebody who waits for the next level, and takes it away again
+    monotonic_condition served;      // signalled when that has its hold
     std::optional<pthread_t> worker;
 };

@@ -1,5 +1,6 @@
 #include "platform/linux/mirror/record.h"
 
+#include "platform/linux/host/sysfs.h"
 #include "platform/linux/host/text.h"
 
 #include <algorithm>
@@ -28,7 +29,9 @@ record_fields fields_of(const mirror_record &record)
             {"position", std::to_string(record.position)},
             {"boot", record.mark.boot},
             {"diskseq", record.mark.disk},
-            {"sectors_changed", std::to_string(record.mark.sectors)}};
+            {"sectors_changed", std::to_string(record.mark.sectors)},
+            {"dest_diskseq", record.dest_mark.disk},
+            {"dest_sectors_changed", std::to_string(record.dest_mark.sectors)}};
 }
 
 // Wrong fields are detected by comparing FIELDS with fields_of the result.
@@ -38,15 +41,31 @@ mirror_record record_of(const record_fields &fields)
     const auto number = [&](size_t i) { return parse_number(text(i)).value_or(0); };
     const auto state = std::find(state_texts.begin(), state_texts.end(), text(7));
     const auto index = state == state_texts.end() ? 0 : state - state_texts.begin();
-    return {text(0),         text(1),
-            text(2),         text(3),
-            text(4) == "Up", text(5) == "Up",
-            number(6),       static_cast<sync_state>(index),
-            number(8),       {text(9), text(10), number(11)}};
+    return {text(0),
+            text(1),
+            text(2),
+            text(3),
+            text(4) == "Up",
+            text(5) == "Up",
+            number(6),
+            static_cast<sync_state>(index),
+            number(8),
+            {text(9), text(10), number(11)},
+            {text(9), text(12), number(13)}};
 }
 
-bool is_mirror(const record_fields &fields)
+// Records of former versions lack the mark of the mirror.
+record_fields with_all_fields(record_fields fields)
 {
+    const record_fields all = fields_of({});
+    if (fields.size() + 2 == all.size())
+        fields.insert(fields.end(), all.end() - 2, all.end());
+    return fields;
+}
+
+bool is_mirror(const record_fields &given)
+{
+    const record_fields fields = with_all_fields(given);
     const mirror_record record = record_of(fields);
     const auto is_guid = [](const std::string &guid) {
         return !guid.empty() && guid.size() <= longest_guid_text;
@@ -62,6 +81,12 @@ constexpr record_kind mirror_kind = {twinvault, "mirror", is_mirror};
 const char *text_of(sync_state state)
 {
     return state_texts.at(static_cast<size_t>(state));
+}
+
+bool has_level_marks(const mirror_record &record)
+{
+    return read_write_mark(disk_name_of(record.dest_path)) == record.dest_mark &&
+           read_write_mark(disk_name_of(record.src_path)) == record.mark;
 }
 
 unsigned percent_of(const mirror_record &record, uint64_t position)

@@ -18,6 +18,7 @@ struct mirror_record {
     sync_state state = sync_state::never;
     uint64_t position = 0; // everything before it is safely on the mirror
     write_mark mark;       // of the source, when the current pass began or when the two were last level
+    write_mark dest_mark;  // of the mirror, when the two were last level
 
     bool operator==(const mirror_record &) const = default;
 };
@@ -27,6 +28,9 @@ inline constexpr size_t longest_guid_text = 63;
 
 // "Sync Finished" and the other texts of tw_relationship.
 const char *text_of(sync_state state);
+
+// Whether both disks are as they were when that record was level. A disk that cannot be read is not.
+bool has_level_marks(const mirror_record &record);
 
 unsigned percent_of(const mirror_record &record, uint64_t position);
 

@@ -6,6 +6,7 @@
 #include "platform/linux/host/boundary.h"
 #include "platform/linux/host/sysfs.h"
 #include "platform/linux/mirror/engine.h"
+#include "platform/linux/mirror/level_hold.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -133,6 +134,13 @@ EXPORTED int tw_disk_resync(const char *local_guid, int /*flag*/)
 EXPORTED int tw_disk_stop_sync(const char *local_guid)
 {
     return result_of(__func__, -1, [&] { return stop_resync(shown(local_guid)) ? 0 : -1; });
+}
+
+EXPORTED int tw_hold_at_level(const char *mirror_guid, int timeout_ms)
+{
+    return result_of(__func__, -1, [&] {
+        return hold_at_level(shown(mirror_guid), std::chrono::milliseconds(timeout_ms)).release();
+    });
 }
 
 EXPORTED int tw_scsi_get_guid(const char *path, char *buffer, int size)

@@ -32,8 +32,8 @@ void *work(void *argument)
     do {
         // A pass that ends early has saved how far it came; the next one goes on from there.
         end_at_exception("A pass of a mirror", [&] {
-            if (find_disks(one, ends))
-                copy_what_is_due(one, ends);
+            while (find_disks(one, ends) && copy_what_is_due(one, ends))
+                ;
         });
     } while (rest(one, &seen));
     return nullptr;

@@ -2,6 +2,8 @@
 // Documentation/block/stat.rst). If two marks are equal, the disk has not changed between them.
 #pragma once
 
+#include "base/fd.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -13,6 +15,14 @@ struct write_mark {
 
     bool operator==(const write_mark &) const = default;
 };
+
+const std::string &boot_id(); // "" if it cannot be read
+
+// Opens the counters of the disk with that kernel name for sectors_changed. Closed with errno.
+unique_fd open_counters(const std::string &name);
+
+// The sectors of a write_mark, read again, at the cost of one system call. Null if the disk is gone.
+std::optional<uint64_t> sectors_changed(const unique_fd &counters);
 
 // NAME is a kernel name. Null if the disk is gone or has no counters.
 std::optional<write_mark> read_write_mark(const std::string &name);

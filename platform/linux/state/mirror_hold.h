@@ -11,5 +11,8 @@
 // with errno. EAGAIN: another holder has one of them; ENOENT: this host has no mirrors.
 unique_fd try_hold_mirrors(const std::vector<std::string> &guids);
 
-// True if anyone holds that mirror.
-bool is_mirror_held(const std::string &guid);
+// Tells everybody, until the descriptor closes, that this process has opened that mirror for itself alone.
+unique_fd claim_mirror(const std::string &guid);
+
+// True if anyone has claimed or holds that mirror.
+bool is_mirror_in_use(const std::string &guid);

@@ -1,0 +1,151 @@
+// How a mirror follows a disk that is written to. Prints table rows.
+//
+//   bench-follow write SOURCE MIRROR           what one page costs
+//   bench-follow rates SOURCE MIRROR SECONDS   how long the two are not level under a constant load
+//   bench-follow idle SOURCE MIRROR SECONDS    what watching a level mirror costs
+
+#include "base/deleter.h"
+#include "base/fd.h"
+#include "bench/mirror_bench.h"
+
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <random>
+#include <thread>
+
+namespace {
+
+using namespace std::chrono_literals;
+using std::chrono::steady_clock;
+
+constexpr size_t page = 4096;
+
+// Writes whole pages past the page cache, each with another content.
+class page_writer {
+public:
+    explicit page_writer(const std::string &path)
+        : disk_(open(path.c_str(), O_WRONLY | O_DIRECT | O_CLOEXEC)),
+          bytes_(static_cast<char *>(aligned_alloc(page, page)))
+    {
+        if (!disk_.is_open() || !bytes_ || ioctl(disk_.get(), BLKGETSIZE64, &size_) != 0)
+            give_up(path + ": " + strerror(errno));
+    }
+
+    uint64_t size() const { return size_; }
+
+    // Somewhere behind the first page, which holds the disk's identity.
+    void write()
+    {
+        const uint64_t place = 1 + random_() % (size_ / page - 1);
+        memset(bytes_.get(), static_cast<int>(random_()), page);
+        if (pwrite(disk_.get(), bytes_.get(), page, static_cast<off_t>(place * page)) != page)
+            give_up(strerror(errno));
+    }
+
+private:
+    unique_fd disk_;
+    std::unique_ptr<char, deleter<free>> bytes_;
+    uint64_t size_ = 0;
+    std::mt19937_64 random_{1};
+};
+
+uint64_t sectors_read(const std::string &path)
+{
+    std::ifstream stat("/sys/block/" + path.substr(5) + "/stat");
+    uint64_t reads = 0, merged = 0, sectors = 0;
+    stat >> reads >> merged >> sectors;
+    return sectors;
+}
+
+void measure_write(const std::string &source, const std::string &mirror, const std::string &guid)
+{
+    page_writer writer(source);
+    constexpr int rounds = 9;
+    uint64_t read_source = 0, read_mirror = 0;
+    double longest = 0;
+    for (int i = 0; i < rounds; i++) {
+        const uint64_t source_before = sectors_read(source), mirror_before = sectors_read(mirror);
+        writer.write();
+        const auto start = steady_clock::now();
+        while (!is_level(guid))
+            std::this_thread::sleep_for(1ms);
+        longest = std::max(longest, seconds_since(start));
+        read_source = std::max(read_source, sectors_read(source) - source_before);
+        read_mirror = std::max(read_mirror, sectors_read(mirror) - mirror_before);
+        std::this_thread::sleep_for(300ms);
+    }
+    printf("| %.0f | %.1f | %.1f | %.3f |\n", static_cast<double>(writer.size()) / (1 << 30),
+           static_cast<double>(read_source) / 2, static_cast<double>(read_mirror) / 2, longest);
+}
+
+void write_at_rate(page_writer &writer, double pages_per_second, const std::atomic<bool> &stop)
+{
+    const auto start = steady_clock::now();
+    for (int64_t i = 0; !stop; i++) {
+        std::this_thread::sleep_until(
+            start + std::chrono::duration_cast<steady_clock::duration>(
+                        std::chrono::duration<double>(static_cast<double>(i) / pages_per_second)));
+        writer.write();
+    }
+}
+
+void measure_rate(page_writer &writer, const std::string &guid, double kib_per_second, double seconds)
+{
+    std::atomic<bool> stop = false;
+    std::jthread load([&] { write_at_rate(writer, kib_per_second / 4, stop); });
+    std::this_thread::sleep_for(1s);
+    const double cpu = engine_cpu_seconds();
+    const auto start = steady_clock::now();
+    auto last_level = start;
+    double longest = 0;
+    int looks = 0, level = 0;
+    for (; seconds_since(start) < seconds; looks++) {
+        const bool now_level = is_level(guid);
+        if (now_level || seconds_since(last_level) > longest)
+            longest = std::max(longest, seconds_since(last_level));
+        if (now_level) {
+            level++;
+            last_level = steady_clock::now();
+        }
+        std::this_thread::sleep_for(2ms);
+    }
+    const double used = (engine_cpu_seconds() - cpu) / seconds_since(start);
+    stop = true;
+    printf("| %.0f | %.3f | %.0f %% | %.2f %% |\n", kib_per_second, longest, 100.0 * level / looks,
+           100 * used);
+    fflush(stdout);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    if (argc < 4)
+        give_up("usage: bench-follow write|rates|idle SOURCE MIRROR [SECONDS]");
+    const std::string what = argv[1], source = argv[2], mirror = argv[3], guid = guid_of(source);
+    const double seconds = argc > 4 ? atof(argv[4]) : 10;
+    protect_or_give_up(guid, guid_of(mirror));
+    time_resync(guid);
+    if (what == "write") {
+        measure_write(source, mirror, guid);
+    } else if (what == "rates") {
+        page_writer writer(source);
+        for (const double rate : {16.0, 64.0, 1024.0, 16384.0})
+            measure_rate(writer, guid, rate, seconds);
+    } else {
+        const double before = cpu_seconds();
+        std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+        printf("| %.4f %% |\n", 100 * (cpu_seconds() - before) / seconds);
+    }
+    unprotect_or_give_up(guid);
+}

@@ -1,0 +1,105 @@
+#include "platform/linux/mirror/follow.h"
+
+#include "platform/linux/mirror/level_proof.h"
+#include "platform/linux/mirror/page_copy.h"
+#include "platform/linux/mirror/tracking.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace {
+
+using namespace std::chrono_literals;
+using steady_clock = std::chrono::steady_clock;
+
+constexpr auto turn_time = 1s;       // until the disks are looked at again
+constexpr auto shortest_look = 4ms;  // at the sums of a disk that was written to a moment ago
+constexpr auto longest_look = 100ms; // at those of an idle one
+constexpr auto hold_pause = 20ms;    // while a snapshot of the mirror is taken
+
+// An order ends the wait, and so does a look of somebody who finds that the mirror is not level.
+void wait_shortly(const copying &work, std::chrono::milliseconds limit)
+{
+    std::unique_lock held(work.one.lock);
+    if (is_in_force(work))
+        work.one.changed.wait(held, limit);
+}
+
+// Whether somebody waits for a level mirror.
+bool is_awaited(const copying &work)
+{
+    const std::lock_guard held(work.one.lock);
+    return work.one.waiting;
+}
+
+// Copies what is marked and flushes it. False if a disk failed, or another order came.
+bool copy_marked(copying &work)
+{
+    if (!work.tracker->take())
+        return true;
+    const copy_result result = copy_taken_pages(work);
+    if (result.end == copy_end::done && result.written > 0)
+        make_lasting(work);
+    return is_done(work, result);
+}
+
+level_proof::verdict make_pass(copying &work)
+{
+    level_proof proof(work);
+    const auto result = copy_marked(work) ? proof.end() : level_proof::failed;
+    if (result == level_proof::level)
+        hand_over_hold(work);
+    work.hold.reset();
+    return result;
+}
+
+// A mirror that stays level is saved, so that the next process, and others that only read, find it level.
+void save_at_rest(const copying &work)
+{
+    const std::lock_guard held(work.one.lock);
+    if (is_in_force(work) && std::exchange(work.one.is_unsaved, false))
+        save_mirror(work.one.record);
+}
+
+void wait_for_writes(copying &work, uint64_t events, steady_clock::time_point end)
+{
+    auto period = shortest_look;
+    while (is_followed(work) && !is_awaited(work) && work.tracker->sums().events == events) {
+        if (steady_clock::now() >= end) {
+            save_at_rest(work);
+            return;
+        }
+        wait_shortly(work, period);
+        period = std::min<std::chrono::milliseconds>(period * 2, longest_look);
+    }
+}
+
+} // namespace
+
+bool is_followed(const copying &work)
+{
+    const std::lock_guard held(work.one.lock);
+    const sync_state state = work.one.record.state;
+    return work.tracker && covers_mirror(work) && is_in_force(work) &&
+           (state == sync_state::level || state == sync_state::recovering);
+}
+
+bool follow_writes(copying &work)
+{
+    const auto end = steady_clock::now() + turn_time;
+    while (is_followed(work) && steady_clock::now() < end) {
+        if (!hold_mirror(work)) {
+            if (work.ends.dest.fault)
+                return false;
+            wait_shortly(work, hold_pause);
+            continue;
+        }
+        const uint64_t events = work.tracker->sums().events;
+        const auto verdict = make_pass(work);
+        if (verdict == level_proof::failed)
+            return false;
+        if (verdict == level_proof::level)
+            wait_for_writes(work, events, end);
+    }
+    return is_followed(work);
+}

@@ -1,0 +1,13 @@
+// Holds a mirror at the very moment at which it is proven level. Levels of a disk under load last
+// milliseconds: whoever looks from outside mostly comes too late.
+//
+// A function of the embedded libtw beside those of tw.h, for the embedded agent.
+#pragma once
+
+extern "C" {
+
+// Waits at most TIMEOUT_MS for that moment. Returns a descriptor: nothing is written to the mirror until the
+// caller closes it, whatever happens to the disk. -1 with errno: ETIMEDOUT; ENOENT: no such mirror; ENOTSUP:
+// another process runs the mirrors; EBUSY: somebody waits already.
+__attribute__((weak, visibility("default"))) int tw_hold_at_level(const char *mirror_guid, int timeout_ms);
+}

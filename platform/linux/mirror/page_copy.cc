@@ -1,0 +1,66 @@
+#include "platform/linux/mirror/page_copy.h"
+
+#include "base/deleter.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+namespace {
+
+constexpr size_t alignment = 4096;
+
+using buffer = std::unique_ptr<char, deleter<free>>;
+
+buffer new_buffer(uint64_t size)
+{
+    return buffer(
+        static_cast<char *>(aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment)));
+}
+
+copy_result failure(copy_end whose, ssize_t count, uint64_t offset)
+{
+    // A short transfer means that the device has become smaller.
+    return {.end = whose, .error = count < 0 ? errno : EIO, .failed_at = offset};
+}
+
+copy_result copy_run(copying &work, const page_run &run, char *bytes)
+{
+    const size_t size = run.end - run.begin;
+    const auto offset = static_cast<off_t>(run.begin);
+    ssize_t count = pread(work.job.source, bytes, size, offset);
+    if (count != static_cast<ssize_t>(size))
+        return failure(copy_end::source_failed, count, run.begin);
+    if (work.job.own_signature && run.begin == 0)
+        memcpy(bytes + signature_offset, work.job.own_signature->data(), work.job.own_signature->size());
+    work.tracker->facts().announced += size / 512;
+    count = pwrite(work.job.mirror, bytes, size, offset);
+    if (count != static_cast<ssize_t>(size))
+        return failure(copy_end::mirror_failed, count, run.begin);
+    return {.written = size};
+}
+
+} // namespace
+
+copy_result copy_taken_pages(copying &work)
+{
+    copy_result all;
+    const uint64_t longest = std::max(copy_block, work.tracker->page_size());
+    auto run = work.tracker->next_taken(0, longest);
+    const buffer bytes = run ? new_buffer(longest) : nullptr;
+    if (run && !bytes)
+        return {.end = copy_end::failed, .error = ENOMEM};
+    for (; run; run = work.tracker->next_taken(run->end, longest)) {
+        if (!wait_for_turn(work, all.written))
+            return {.end = copy_end::stopped};
+        const copy_result one = copy_run(work, *run, bytes.get());
+        if (one.end != copy_end::done)
+            return one;
+        all.written += one.written;
+    }
+    return all;
+}

@@ -1,0 +1,157 @@
+#include "platform/linux/mirror/tracking.h"
+
+#include "platform/linux/host/weak_log.h"
+
+#include <algorithm>
+#include <cstring>
+#include <thread>
+
+namespace {
+
+using namespace std::chrono_literals;
+using steady_clock = std::chrono::steady_clock;
+
+constexpr uint64_t memory_for_marks = uint64_t{64} << 20; // bytes per disk
+constexpr unsigned most_mismatches = 3;
+constexpr auto pause_after_mismatches = 10min;
+
+// The kernel passes a write on to the tracker before it counts it, so a look at both may find more sectors
+// tracked than counted, never less. The smallest difference of several looks is the true one.
+int64_t find_base(const write_tracker &tracker, const std::string &disk_name)
+{
+    constexpr int looks = 20;
+    int64_t base = INT64_MAX;
+    for (int i = 0; i < looks; i++) {
+        const auto mark = read_write_mark(disk_name);
+        const auto tracked = static_cast<int64_t>(tracker.sums().sectors);
+        if (mark)
+            base = std::min(base, tracked - static_cast<int64_t>(mark->sectors));
+        std::this_thread::sleep_for(1ms);
+    }
+    return base;
+}
+
+// A mirror that was away may be another copy; one that was written to by others differs from its disk. A
+// process that was killed has written no more than it had announced.
+bool is_mirror_as_left(const tracker_facts &facts, const write_mark &now)
+{
+    return now.disk == facts.mirror_device && now.sectors >= facts.settled &&
+           now.sectors - facts.settled <= facts.announced;
+}
+
+void start_facts(write_tracker &tracker, const mirror_record &record, const mirror_ends &ends)
+{
+    tracker_facts &facts = tracker.facts();
+    facts.base = find_base(tracker, ends.source.disk->name);
+    facts.unplaced = tracker.sums().unplaced;
+    const auto source = read_write_mark(ends.source.disk->name);
+    const auto dest = read_write_mark(ends.dest.disk->name);
+    facts.coverage = covers_nothing;
+    if (!source || !dest || source != record.mark)
+        return;
+    // Nothing has been written since that mark was taken.
+    if (record.state == sync_state::level && dest == record.dest_mark)
+        facts.coverage = covers_all;
+    else if (record.state == sync_state::copying)
+        facts.coverage = covers_begun;
+    facts.settled = dest->sectors;
+    dest->disk.copy(facts.mirror_device, sizeof facts.mirror_device - 1);
+}
+
+void check_mirror(write_tracker &tracker, const mirror_record &record, const mirror_ends &ends)
+{
+    tracker_facts &facts = tracker.facts();
+    const auto dest = read_write_mark(ends.dest.disk->name);
+    if (facts.coverage != covers_all)
+        return;
+    if (dest && is_mirror_as_left(facts, *dest)) {
+        facts.settled = dest->sectors;
+        facts.announced = 0;
+        return;
+    }
+    facts.coverage = covers_nothing;
+    log_info("Mirror %s may have changed while it was away; it is compared with its disk",
+             record.dest_guid.c_str());
+}
+
+std::string announcement(const std::string &src_guid, const write_tracker *tracker, const std::string &why)
+{
+    if (!tracker)
+        return "Disk " + src_guid + " is compared as a whole whenever it was written to: " + why;
+    return "Writes to disk " + src_guid + " are tracked in pages of " + std::to_string(tracker->page_size()) +
+           " bytes";
+}
+
+} // namespace
+
+void settle_tracking(mirror &one, mirror_ends &ends)
+{
+    tracking_choice &choice = ends.tracking;
+    if (std::exchange(choice.is_settled, true) && steady_clock::now() < choice.retry)
+        return;
+    choice.retry = steady_clock::time_point::max();
+    choice.mismatches = 0;
+    const mirror_record record = [&] {
+        const std::lock_guard held(one.lock);
+        return one.record;
+    }();
+    std::string why;
+    std::shared_ptr<write_tracker> tracker =
+        write_tracker::open(record.src_guid, ends.source.disk->name, record.size, memory_for_marks, &why);
+    if (tracker && tracker->is_new()) {
+        start_facts(*tracker, record, ends);
+        tracker->keep();
+    }
+    if (tracker)
+        check_mirror(*tracker, record, ends);
+    log_at(tracker ? LOG_INFO : LOG_WARNING, "%s", announcement(record.src_guid, tracker.get(), why).c_str());
+    const std::lock_guard held(one.lock);
+    one.tracker = std::move(tracker);
+}
+
+void note_mirror_state(copying &work)
+{
+    const auto dest = read_write_mark(work.ends.dest.disk->name);
+    tracker_facts &facts = work.tracker->facts();
+    facts.settled = dest ? dest->sectors : 0;
+    facts.announced = 0;
+    memset(facts.mirror_device, 0, sizeof facts.mirror_device);
+    if (dest)
+        dest->disk.copy(facts.mirror_device, sizeof facts.mirror_device - 1);
+}
+
+void begin_coverage(const copying &work)
+{
+    if (!work.tracker)
+        return;
+    work.tracker->facts().unplaced = work.tracker->sums().unplaced;
+    work.tracker->facts().coverage = covers_begun;
+}
+
+bool covers_mirror(const copying &work)
+{
+    return !work.tracker || work.tracker->facts().coverage == covers_all;
+}
+
+void compare_all(copying &work, const std::string &reason)
+{
+    log_warning("Disk %s is compared with its mirror as a whole: %s", work.src_guid.c_str(), reason.c_str());
+    tracker_facts &facts = work.tracker->facts();
+    facts.coverage = covers_nothing;
+    facts.base = find_base(*work.tracker, work.ends.source.disk->name);
+    facts.unplaced = work.tracker->sums().unplaced;
+}
+
+void distrust_tracking(copying &work, const std::string &reason)
+{
+    compare_all(work, reason);
+    tracking_choice &choice = work.ends.tracking;
+    if (++choice.mismatches < most_mismatches)
+        return;
+    log_warning("The writes to disk %s are not tracked for the next ten minutes", work.src_guid.c_str());
+    choice.retry = steady_clock::now() + pause_after_mismatches;
+    remove_tracker(work.src_guid);
+    work.tracker = nullptr;
+    const std::lock_guard held(work.one.lock);
+    work.one.tracker.reset();
+}

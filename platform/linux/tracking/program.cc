@@ -1,0 +1,197 @@
+#include "platform/linux/tracking/program.h"
+
+#include "base/deleter.h"
+#include "base/hash.h"
+#include "platform/linux/host/sysfs.h"
+#include "platform/linux/tracking/program_bytes.h"
+
+#include <bpf/bpf.h>
+#include <bpf/libbpf.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <utility>
+
+namespace {
+
+using loaded_object = std::unique_ptr<bpf_object, deleter<bpf_object__close>>;
+using attached_link = std::unique_ptr<bpf_link, deleter<bpf_link__destroy>>;
+
+constexpr const char *pinned_names[] = {"dirty", "taken", "sums", "facts", "link"};
+
+std::string pin_of(const std::string &folder, const char *name)
+{
+    return folder + "/" + name;
+}
+
+// libbpf prints to standard error by default; what it says is not for an administrator.
+int say_nothing(libbpf_print_level /*level*/, const char * /*format*/, va_list /*arguments*/)
+{
+    return 0;
+}
+
+std::string failure(const char *what)
+{
+    return std::string(what) + ": " + strerror(errno);
+}
+
+unique_fd new_array(size_t count, size_t value_size)
+{
+    LIBBPF_OPTS(bpf_map_create_opts, options, .map_flags = BPF_F_MMAPABLE);
+    return unique_fd(bpf_map_create(BPF_MAP_TYPE_ARRAY, "qelcd", sizeof(uint32_t),
+                                    static_cast<uint32_t>(value_size), static_cast<uint32_t>(count),
+                                    &options));
+}
+
+bool set_constants(bpf_object *object, const tracked_disk &disk)
+{
+    bpf_map *map = nullptr;
+    bpf_object__for_each_map(map, object)
+    {
+        if (strstr(bpf_map__name(map), ".rodata"))
+            return bpf_map__set_initial_value(map, &disk, sizeof disk) == 0;
+    }
+    return false;
+}
+
+loaded_object load_object(const tracked_disk &disk, std::string *why)
+{
+    libbpf_set_print(say_nothing);
+    const auto bytes = program_bytes();
+    loaded_object object(bpf_object__open_mem(bytes.data(), bytes.size(), nullptr));
+    if (!object) {
+        *why = failure("the tracking program cannot be opened");
+        return nullptr;
+    }
+    bpf_map *dirty = bpf_object__find_map_by_name(object.get(), "dirty");
+    bpf_map *sums = bpf_object__find_map_by_name(object.get(), "sums");
+    if (bpf_map__set_max_entries(dirty, static_cast<uint32_t>(disk.words)) != 0 ||
+        bpf_map__set_max_entries(sums, static_cast<uint32_t>(processor_count())) != 0 ||
+        !set_constants(object.get(), disk) || bpf_object__load(object.get()) != 0) {
+        *why = failure("the kernel does not take the tracking program");
+        return nullptr;
+    }
+    return object;
+}
+
+int map_of(const loaded_object &object, const char *name)
+{
+    return bpf_object__find_map_fd_by_name(object.get(), name);
+}
+
+// The link comes last: a folder that has one has everything.
+bool pin_all(const std::string &folder, const loaded_object &object, bpf_link *link, uint64_t words)
+{
+    const unique_fd taken = new_array(words, sizeof(uint64_t));
+    const unique_fd facts = new_array(1, facts_size);
+    return taken.is_open() && facts.is_open() &&
+           bpf_obj_pin(map_of(object, "dirty"), pin_of(folder, "dirty").c_str()) == 0 &&
+           bpf_obj_pin(map_of(object, "sums"), pin_of(folder, "sums").c_str()) == 0 &&
+           bpf_obj_pin(taken.get(), pin_of(folder, "taken").c_str()) == 0 &&
+           bpf_obj_pin(facts.get(), pin_of(folder, "facts").c_str()) == 0 &&
+           bpf_link__pin(link, pin_of(folder, "link").c_str()) == 0;
+}
+
+mapped_array open_array(const std::string &folder, const char *name, size_t count, size_t value_size)
+{
+    const unique_fd fd(bpf_obj_get(pin_of(folder, name).c_str()));
+    bpf_map_info info{};
+    uint32_t size = sizeof info;
+    if (!fd.is_open() || bpf_obj_get_info_by_fd(fd.get(), &info, &size) != 0 || info.max_entries != count ||
+        info.value_size != value_size)
+        return {};
+    return {fd.get(), count, value_size};
+}
+
+bool make_folder(const std::string &folder)
+{
+    const std::string parent = folder.substr(0, folder.rfind('/'));
+    return (mkdir(parent.c_str(), 0700) == 0 || errno == EEXIST) && mkdir(folder.c_str(), 0700) == 0;
+}
+
+} // namespace
+
+mapped_array::mapped_array(int fd, size_t count, size_t value_size)
+{
+    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    size_ = (count * value_size + page - 1) / page * page;
+    void *bytes = mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    bytes_ = bytes == MAP_FAILED ? nullptr : bytes;
+}
+
+mapped_array::~mapped_array()
+{
+    if (bytes_)
+        munmap(bytes_, size_);
+}
+
+mapped_array::mapped_array(mapped_array &&other) noexcept
+    : bytes_(std::exchange(other.bytes_, nullptr)), size_(other.size_)
+{
+}
+
+mapped_array &mapped_array::operator=(mapped_array &&other) noexcept
+{
+    std::swap(bytes_, other.bytes_);
+    std::swap(size_, other.size_);
+    return *this;
+}
+
+size_t processor_count()
+{
+    const int count = libbpf_num_possible_cpus();
+    return count > 0 ? static_cast<size_t>(count) : 1;
+}
+
+std::optional<program_maps> open_program(const std::string &folder, uint64_t words)
+{
+    if (access(pin_of(folder, "link").c_str(), F_OK) != 0)
+        return std::nullopt;
+    program_maps maps;
+    maps.dirty = open_array(folder, "dirty", words, sizeof(uint64_t));
+    maps.taken = open_array(folder, "taken", words, sizeof(uint64_t));
+    maps.sums = open_array(folder, "sums", processor_count(), sizeof(write_sums));
+    maps.facts = open_array(folder, "facts", 1, facts_size);
+    if (!maps.dirty.is_open() || !maps.taken.is_open() || !maps.sums.is_open() || !maps.facts.is_open())
+        return std::nullopt;
+    return maps;
+}
+
+std::optional<program_maps> attach_program(const std::string &folder, const tracked_disk &disk,
+                                           std::string *why)
+{
+    const loaded_object object = load_object(disk, why);
+    if (!object)
+        return std::nullopt;
+    const attached_link link(
+        bpf_program__attach(bpf_object__find_program_by_name(object.get(), "on_complete")));
+    if (!link) {
+        *why = failure("the kernel does not run the tracking program");
+        return std::nullopt;
+    }
+    std::optional<program_maps> maps;
+    if (make_folder(folder) && pin_all(folder, object, link.get(), disk.words))
+        maps = open_program(folder, disk.words);
+    if (!maps) {
+        *why = failure("the tracking program cannot be kept");
+        remove_program(folder);
+    }
+    return maps;
+}
+
+void remove_program(const std::string &folder)
+{
+    for (const char *name : pinned_names)
+        unlink(pin_of(folder, name).c_str());
+    rmdir(folder.c_str());
+    rmdir(folder.substr(0, folder.rfind('/')).c_str()); // only the last one can
+}
+
+uint64_t program_version()
+{
+    static const uint64_t version = fnv1a_64(program_bytes());
+    return version;
+}

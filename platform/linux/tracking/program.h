@@ -1,0 +1,61 @@
+// The tracking program of one disk in the kernel, and what it shares with this process.
+//
+// All of it is pinned in a folder of the BPF file system: the program goes on when this process ends, even
+// when it is killed, and the next process goes on with what it finds. A reboot ends it.
+#pragma once
+
+#include "base/fd.h"
+#include "platform/linux/tracking/shared.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+// A mapped array of the kernel. Moved, never copied; unmapped by its destructor.
+class mapped_array {
+public:
+    mapped_array() = default;
+    // Maps an array of COUNT values of VALUE_SIZE bytes; is_open() tells whether that succeeded, else errno.
+    mapped_array(int fd, size_t count, size_t value_size);
+    ~mapped_array();
+    mapped_array(mapped_array &&other) noexcept;
+    mapped_array &operator=(mapped_array &&other) noexcept;
+
+    bool is_open() const { return bytes_ != nullptr; }
+    template <class Value>
+    Value *values() const
+    {
+        return static_cast<Value *>(bytes_);
+    }
+
+private:
+    void *bytes_ = nullptr;
+    size_t size_ = 0;
+};
+
+struct program_maps {
+    mapped_array dirty; // words of 64 pages: set by the kernel
+    mapped_array taken; // the same: pages that are being copied, set by this process alone
+    mapped_array sums;  // a write_sums per processor
+    mapped_array facts; // one value of FACTS_SIZE bytes, for the caller
+};
+
+constexpr size_t facts_size = 256;
+
+size_t processor_count(); // possible ones, not only those online
+
+// What is pinned in FOLDER for a disk of that many words, if it is whole; else null, and what there is should
+// be removed.
+std::optional<program_maps> open_program(const std::string &folder, uint64_t words);
+
+// Loads the program, attaches and pins it. The folder must not exist. All values are zero. Null with the
+// reason in WHY; nothing is left then.
+std::optional<program_maps> attach_program(const std::string &folder, const tracked_disk &disk,
+                                           std::string *why);
+
+// Ends the program and removes the folder. Nothing happens if there is none.
+void remove_program(const std::string &folder);
+
+// A number that differs between programs that differ.
+uint64_t program_version();

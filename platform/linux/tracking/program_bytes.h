@@ -1,0 +1,6 @@
+// The compiled tracking program, as the build embeds it.
+#pragma once
+
+#include <string_view>
+
+std::string_view program_bytes();

@@ -1,0 +1,21 @@
+// What the tracking program in the kernel and the process that loads it have in common.
+#pragma once
+
+#include <linux/types.h>
+
+// Sums of one processor, alone in its cache line.
+struct write_sums {
+    __u64 events;   // completed requests that change what is on the disk
+    __u64 sectors;  // of 512 bytes, written and discarded, as the disk's own counters count them
+    __u64 unplaced; // requests that may have changed the disk in an unknown place
+    __u64 unused[5];
+};
+
+// Constants of the program, set before it is loaded.
+struct tracked_disk {
+    __s32 major;
+    __s32 minor;
+    __u32 page_shift; // log2 of the sectors of a page
+    __u32 unused;
+    __u64 words; // of 64 pages
+};

@@ -1,0 +1,176 @@
+#include "platform/linux/tracking/write_tracker.h"
+
+#include "base/hash.h"
+#include "platform/linux/host/sysfs.h"
+#include "platform/linux/host/text.h"
+
+#include <linux/magic.h>
+#include <sys/sysmacros.h>
+#include <sys/vfs.h>
+
+#include <algorithm>
+#include <atomic>
+#include <bit>
+#include <cstdio>
+
+namespace {
+
+constexpr char bpf_folder[] = "/sys/fs/bpf";
+constexpr uint64_t sector = 512;
+constexpr uint64_t smallest_page = 4096;
+constexpr uint64_t pages_per_word = 64;
+
+// Names in the BPF file system may not have every character of a key.
+std::string folder_of(const std::string &key)
+{
+    char name[17];
+    snprintf(name, sizeof name, "%016llx", static_cast<unsigned long long>(fnv1a_64(key)));
+    return std::string(bpf_folder) + "/qelcd/" + name;
+}
+
+bool is_bpf_mounted()
+{
+    struct statfs about {};
+    return statfs(bpf_folder, &about) == 0 && static_cast<uint64_t>(about.f_type) == BPF_FS_MAGIC;
+}
+
+uint64_t words_of(uint64_t disk_size, uint64_t page)
+{
+    const uint64_t bytes_per_word = page * pages_per_word;
+    return disk_size / bytes_per_word + (disk_size % bytes_per_word != 0);
+}
+
+std::string objection_to(const std::string &disk_name)
+{
+    if (!is_bpf_mounted())
+        return std::string("no BPF file system is mounted at ") + bpf_folder;
+    if (!list_folder("/sys/block/" + disk_name + "/mq"))
+        return "its driver passes writes on without requests";
+    return "";
+}
+
+std::atomic_ref<uint64_t> at(const mapped_array &words, uint64_t index)
+{
+    return std::atomic_ref(words.values<uint64_t>()[index]);
+}
+
+} // namespace
+
+uint64_t tracking_page(uint64_t disk_size, uint64_t memory)
+{
+    constexpr uint64_t arrays = 2;
+    uint64_t page = smallest_page;
+    while (arrays * words_of(disk_size, page) * sizeof(uint64_t) > std::max(memory, uint64_t{4096}))
+        page *= 2;
+    return page;
+}
+
+std::unique_ptr<write_tracker> write_tracker::open(const std::string &key, const std::string &disk_name,
+                                                   uint64_t disk_size, uint64_t memory, std::string *why)
+{
+    const std::string folder = folder_of(key);
+    const std::string device = read_attribute("/sys/block/" + disk_name + "/diskseq").value_or("");
+    const uint64_t page = tracking_page(disk_size, memory);
+    const uint64_t words = words_of(disk_size, page);
+    const auto numbers = parse_device_number(read_attribute("/sys/block/" + disk_name + "/dev").value_or(""));
+    *why = objection_to(disk_name);
+    if (why->empty() && (!numbers || device.empty() || device.size() >= sizeof tracker_facts::source_device))
+        *why = "the kernel does not number its devices";
+    if (!why->empty())
+        return nullptr;
+    if (auto maps = open_program(folder, words)) {
+        const auto *facts = maps->facts.values<tracker_facts>();
+        if (facts->version == program_version() && device == facts->source_device)
+            return std::unique_ptr<write_tracker>(new write_tracker(std::move(*maps), disk_size, page));
+    }
+    remove_program(folder);
+    const tracked_disk disk = {.major = static_cast<int>(major(*numbers)),
+                               .minor = static_cast<int>(minor(*numbers)),
+                               .page_shift = static_cast<uint32_t>(std::countr_zero(page / sector)),
+                               .unused = 0,
+                               .words = words};
+    auto maps = attach_program(folder, disk, why);
+    if (!maps)
+        return nullptr;
+    auto *facts = maps->facts.values<tracker_facts>();
+    device.copy(facts->source_device, sizeof facts->source_device - 1);
+    return std::unique_ptr<write_tracker>(new write_tracker(std::move(*maps), disk_size, page));
+}
+
+write_tracker::write_tracker(program_maps maps, uint64_t disk_size, uint64_t page_size)
+    : maps_(std::move(maps)), disk_size_(disk_size), page_size_(page_size),
+      words_(words_of(disk_size, page_size))
+{
+}
+
+void write_tracker::keep()
+{
+    std::atomic_ref(facts().version).store(program_version());
+}
+
+tracker_sums write_tracker::sums() const
+{
+    tracker_sums total;
+    auto *sums = maps_.sums.values<write_sums>();
+    for (size_t i = 0; i < processor_count(); i++) {
+        const auto read = [](__u64 &value) { return std::atomic_ref(value).load(); };
+        total.events += read(sums[i].events);
+        total.sectors += read(sums[i].sectors);
+        total.unplaced += read(sums[i].unplaced);
+    }
+    return total;
+}
+
+// A page is taken before its mark goes, so that a process that is killed in between leaves both. And both
+// come before the page is read, so that a write that ends later leaves a mark.
+bool write_tracker::take()
+{
+    for (uint64_t i = 0; i < words_; i++) {
+        const uint64_t seen = at(maps_.dirty, i).load(std::memory_order_relaxed);
+        if (seen == 0)
+            continue;
+        at(maps_.taken, i).fetch_or(seen);
+        at(maps_.dirty, i).fetch_and(~seen);
+        has_taken_ = true;
+    }
+    return has_taken_;
+}
+
+std::optional<page_run> write_tracker::next_taken(uint64_t from, uint64_t limit) const
+{
+    const auto *words = maps_.taken.values<uint64_t>();
+    const uint64_t pages = words_ * pages_per_word;
+    const auto is_taken = [&](uint64_t page) { return (words[page / 64] >> (page % 64) & 1) != 0; };
+    uint64_t first = (from + page_size_ - 1) / page_size_;
+    while (first < pages && !is_taken(first))
+        first = words[first / 64] >> (first % 64) == 0 ? (first / 64 + 1) * 64 : first + 1;
+    if (first >= pages || first * page_size_ >= disk_size_)
+        return std::nullopt;
+    uint64_t last = first + 1;
+    while (last < pages && (last + 1 - first) * page_size_ <= limit && is_taken(last))
+        last++;
+    return page_run{first * page_size_, std::min(last * page_size_, disk_size_)};
+}
+
+void write_tracker::forget_taken()
+{
+    for (uint64_t i = 0; i < words_; i++) {
+        if (at(maps_.taken, i).load(std::memory_order_relaxed) != 0)
+            at(maps_.taken, i).store(0);
+    }
+    has_taken_ = false;
+}
+
+uint64_t write_tracker::pages_behind() const
+{
+    uint64_t pages = 0;
+    for (uint64_t i = 0; i < words_; i++)
+        pages += static_cast<uint64_t>(std::popcount(at(maps_.dirty, i).load(std::memory_order_relaxed) |
+                                                     at(maps_.taken, i).load(std::memory_order_relaxed)));
+    return pages;
+}
+
+void remove_tracker(const std::string &key)
+{
+    remove_program(folder_of(key));
+}

@@ -1,0 +1,86 @@
+// Knows which pages of a disk have been written since they were last taken, without looking at the disk.
+//
+// Works for disks whose requests the kernel's block layer completes itself (SCSI, virtio, loop, NVMe without
+// multipath). A tracker goes on in the kernel when this process ends. For one thread; sums() for any.
+#pragma once
+
+#include "platform/linux/tracking/program.h"
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+struct tracker_sums {
+    uint64_t events = 0;
+    uint64_t sectors = 0;
+    uint64_t unplaced = 0;
+};
+
+// How much of what may differ on a mirror its marks cover.
+enum tracker_coverage : uint64_t {
+    covers_nothing, // all of the mirror may differ
+    covers_begun,   // also what a full copy or pass, which has begun since, has not reached
+    covers_all,     // only the pages that are marked or taken
+};
+
+// What the caller keeps beside the bits. It lives as long as they do: across processes, not across a reboot.
+struct tracker_facts {
+    uint64_t version = 0;  // of the program; 0: not kept yet
+    int64_t base = 0;      // tracked sectors minus those that the disk counts
+    uint64_t unplaced = 0; // requests in an unknown place that a full pass has dealt with since
+    uint64_t coverage = covers_nothing;
+    uint64_t settled = 0;     // sectors that the mirror counted when a pass ended
+    uint64_t announced = 0;   // sectors that have been written to it since, or are about to be
+    char source_device[40]{}; // sequence numbers of the two devices, NUL-terminated
+    char mirror_device[40]{};
+};
+static_assert(sizeof(tracker_facts) <= facts_size);
+
+struct page_run {
+    uint64_t begin = 0; // bytes
+    uint64_t end = 0;
+};
+
+class write_tracker {
+public:
+    // Goes on with the tracker that is pinned under KEY, if it is of that very device, else attaches a new
+    // one. MEMORY: how many bytes its bits may take. Null with the reason in WHY.
+    static std::unique_ptr<write_tracker> open(const std::string &key, const std::string &disk_name,
+                                               uint64_t disk_size, uint64_t memory, std::string *why);
+
+    // A new one has no facts, and does not outlive this process, until keep() is called.
+    bool is_new() const { return facts().version == 0; }
+    void keep();
+
+    uint64_t page_size() const { return page_size_; } // bytes
+
+    tracker_facts &facts() const { return *maps_.facts.values<tracker_facts>(); }
+    tracker_sums sums() const;
+
+    // Moves the marked pages to those that are taken. A page that is written meanwhile is marked again.
+    // False if no page is taken then.
+    bool take();
+    // The first run of taken pages at or after that byte, at most LIMIT bytes long; null: none.
+    std::optional<page_run> next_taken(uint64_t from, uint64_t limit) const;
+    // The taken pages are on the mirror for good.
+    void forget_taken();
+
+    uint64_t pages_behind() const; // marked or taken
+
+private:
+    write_tracker(program_maps maps, uint64_t disk_size, uint64_t page_size);
+
+    program_maps maps_;
+    uint64_t disk_size_;
+    uint64_t page_size_;
+    uint64_t words_;
+    bool has_taken_ = true; // a former process may have left some
+};
+
+// Ends the tracker under KEY, whichever process made it. Nothing happens if there is none.
+void remove_tracker(const std::string &key);
+
+// The smallest page, a power of two of at least 4096 bytes, with which the bits of such a disk need at most
+// MEMORY bytes.
+uint64_t tracking_page(uint64_t disk_size, uint64_t memory);

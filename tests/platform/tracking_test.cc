@@ -1,0 +1,196 @@
+// Mirrors whose source is tracked by the kernel: what is read, and when they may not be called level.
+#include "platform/linux/state/mirror_hold.h"
+#include "platform/linux/tracking/program.h"
+#include "platform/linux/tracking/write_tracker.h"
+#include "tests/platform/host.h"
+#include "tests/platform/mirror_process.h"
+#include "tests/support/eventually.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <random>
+#include <thread>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// QELCD_MARKS in the environment makes more of them.
+int marks()
+{
+    const char *text = getenv("QELCD_MARKS");
+    return text ? atoi(text) : 10;
+}
+
+class TrackedMirror : public Mirror {
+protected:
+    void SetUp() override
+    {
+        Mirror::SetUp();
+        if (IsSkipped())
+            return;
+        allow_tracking();
+        if (IsSkipped())
+            return;
+        engine.emplace();
+        make_level(*engine);
+        EXPECT_NE(engine->ask("log").find("are tracked in pages of 4096 bytes"), std::string::npos);
+    }
+
+    // Whenever the mirror is called level, it is equal. Nobody writes meanwhile.
+    void expect_equal_when_level()
+    {
+        ASSERT_TRUE(engine->reaches(FINISHED)) << engine->ask("stat") << engine->ask("log");
+        expect_equal();
+    }
+
+    std::optional<mirror_process> engine;
+};
+
+TEST_F(TrackedMirror, ReadsThePagesThatWereWrittenAndNoOthers)
+{
+    const std::string blank(4096, 'x');
+    const struct {
+        const char *way;
+        std::function<void()> write;
+        uint64_t sectors;
+    } rows[] = {
+        {"one page", [&] { source->write(9 * MIB, blank); }, 8},
+        {"pages far apart", [&] { source->write(4096, blank), source->write(33 * MIB, blank); }, 16},
+        {"part of the last page", [&] { source->write(SIZE - 512, std::string(512, 'l')); }, 7},
+        {"the signature", [&] { source->write(0, "x"); }, 8},
+        {"a discard", [&] { run("blkdiscard -o 5242880 -l 2097152 " + source->path()); }, 4096},
+        {"zeroes", [&] { run("blkdiscard -z -o 9437184 -l 1048576 " + source->path()); }, 2048},
+    };
+    for (const auto &row : rows) {
+        const uint64_t before = mirror->sectors_written();
+        row.write();
+        EXPECT_NO_FATAL_FAILURE(expect_equal_when_level()) << row.way;
+        EXPECT_EQ(mirror->sectors_written() - before, row.sectors) << row.way;
+    }
+    EXPECT_EQ(engine->ask("log"), "");
+    EXPECT_EQ(engine->ask("unprotect " + A), "0");
+    EXPECT_FALSE(fs::exists("/sys/fs/bpf/qelcd"));
+}
+
+TEST_F(TrackedMirror, GoesOnAfterKillsWithoutLookingAtEverything)
+{
+    std::mt19937 random{std::random_device{}()};
+    const uint64_t before = mirror->sectors_written();
+    uint64_t written = 0;
+    for (int i = 0; i < 10; i++) {
+        for (int page = 0; page < 20; page++, written += 8)
+            source->write(random() % (SIZE / 4096) * 4096, std::string(4096, static_cast<char>(random())));
+        std::this_thread::sleep_for(random() % 20 * 1ms);
+        engine->kill();
+        source->write(random() % (SIZE / 4096) * 4096, std::string(4096, '+'));
+        written += 8;
+        EXPECT_NE(engine.emplace().ask("stat"), "dead");
+    }
+    EXPECT_NO_FATAL_FAILURE(expect_equal_when_level());
+    EXPECT_EQ(engine->ask("log").find("as a whole"), std::string::npos);
+    EXPECT_LE(mirror->sectors_written() - before, 2 * written) << "a page may be copied again after a kill";
+}
+
+// A writer numbers its pages and waits for each of them: a state that the disk had has all pages up to some
+// number and none beyond.
+TEST_F(TrackedMirror, IsHeldAsTheDiskWasAtOneMomentUnderAWriterThatNeverRests)
+{
+    constexpr uint64_t slots = 1000;
+    source->write(MIB, std::string(slots * 4096, '\0'));
+    const std::jthread writer([&](const std::stop_token &end) {
+        const unique_fd disk(open(source->path().c_str(), O_WRONLY | O_DIRECT | O_CLOEXEC));
+        alignas(4096) static uint64_t page[512];
+        for (uint64_t number = 1; !end.stop_requested(); number++) {
+            page[0] = number;
+            EXPECT_EQ(
+                pwrite(disk.get(), page, sizeof page, static_cast<off_t>(MIB + number * 37 % slots * 4096)),
+                4096);
+            std::this_thread::sleep_for(1ms);
+        }
+    });
+    uint64_t last = 0;
+    for (int i = 0; i < marks(); i++) {
+        ASSERT_EQ(engine->ask("hold " + B), "0");
+        const std::string held = mirror->content().substr(MIB, slots * 4096);
+        std::vector<uint64_t> numbers(slots);
+        for (uint64_t slot = 0; slot < slots; slot++)
+            memcpy(&numbers[slot], held.data() + slot * 4096, 8);
+        const uint64_t newest = *std::max_element(numbers.begin(), numbers.end());
+        EXPECT_GT(newest, last) << "it was not followed";
+        for (uint64_t number = newest; number > 0 && number + slots > newest; number--)
+            ASSERT_EQ(numbers[number * 37 % slots], number) << "of " << newest;
+        last = newest;
+        EXPECT_EQ(engine->ask("release"), "0");
+        std::this_thread::sleep_for(5ms);
+    }
+}
+
+// Each of them makes the marks worthless: everything is compared before the mirror is level again.
+TEST_F(TrackedMirror, IsComparedWhenTheMarksMaySayTooLittle)
+{
+    const uint64_t place = 21 * MIB;
+    // As if the kernel had not passed the write on to the tracker.
+    const auto lose_an_event = [&] {
+        const unique_fd hold = try_hold_mirrors({B});
+        ASSERT_TRUE(hold.is_open());
+        source->write(place, std::string(4096, 'e'));
+        const fs::path folder = fs::directory_iterator("/sys/fs/bpf/qelcd")->path();
+        const auto maps = open_program(folder, (SIZE / 4096 + 1 + 63) / 64);
+        ASSERT_TRUE(maps);
+        maps->dirty.values<uint64_t>()[place / 4096 / 64] = 0;
+        maps->sums.values<write_sums>()[0].sectors -= 8;
+    };
+    const auto replace_by_older_copy = [&] {
+        engine->kill();
+        fs::copy_file(mirror->image, mirror->image + ".old");
+        engine.emplace().ask("stat");
+        source->write(place, "newer");
+        ASSERT_TRUE(engine->reaches(FINISHED));
+        engine->kill();
+        mirror->device.reset();
+        fs::rename(mirror->image + ".old", mirror->image);
+        mirror->device.emplace(mirror->image);
+        engine.emplace().ask("stat");
+    };
+    const std::string iostats = "/sys/block/" + source->device->name() + "/queue/iostats";
+    const struct {
+        const char *line;
+        std::function<void()> harm;
+    } rows[] = {
+        {"other writes to it than were tracked", lose_an_event},
+        {"not been changed by the writes of this process alone",
+         [&] { mirror->write(place, "foreign"), source->write(place + MIB, "own"); }},
+        {"may have changed while it was away", replace_by_older_copy},
+        {"the kernel does not count",
+         [&] {
+             run("echo 0 >" + iostats);
+             source->write(place, "uncounted");
+             EXPECT_TRUE(engine->reaches("Down Up"));
+             run("echo 1 >" + iostats);
+         }},
+    };
+    for (const auto &row : rows) {
+        engine->ask("log");
+        row.harm();
+        EXPECT_NO_FATAL_FAILURE(expect_equal_when_level()) << row.line;
+        EXPECT_NE(engine->ask("log").find(row.line), std::string::npos) << row.line;
+    }
+}
+
+TEST(TrackingPage, IsAsLargeAsTheMemoryForTheMarksDemands)
+{
+    const uint64_t terabyte = 1'000'000'000'000, memory = uint64_t{64} << 20;
+    EXPECT_EQ(tracking_page(SIZE_MAX / 2, memory) % 4096, 0U);
+    EXPECT_EQ(tracking_page(1, memory), 4096U);
+    EXPECT_EQ(tracking_page(uint64_t{1} << 40, memory), 4096U);
+    EXPECT_EQ(tracking_page(20 * terabyte, memory), 131072U);
+}
+
+} // namespace
