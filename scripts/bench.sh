@@ -11,3 +11,4 @@ scripts/build.sh release
 scripts/private-host -n bench scripts/bench/host.sh build/release "$rounds" "$seconds"
 scripts/private-host -n bench scripts/bench/schedules.sh build/release
 scripts/private-host -n bench scripts/bench/mirrors.sh build/release
+scripts/private-host -n bench scripts/bench/follow.sh build/release

@@ -137,8 +137,10 @@ void compare_all(copying &work, const std::string &reason)
 {
     log_warning("Disk %s is compared with its mirror as a whole: %s", work.src_guid.c_str(), reason.c_str());
     tracker_facts &facts = work.tracker->facts();
+    const int64_t base = find_base(*work.tracker, work.ends.source.disk->name);
+    const std::lock_guard held(work.one.lock);
     facts.coverage = covers_nothing;
-    facts.base = find_base(*work.tracker, work.ends.source.disk->name);
+    facts.base = base;
     facts.unplaced = work.tracker->sums().unplaced;
 }
 
