@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <random>
 #include <thread>
@@ -159,6 +160,17 @@ TEST_F(TrackedMirror, IsComparedWhenTheMarksMaySayTooLittle)
         mirror->device.emplace(mirror->image);
         engine.emplace().ask("stat");
     };
+    const auto replace_while_copied_to = [&] {
+        write_file(FOLDER + "throttle", "20000000\n");
+        engine->ask("resync " + A);
+        ASSERT_TRUE(eventually([&] { return saved_position() > 8 * MIB; }));
+        engine->kill();
+        mirror->device.reset();
+        std::fstream(mirror->image, std::ios::in | std::ios::out).seekp(5 * MIB) << "another mirror";
+        mirror->device.emplace(mirror->image);
+        fs::remove(FOLDER + "throttle");
+        engine.emplace().ask("stat");
+    };
     const std::string iostats = "/sys/block/" + source->device->name() + "/queue/iostats";
     const struct {
         const char *line;
@@ -168,6 +180,7 @@ TEST_F(TrackedMirror, IsComparedWhenTheMarksMaySayTooLittle)
         {"not been changed by the writes of this process alone",
          [&] { mirror->write(place, "foreign"), source->write(place + MIB, "own"); }},
         {"may have changed while it was away", replace_by_older_copy},
+        {"", replace_while_copied_to},
         {"the kernel does not count",
          [&] {
              run("echo 0 >" + iostats);

@@ -31,6 +31,11 @@ bool needs_whole_pass(const copying &work, const mirror_record &record, bool is_
     }
 }
 
+bool is_same_device(const write_mark &one, const std::optional<write_mark> &other)
+{
+    return other && one.boot == other->boot && one.disk == other->disk;
+}
+
 // Takes the write mark before copying begins. Later writes may or may not be copied, so another pass follows
 // if the mark has changed at the end.
 bool take_order(copying &work)
@@ -53,7 +58,11 @@ bool take_order(copying &work)
     if (record.position == 0) {
         record.mark = mark.value_or(write_mark{});
         begin_coverage(work);
+    } else if (!is_same_device(record.dest_mark, dest_mark)) {
+        record.mark = {}; // what was copied before went to another mirror: a pass follows
+        end_coverage(work);
     }
+    record.dest_mark = dest_mark.value_or(write_mark{});
     if (record != former)
         save_mirror(record);
     work.one.copied = record.position;

@@ -18,7 +18,7 @@ struct mirror_record {
     sync_state state = sync_state::never;
     uint64_t position = 0; // everything before it is safely on the mirror
     write_mark mark;       // of the source, when the current pass began or when the two were last level
-    write_mark dest_mark;  // of the mirror, when the two were last level
+    write_mark dest_mark;  // of the mirror, likewise
 
     bool operator==(const mirror_record &) const = default;
 };

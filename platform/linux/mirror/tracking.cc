@@ -128,6 +128,12 @@ void begin_coverage(const copying &work)
     work.tracker->facts().coverage = covers_begun;
 }
 
+void end_coverage(const copying &work)
+{
+    if (work.tracker)
+        work.tracker->facts().coverage = covers_nothing;
+}
+
 bool covers_mirror(const copying &work)
 {
     return !work.tracker || work.tracker->facts().coverage == covers_all;

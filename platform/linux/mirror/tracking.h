@@ -13,6 +13,9 @@ void note_mirror_state(copying &work);
 // What the marks do not cover will be read: from now on they cover what is written meanwhile.
 void begin_coverage(const copying &work);
 
+// All of the mirror may differ.
+void end_coverage(const copying &work);
+
 // The marks cover all, or there are none.
 bool covers_mirror(const copying &work);
 
