@@ -1,11 +1,10 @@
 #include "base/xml.h"
 
-#include <libxml/chvalid.h>
-#include <libxml/globals.h>
-#include <libxml/parser.h>
-#include <malloc.h>
+#include "base/xml_memory.h"
 
-#include <algorithm>
+#include <libxml/chvalid.h>
+#include <libxml/parser.h>
+
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
@@ -32,61 +31,11 @@ optional_text to_optional(const xml_text &text)
     return optional_copy(reinterpret_cast<const char *>(text.get()));
 }
 
-// libxml2 does not check the copies that it makes of names and values: without memory an element may come out
-// without its name, and nobody is told. So its memory goes through these functions, and whoever calls it
-// looks at the mark afterwards.
-thread_local bool memory_ran_out = false;
-
-void *marking(void *memory)
-{
-    if (!memory)
-        memory_ran_out = true;
-    return memory;
-}
-
-void *mark_malloc(size_t size)
-{
-    return marking(malloc(size));
-}
-
-// While it is true, all that libxml2 gives back in this thread is wiped.
-thread_local bool is_secret = false;
-
-void free_memory(void *memory)
-{
-    if (is_secret && memory)
-        explicit_bzero(memory, malloc_usable_size(memory));
-    free(memory);
-}
-
-void *mark_realloc(void *old, size_t size)
-{
-    if (!is_secret || !old)
-        return marking(realloc(old, size));
-    void *grown = marking(malloc(size));
-    if (grown) {
-        memcpy(grown, old, std::min(size, malloc_usable_size(old)));
-        free_memory(old);
-    }
-    return grown;
-}
-
-char *mark_strdup(const char *text)
-{
-    return static_cast<char *>(marking(strdup(text)));
-}
-
-void throw_if_memory_ran_out()
-{
-    if (std::exchange(memory_ran_out, false))
-        throw std::bad_alloc();
-}
-
 // Passes on what libxml2 made, if memory was there for all of it.
 template <class T>
 T *or_throw(T *result)
 {
-    throw_if_memory_ran_out();
+    throw_if_xml_memory_ran_out();
     if (!result)
         throw std::bad_alloc();
     return result;
@@ -151,34 +100,9 @@ void refuse_document_type(void *context, const xmlChar *, const xmlChar *, const
     parser->wellFormed = 0;
 }
 
-// In each thread libxml2 makes a state when it is first called there. Without memory it reports that through
-// the very state, and so calls itself until the stack is full. So its memory is tried first: what was just
-// freed is what it gets, unless another thread takes it in between. A larger piece, since calloc does not
-// look into the thread's own cache.
-void prepare_thread()
-{
-    thread_local bool is_prepared = false;
-    if (is_prepared)
-        return;
-    void *volatile state = malloc(2 * sizeof(xmlGlobalState));
-    if (!state)
-        throw std::bad_alloc();
-    free(state);
-    if (!xmlGetGlobalState())
-        throw std::bad_alloc();
-    is_prepared = true;
-}
-
-// Whatever libxml2 did before, its memory was there.
-void begin()
-{
-    prepare_thread();
-    memory_ran_out = false;
-}
-
 xml_parser new_parser()
 {
-    begin();
+    xml_memory_begin();
     xml_parser parser(or_throw(xmlNewParserCtxt()));
     parser->sax->internalSubset = refuse_document_type;
     return parser;
@@ -187,18 +111,8 @@ xml_parser new_parser()
 
 void xml_init()
 {
-    xmlMemSetup(free_memory, mark_malloc, mark_realloc, mark_strdup);
+    xml_memory_init();
     xmlInitParser();
-}
-
-xml_secrets::xml_secrets()
-{
-    is_secret = true;
-}
-
-xml_secrets::~xml_secrets()
-{
-    is_secret = false;
 }
 
 xml_doc xml_parse_text(const char *text)
@@ -206,16 +120,16 @@ xml_doc xml_parse_text(const char *text)
     const xml_parser parser = new_parser();
     xml_doc doc(xmlCtxtReadMemory(parser.get(), text, static_cast<int>(strlen(text)), nullptr, nullptr,
                                   parse_options));
-    if (is_secret)
+    if (xml_memory_is_secret())
         xmlResetLastError(); // it may quote the document
-    return std::exchange(memory_ran_out, false) ? nullptr : std::move(doc);
+    return xml_memory_ran_out() ? nullptr : std::move(doc);
 }
 
 xml_doc xml_parse_file(const char *path)
 {
     const xml_parser parser = new_parser();
     xml_doc doc(xmlCtxtReadFile(parser.get(), path, nullptr, parse_options));
-    throw_if_memory_ran_out();
+    throw_if_xml_memory_ran_out();
     return doc;
 }
 
@@ -231,17 +145,17 @@ bool xml_is_named(const xmlNode *node, const char *name)
 
 optional_text xml_attribute(const xmlNode *node, const char *name)
 {
-    memory_ran_out = false;
+    xml_memory_begin();
     const xml_text value(xmlGetNoNsProp(node, to_xml(name)));
-    throw_if_memory_ran_out();
+    throw_if_xml_memory_ran_out();
     return to_optional(value);
 }
 
 secret_text xml_secret(const xmlNode *node, const char *name)
 {
-    memory_ran_out = false;
+    xml_memory_begin();
     secret_text value(reinterpret_cast<char *>(xmlGetNoNsProp(node, to_xml(name))));
-    throw_if_memory_ran_out();
+    throw_if_xml_memory_ran_out();
     return value;
 }
 
@@ -249,9 +163,9 @@ optional_text xml_content(const xmlNode *node)
 {
     if (!node->children)
         return std::nullopt;
-    memory_ran_out = false;
+    xml_memory_begin();
     const xml_text content(xmlNodeGetContent(node));
-    throw_if_memory_ran_out();
+    throw_if_xml_memory_ran_out();
     return to_optional(content);
 }
 
@@ -266,7 +180,7 @@ xmlNode *find_child(const xmlNode *node, const char *name)
 
 xml_doc xml_new_document(const char *root_name)
 {
-    begin();
+    xml_memory_begin();
     xml_doc doc(xmlNewDoc(to_xml("1.0")));
     xmlDocSetRootElement(or_throw(doc.get()), xml_new_element(root_name).release());
     return doc;

@@ -2,7 +2,6 @@
 
 #include "platform/linux/host/boundary.h"
 #include "platform/linux/host/sysfs.h"
-#include "platform/linux/mirror/level_proof.h"
 #include "platform/linux/mirror/rules.h"
 #include "platform/linux/mirror/worker.h"
 #include "platform/linux/state/lock.h"
@@ -180,31 +179,6 @@ std::string add_mirror(const mirror_record &record)
     return "";
 }
 
-mirror_view seen(const mirror_record &record, bool is_level, uint64_t copied)
-{
-    mirror_view view = {record, 0};
-    if (record.state == sync_state::level)
-        view.record.state = is_level ? sync_state::level : sync_state::recovering;
-    view.percent = percent_of(view.record, copied);
-    return view;
-}
-
-// How much of the mirror is as its disk; less than all, as the mirror is not level.
-uint64_t bytes_that_follow(const mirror &one)
-{
-    const uint64_t behind = one.tracker ? one.tracker->pages_behind() * one.tracker->page_size() : UINT64_MAX;
-    return behind < one.record.size ? one.record.size - behind - 1 : 0;
-}
-
-// A mirror is level only if neither disk has changed since; the worker may not have noticed yet. The caller
-// holds the mirror's lock.
-mirror_view view_of(const mirror &one)
-{
-    const bool is_level = one.record.state == sync_state::level && is_still_level(one);
-    const bool has_changed = one.record.state == sync_state::level && !is_level;
-    return seen(one.record, is_level, has_changed ? bytes_that_follow(one) : one.copied);
-}
-
 } // namespace
 
 std::vector<mirror_view> list_mirrors()
@@ -223,7 +197,7 @@ std::vector<mirror_view> list_mirrors()
         return views;
     const auto records = load_mirrors(bad_files::left_alone);
     for (const mirror_record &record : records.value_or(std::vector<mirror_record>{}))
-        views.push_back(seen(record, has_level_marks(record), 0));
+        views.push_back(view_of(record));
     return views;
 }
 

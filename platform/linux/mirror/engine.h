@@ -3,14 +3,9 @@
 #pragma once
 
 #include "base/fd.h"
-#include "platform/linux/mirror/record.h"
+#include "platform/linux/mirror/mirror_view.h"
 
 #include <chrono>
-
-struct mirror_view {
-    mirror_record record;
-    unsigned percent = 0;
-};
 
 // All mirrors, sorted by source. Also empty, after a log line, if they cannot be read.
 std::vector<mirror_view> list_mirrors();
