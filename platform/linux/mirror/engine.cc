@@ -235,13 +235,16 @@ bool unprotect_disk(const std::string &src_guid)
     engine &all = the_engine();
     const std::lock_guard held(all.lock);
     bool is_forgotten = false;
-    end_at_exception("The removal of a mirror", [&] { is_forgotten = forget_mirror(one->record); });
+    end_at_exception("The removal of a mirror", [&] {
+        remove_tracker(
+            src_guid); // first: a relationship without tracker can be kept, not the other way round
+        is_forgotten = forget_mirror(one->record);
+    });
     if (!is_forgotten) {
         const std::lock_guard held_one(one->lock);
         one->leaving = false; // the next call starts its worker again
         return false;
     }
-    remove_tracker(src_guid);
     all.mirrors.erase(src_guid);
     log_info("Disk %s is mirrored no more", src_guid.c_str());
     return true;

@@ -1,5 +1,6 @@
 #include "platform/linux/mirror/level_proof.h"
 
+#include "platform/linux/host/sysfs.h"
 #include "platform/linux/mirror/tracking.h"
 
 namespace {
@@ -94,4 +95,10 @@ bool is_still_level(const mirror &one)
     const tracker_sums sums = one.tracker->sums();
     return surplus(*one.tracker, sums, one.record.mark.sectors) == 0 &&
            sums.unplaced == one.tracker->facts().unplaced && has_level_marks(one.record);
+}
+
+bool has_level_marks(const mirror_record &record)
+{
+    return read_write_mark(disk_name_of(record.dest_path)) == record.dest_mark &&
+           read_write_mark(disk_name_of(record.src_path)) == record.mark;
 }

@@ -43,3 +43,6 @@ private:
 
 // Whether the mirror, which was level at its record's marks, is so still. The caller holds its lock.
 bool is_still_level(const mirror &one);
+
+// Whether both disks are as they were when that record was level. A disk that cannot be read is not.
+bool has_level_marks(const mirror_record &record);

@@ -1,6 +1,5 @@
 #include "platform/linux/mirror/record.h"
 
-#include "platform/linux/host/sysfs.h"
 #include "platform/linux/host/text.h"
 
 #include <algorithm>
@@ -81,12 +80,6 @@ constexpr record_kind mirror_kind = {twinvault, "mirror", is_mirror};
 const char *text_of(sync_state state)
 {
     return state_texts.at(static_cast<size_t>(state));
-}
-
-bool has_level_marks(const mirror_record &record)
-{
-    return read_write_mark(disk_name_of(record.dest_path)) == record.dest_mark &&
-           read_write_mark(disk_name_of(record.src_path)) == record.mark;
 }
 
 unsigned percent_of(const mirror_record &record, uint64_t position)

@@ -29,9 +29,6 @@ inline constexpr size_t longest_guid_text = 63;
 // "Sync Finished" and the other texts of tw_relationship.
 const char *text_of(sync_state state);
 
-// Whether both disks are as they were when that record was level. A disk that cannot be read is not.
-bool has_level_marks(const mirror_record &record);
-
 unsigned percent_of(const mirror_record &record, uint64_t position);
 
 // These return false or null after a log line.
