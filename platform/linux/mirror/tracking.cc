@@ -16,16 +16,19 @@ constexpr unsigned most_mismatches = 3;
 constexpr auto pause_after_mismatches = 10min;
 
 // The kernel passes a write on to the tracker before it counts it, so a look at both may find more sectors
-// tracked than counted, never less. The smallest difference of several looks is the true one.
-int64_t find_base(const write_tracker &tracker, const std::string &disk_name)
+// tracked than counted, never less. The smallest difference of several looks is the true one. Null if the
+// counters cannot be read.
+std::optional<int64_t> find_base(const write_tracker &tracker, const std::string &disk_name)
 {
     constexpr int looks = 20;
-    int64_t base = INT64_MAX;
+    std::optional<int64_t> base;
     for (int i = 0; i < looks; i++) {
         const auto mark = read_write_mark(disk_name);
-        const auto tracked = static_cast<int64_t>(tracker.sums().sectors);
-        if (mark)
-            base = std::min(base, tracked - static_cast<int64_t>(mark->sectors));
+        const uint64_t tracked = tracker.sums().sectors;
+        if (mark) {
+            const auto more = static_cast<int64_t>(tracked - mark->sectors);
+            base = std::min(base.value_or(more), more);
+        }
         std::this_thread::sleep_for(1ms);
     }
     return base;
@@ -42,7 +45,7 @@ bool is_mirror_as_left(const tracker_facts &facts, const write_mark &now)
 void start_facts(write_tracker &tracker, const mirror_record &record, const mirror_ends &ends)
 {
     tracker_facts &facts = tracker.facts();
-    facts.base = find_base(tracker, ends.source.disk->name);
+    facts.base = find_base(tracker, ends.source.disk->name).value_or(0);
     facts.unplaced = tracker.sums().unplaced;
     const auto source = read_write_mark(ends.source.disk->name);
     const auto dest = read_write_mark(ends.dest.disk->name);
@@ -143,10 +146,10 @@ void compare_all(copying &work, const std::string &reason)
 {
     log_warning("Disk %s is compared with its mirror as a whole: %s", work.src_guid.c_str(), reason.c_str());
     tracker_facts &facts = work.tracker->facts();
-    const int64_t base = find_base(*work.tracker, work.ends.source.disk->name);
+    const auto base = find_base(*work.tracker, work.ends.source.disk->name);
     const std::lock_guard held(work.one.lock);
     facts.coverage = covers_nothing;
-    facts.base = base;
+    facts.base = base.value_or(facts.base);
     facts.unplaced = work.tracker->sums().unplaced;
 }
 
