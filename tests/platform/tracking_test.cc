@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -105,6 +106,7 @@ TEST_F(TrackedMirror, IsHeldAsTheDiskWasAtOneMomentUnderAWriterThatNeverRests)
 {
     constexpr uint64_t slots = 1000;
     source->write(MIB, std::string(slots * 4096, '\0'));
+    std::atomic<uint64_t> ended = 0; // the newest number that is on the disk for certain
     const std::jthread writer([&](const std::stop_token &end) {
         const unique_fd disk(open(source->path().c_str(), O_WRONLY | O_DIRECT | O_CLOEXEC));
         alignas(4096) static uint64_t page[512];
@@ -113,11 +115,13 @@ TEST_F(TrackedMirror, IsHeldAsTheDiskWasAtOneMomentUnderAWriterThatNeverRests)
             EXPECT_EQ(
                 pwrite(disk.get(), page, sizeof page, static_cast<off_t>(MIB + number * 37 % slots * 4096)),
                 4096);
+            ended = number;
             std::this_thread::sleep_for(1ms);
         }
     });
     uint64_t last = 0;
     for (int i = 0; i < marks(); i++) {
+        ASSERT_TRUE(eventually([&] { return ended > last; }));
         ASSERT_EQ(engine->ask("hold " + B), "0");
         const std::string held = mirror->content().substr(MIB, slots * 4096);
         std::vector<uint64_t> numbers(slots);
@@ -129,7 +133,6 @@ TEST_F(TrackedMirror, IsHeldAsTheDiskWasAtOneMomentUnderAWriterThatNeverRests)
             ASSERT_EQ(numbers[number * 37 % slots], number) << "of " << newest;
         last = newest;
         EXPECT_EQ(engine->ask("release"), "0");
-        std::this_thread::sleep_for(5ms);
     }
 }
 
