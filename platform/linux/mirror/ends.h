@@ -23,6 +23,7 @@ struct tracking_choice {
     bool is_settled = false; // no other attempt before RETRY
     std::chrono::steady_clock::time_point retry = std::chrono::steady_clock::time_point::max();
     std::optional<std::chrono::steady_clock::time_point> surplus_since; // more tracked than counted
+    unsigned surplus_looks = 0;                                         // that found it, one after the other
     unsigned mismatches = 0; // of the tracked and the counted sectors, since RETRY last passed
 };
 

@@ -8,7 +8,9 @@ namespace {
 using namespace std::chrono_literals;
 using steady_clock = std::chrono::steady_clock;
 
+// A surplus that is found in so many looks one after the other, and that long, is none of the moment.
 constexpr auto longest_surplus = 100ms;
+constexpr unsigned most_looks = 20;
 
 int64_t surplus(const write_tracker &tracker, const tracker_sums &sums, uint64_t counted)
 {
@@ -37,15 +39,18 @@ level_proof::verdict level_proof::weigh_books(const tracker_sums &sums, uint64_t
 {
     const int64_t more = surplus(*work_.tracker, sums, source_sectors);
     auto &since = work_.ends.tracking.surplus_since;
+    unsigned &looks = work_.ends.tracking.surplus_looks;
     if (more == 0) {
         since.reset();
+        looks = 0;
         return level;
     }
     const auto now = steady_clock::now();
     since = since.value_or(now);
-    if (more > 0 && now - *since < longest_surplus)
+    if (more > 0 && (++looks < most_looks || now - *since < longest_surplus))
         return behind;
     since.reset();
+    looks = 0;
     distrust_tracking(work_, "the kernel counted other writes to it than were tracked");
     return failed;
 }
