@@ -146,7 +146,7 @@ TEST_F(TrackedMirror, IsComparedWhenTheMarksMaySayTooLittle)
         ASSERT_TRUE(hold.is_open());
         source->write(place, std::string(4096, 'e'));
         const fs::path folder = fs::directory_iterator("/sys/fs/bpf/qelcd")->path();
-        const auto maps = open_program(folder, (SIZE / 4096 + 1 + 63) / 64);
+        const auto maps = open_program(folder, (SIZE / 4096 + 1 + 63) / 64, 1);
         ASSERT_TRUE(maps);
         maps->dirty.values<uint64_t>()[place / 4096 / 64] = 0;
         maps->sums.values<write_sums>()[0].sectors -= 8;

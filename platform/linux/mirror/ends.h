@@ -13,6 +13,7 @@ struct mirror_end {
     unique_fd fd;                     // open as long as the disk is there
     unique_fd counters;               // likewise
     unique_fd claim;                  // of a mirror: tells the disk library whose it is
+    bool needs_flush = true;          // of a mirror: pages have been copied to it since it was flushed
     uint64_t census = 0;              // the disks of the host when it was located
     // Where a transfer failed: the link stays down until a transfer at the same place succeeds.
     std::optional<uint64_t> fault;
@@ -22,8 +23,8 @@ struct mirror_end {
 struct tracking_choice {
     bool is_settled = false; // no other attempt before RETRY
     std::chrono::steady_clock::time_point retry = std::chrono::steady_clock::time_point::max();
-    std::optional<std::chrono::steady_clock::time_point> surplus_since; // more tracked than counted
-    unsigned surplus_looks = 0;                                         // that found it, one after the other
+    std::optional<std::chrono::steady_clock::time_point> doubt_since; // the books have not balanced
+    unsigned doubts = 0;     // looks that found so, one after the other
     unsigned mismatches = 0; // of the tracked and the counted sectors, since RETRY last passed
 };
 

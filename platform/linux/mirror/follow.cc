@@ -15,6 +15,7 @@ using steady_clock = std::chrono::steady_clock;
 constexpr auto turn_time = 1s;       // until the disks are looked at again
 constexpr auto shortest_look = 4ms;  // at the sums of a disk that was written to a moment ago
 constexpr auto longest_look = 100ms; // at those of an idle one
+constexpr auto pause_in_doubt = 2ms; // until the books are looked at again
 constexpr auto hold_pause = 20ms;    // while a snapshot of the mirror is taken
 
 // An order ends the wait, and so does a look of somebody who finds that the mirror is not level.
@@ -32,15 +33,10 @@ bool is_awaited(const copying &work)
     return work.one.waiting;
 }
 
-// Copies what is marked and flushes it. False if a disk failed, or another order came.
+// False if a disk failed, or another order came.
 bool copy_marked(copying &work)
 {
-    if (!work.tracker->take())
-        return true;
-    const copy_result result = copy_taken_pages(work);
-    if (result.end == copy_end::done && result.written > 0)
-        make_lasting(work);
-    return is_done(work, result);
+    return !work.tracker->take() || is_done(work, copy_taken_pages(work));
 }
 
 level_proof::verdict make_pass(copying &work)
@@ -53,6 +49,11 @@ level_proof::verdict make_pass(copying &work)
     return result;
 }
 
+bool ends_in_doubt(const copying &work, level_proof::verdict verdict)
+{
+    return verdict == level_proof::behind && work.ends.tracking.doubt_since;
+}
+
 // A mirror that stays level is saved, so that the next process, and others that only read, find it level.
 void save_at_rest(const copying &work)
 {
@@ -61,10 +62,17 @@ void save_at_rest(const copying &work)
         save_mirror(work.one.record);
 }
 
-void wait_for_writes(copying &work, uint64_t events, steady_clock::time_point end)
+// Until a write has ended; or one has begun and its end is not seen at the next look: it may have been
+// missed.
+void wait_for_writes(copying &work, const tracker_sums &known, steady_clock::time_point end)
 {
     auto period = shortest_look;
-    while (is_followed(work) && !is_awaited(work) && work.tracker->sums().events == events) {
+    bool has_begun = false;
+    while (is_followed(work) && !is_awaited(work)) {
+        const tracker_sums now = work.tracker->sums();
+        if (now.events != known.events || (has_begun && now.begun != known.begun))
+            return;
+        has_begun = now.begun != known.begun;
         if (steady_clock::now() >= end) {
             save_at_rest(work);
             return;
@@ -94,12 +102,14 @@ bool follow_writes(copying &work)
             wait_shortly(work, hold_pause);
             continue;
         }
-        const uint64_t events = work.tracker->sums().events;
+        const tracker_sums known = work.tracker->sums();
         const auto verdict = make_pass(work);
         if (verdict == level_proof::failed)
             return false;
+        if (ends_in_doubt(work, verdict))
+            wait_shortly(work, pause_in_doubt);
         if (verdict == level_proof::level)
-            wait_for_writes(work, events, end);
+            wait_for_writes(work, known, end);
     }
     return is_followed(work);
 }

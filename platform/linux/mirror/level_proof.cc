@@ -8,9 +8,10 @@ namespace {
 using namespace std::chrono_literals;
 using steady_clock = std::chrono::steady_clock;
 
-// A surplus that is found in so many looks one after the other, and that long, is none of the moment.
-constexpr auto longest_surplus = 100ms;
-constexpr unsigned most_looks = 20;
+// For so long, and in so many looks one after the other, the books may differ by what passes.
+constexpr auto longest_surplus = 100ms; // a write is tracked and not yet counted
+constexpr auto longest_under_way = 5s;  // the end of a write was missed, and its number not used again
+constexpr unsigned most_doubts = 20;
 
 int64_t surplus(const write_tracker &tracker, const tracker_sums &sums, uint64_t counted)
 {
@@ -19,7 +20,11 @@ int64_t surplus(const write_tracker &tracker, const tracker_sums &sums, uint64_t
 
 } // namespace
 
-level_proof::level_proof(copying &work) : work_(work), before_(sectors_changed(work.ends.source.counters)) {}
+level_proof::level_proof(copying &work)
+    : work_(work), before_(sectors_changed(work.ends.source.counters)),
+      under_way_(work.tracker->mark_under_way())
+{
+}
 
 // Point 4. The facts are set so that a process that is killed in between leaves them true.
 bool level_proof::account_for_mirror(uint64_t sectors)
@@ -34,23 +39,46 @@ bool level_proof::account_for_mirror(uint64_t sectors)
     return true;
 }
 
-// Points 2 and 3, after point 1.
+// False once there has been doubt for that long.
+bool level_proof::may_pass(steady_clock::duration limit)
+{
+    tracking_choice &choice = work_.ends.tracking;
+    const auto now = steady_clock::now();
+    choice.doubt_since = choice.doubt_since.value_or(now);
+    if (++choice.doubts < most_doubts || now - *choice.doubt_since < limit)
+        return true;
+    choice.doubt_since.reset();
+    choice.doubts = 0;
+    return false;
+}
+
+// Point 3. A request of unknown place is counted when it begins and when it ends; in between nothing is
+// known.
+level_proof::verdict level_proof::weigh_unplaced()
+{
+    if (under_way_.is_unknown && may_pass(longest_under_way))
+        return behind;
+    compare_all(work_, "it was written to by commands that say nothing of their place");
+    return failed;
+}
+
+// Point 2, after point 1.
 level_proof::verdict level_proof::weigh_books(const tracker_sums &sums, uint64_t source_sectors)
 {
     const int64_t more = surplus(*work_.tracker, sums, source_sectors);
-    auto &since = work_.ends.tracking.surplus_since;
-    unsigned &looks = work_.ends.tracking.surplus_looks;
     if (more == 0) {
-        since.reset();
-        looks = 0;
+        work_.ends.tracking.doubt_since.reset();
+        work_.ends.tracking.doubts = 0;
         return level;
     }
-    const auto now = steady_clock::now();
-    since = since.value_or(now);
-    if (more > 0 && (++looks < most_looks || now - *since < longest_surplus))
+    const auto missed = static_cast<int64_t>(under_way_.sectors);
+    if (-more == missed && !has_writes_in_flight(work_.ends.source.disk->name)) {
+        work_.tracker->end_under_way();
+        return behind; // for the moment of another pass
+    }
+    const bool is_missed_end = more < 0 && -more <= missed;
+    if ((more > 0 && may_pass(longest_surplus)) || (is_missed_end && may_pass(longest_under_way)))
         return behind;
-    since.reset();
-    looks = 0;
     distrust_tracking(work_, "the kernel counted other writes to it than were tracked");
     return failed;
 }
@@ -73,6 +101,15 @@ void level_proof::note_level(uint64_t source_sectors, uint64_t dest_sectors)
         work_.one.is_unsaved = true;
 }
 
+// The mirror holds the disk's content of that moment, whatever is written to the disk while it is flushed.
+bool level_proof::flush_mirror()
+{
+    bool &is_due = work_.ends.dest.needs_flush;
+    if (is_due && make_lasting(work_))
+        is_due = false;
+    return is_done(work_, {});
+}
+
 level_proof::verdict level_proof::end()
 {
     const auto dest = sectors_changed(work_.ends.dest.counters);
@@ -81,19 +118,20 @@ level_proof::verdict level_proof::end()
     work_.tracker->forget_taken();
     const tracker_sums sums = work_.tracker->sums();
     const auto after = sectors_changed(work_.ends.source.counters);
-    if (sums.unplaced != work_.tracker->facts().unplaced) {
-        compare_all(work_, "it was written to by commands that say nothing of their place");
-        return failed;
-    }
+    if (sums.unplaced != work_.tracker->facts().unplaced)
+        return weigh_unplaced();
     // A second look: a write that was tracked and not yet counted could have made up for one that was lost.
     const bool is_quiet =
         work_.tracker->sums().sectors == sums.sectors && sectors_changed(work_.ends.source.counters) == after;
     if (after != before_ || !is_quiet)
         return behind;
     const verdict result = weigh_books(sums, *after);
-    if (result == level)
-        note_level(*after, *dest);
-    return result;
+    if (result != level)
+        return result;
+    if (!flush_mirror())
+        return failed;
+    note_level(*after, *dest);
+    return level;
 }
 
 bool is_still_level(const mirror &one)

@@ -38,6 +38,7 @@ copy_result copy_run(copying &work, const page_run &run, char *bytes)
     if (work.job.own_signature && run.begin == 0)
         memcpy(bytes + signature_offset, work.job.own_signature->data(), work.job.own_signature->size());
     work.tracker->facts().announced += size / 512;
+    work.ends.dest.needs_flush = true;
     count = pwrite(work.job.mirror, bytes, size, offset);
     if (count != static_cast<ssize_t>(size))
         return failure(copy_end::mirror_failed, count, run.begin);

@@ -146,6 +146,7 @@ void compare_all(copying &work, const std::string &reason)
 {
     log_warning("Disk %s is compared with its mirror as a whole: %s", work.src_guid.c_str(), reason.c_str());
     tracker_facts &facts = work.tracker->facts();
+    work.tracker->forget_under_way();
     const auto base = find_base(*work.tracker, work.ends.source.disk->name);
     const std::lock_guard held(work.one.lock);
     facts.coverage = covers_nothing;

@@ -68,3 +68,11 @@ std::optional<write_mark> read_write_mark(const std::string &name)
         return std::nullopt;
     return write_mark{boot_id(), read_attribute(folder + "/diskseq").value_or(""), *sectors};
 }
+
+// The file holds two numbers: reads and writes.
+bool has_writes_in_flight(const std::string &name)
+{
+    const std::string text = read_attribute("/sys/block/" + name + "/inflight").value_or("");
+    const size_t last = text.find_last_not_of("0123456789");
+    return last == std::string::npos || text.substr(last + 1) != "0";
+}

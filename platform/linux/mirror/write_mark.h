@@ -26,3 +26,6 @@ std::optional<uint64_t> sectors_changed(const unique_fd &counters);
 
 // NAME is a kernel name. Null if the disk is gone or has no counters.
 std::optional<write_mark> read_write_mark(const std::string &name);
+
+// Whether the kernel knows of writes that have begun and not ended. True if it does not tell.
+bool has_writes_in_flight(const std::string &name);

@@ -12,6 +12,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 #include <memory>
 #include <utility>
 
@@ -20,7 +21,11 @@ namespace {
 using loaded_object = std::unique_ptr<bpf_object, deleter<bpf_object__close>>;
 using attached_link = std::unique_ptr<bpf_link, deleter<bpf_link__destroy>>;
 
-constexpr const char *pinned_names[] = {"dirty", "taken", "sums", "facts", "link"};
+// In the order in which they are attached: whoever sees a request begin sees it end. The last one is pinned
+// last, so a folder that has it has everything.
+constexpr const char *program_names[] = {"on_complete", "on_requeue", "on_issue"};
+constexpr const char *array_names[] = {"dirty", "under_way", "sums", "taken", "facts"};
+constexpr size_t kernel_arrays = 3; // the first ones, which the program has itself
 
 std::string pin_of(const std::string &folder, const char *name)
 {
@@ -57,7 +62,13 @@ bool set_constants(bpf_object *object, const tracked_disk &disk)
     return false;
 }
 
-loaded_object load_object(const tracked_disk &disk, std::string *why)
+bool set_size(const loaded_object &object, const char *name, uint64_t count)
+{
+    bpf_map *map = bpf_object__find_map_by_name(object.get(), name);
+    return bpf_map__set_max_entries(map, static_cast<uint32_t>(count)) == 0;
+}
+
+loaded_object load_object(const tracked_disk &disk, uint64_t queues, std::string *why)
 {
     libbpf_set_print(say_nothing);
     const auto bytes = program_bytes();
@@ -66,33 +77,37 @@ loaded_object load_object(const tracked_disk &disk, std::string *why)
         *why = failure("the tracking program cannot be opened");
         return nullptr;
     }
-    bpf_map *dirty = bpf_object__find_map_by_name(object.get(), "dirty");
-    bpf_map *sums = bpf_object__find_map_by_name(object.get(), "sums");
-    if (bpf_map__set_max_entries(dirty, static_cast<uint32_t>(disk.words)) != 0 ||
-        bpf_map__set_max_entries(sums, static_cast<uint32_t>(processor_count())) != 0 ||
-        !set_constants(object.get(), disk) || bpf_object__load(object.get()) != 0) {
+    if (!set_size(object, "dirty", disk.words) || !set_size(object, "sums", processor_count()) ||
+        !set_size(object, "under_way", queues * PLACES_PER_QUEUE) || !set_constants(object.get(), disk) ||
+        bpf_object__load(object.get()) != 0) {
         *why = failure("the kernel does not take the tracking program");
         return nullptr;
     }
     return object;
 }
 
-int map_of(const loaded_object &object, const char *name)
-{
-    return bpf_object__find_map_fd_by_name(object.get(), name);
-}
-
-// The link comes last: a folder that has one has everything.
-bool pin_all(const std::string &folder, const loaded_object &object, bpf_link *link, uint64_t words)
+bool pin_arrays(const std::string &folder, const loaded_object &object, uint64_t words)
 {
     const unique_fd taken = new_array(words, sizeof(uint64_t));
     const unique_fd facts = new_array(1, facts_size);
+    for (size_t i = 0; i < kernel_arrays; i++) {
+        const int fd = bpf_object__find_map_fd_by_name(object.get(), array_names[i]);
+        if (bpf_obj_pin(fd, pin_of(folder, array_names[i]).c_str()) != 0)
+            return false;
+    }
     return taken.is_open() && facts.is_open() &&
-           bpf_obj_pin(map_of(object, "dirty"), pin_of(folder, "dirty").c_str()) == 0 &&
-           bpf_obj_pin(map_of(object, "sums"), pin_of(folder, "sums").c_str()) == 0 &&
            bpf_obj_pin(taken.get(), pin_of(folder, "taken").c_str()) == 0 &&
-           bpf_obj_pin(facts.get(), pin_of(folder, "facts").c_str()) == 0 &&
-           bpf_link__pin(link, pin_of(folder, "link").c_str()) == 0;
+           bpf_obj_pin(facts.get(), pin_of(folder, "facts").c_str()) == 0;
+}
+
+bool attach_and_pin(const std::string &folder, const loaded_object &object)
+{
+    for (const char *name : program_names) {
+        const attached_link link(bpf_program__attach(bpf_object__find_program_by_name(object.get(), name)));
+        if (!link || bpf_link__pin(link.get(), pin_of(folder, name).c_str()) != 0)
+            return false;
+    }
+    return true;
 }
 
 mapped_array open_array(const std::string &folder, const char *name, size_t count, size_t value_size)
@@ -146,37 +161,33 @@ size_t processor_count()
     return count > 0 ? static_cast<size_t>(count) : 1;
 }
 
-std::optional<program_maps> open_program(const std::string &folder, uint64_t words)
+std::optional<program_maps> open_program(const std::string &folder, uint64_t words, uint64_t queues)
 {
-    if (access(pin_of(folder, "link").c_str(), F_OK) != 0)
+    if (access(pin_of(folder, std::end(program_names)[-1]).c_str(), F_OK) != 0)
         return std::nullopt;
     program_maps maps;
     maps.dirty = open_array(folder, "dirty", words, sizeof(uint64_t));
     maps.taken = open_array(folder, "taken", words, sizeof(uint64_t));
+    maps.under_way = open_array(folder, "under_way", queues * PLACES_PER_QUEUE, sizeof(write_under_way));
     maps.sums = open_array(folder, "sums", processor_count(), sizeof(write_sums));
     maps.facts = open_array(folder, "facts", 1, facts_size);
-    if (!maps.dirty.is_open() || !maps.taken.is_open() || !maps.sums.is_open() || !maps.facts.is_open())
+    if (!maps.dirty.is_open() || !maps.taken.is_open() || !maps.under_way.is_open() || !maps.sums.is_open() ||
+        !maps.facts.is_open())
         return std::nullopt;
     return maps;
 }
 
 std::optional<program_maps> attach_program(const std::string &folder, const tracked_disk &disk,
-                                           std::string *why)
+                                           uint64_t queues, std::string *why)
 {
-    const loaded_object object = load_object(disk, why);
+    const loaded_object object = load_object(disk, queues, why);
     if (!object)
         return std::nullopt;
-    const attached_link link(
-        bpf_program__attach(bpf_object__find_program_by_name(object.get(), "on_complete")));
-    if (!link) {
-        *why = failure("the kernel does not run the tracking program");
-        return std::nullopt;
-    }
     std::optional<program_maps> maps;
-    if (make_folder(folder) && pin_all(folder, object, link.get(), disk.words))
-        maps = open_program(folder, disk.words);
+    if (make_folder(folder) && pin_arrays(folder, object, disk.words) && attach_and_pin(folder, object))
+        maps = open_program(folder, disk.words, queues);
     if (!maps) {
-        *why = failure("the tracking program cannot be kept");
+        *why = failure("the tracking program cannot be run and kept");
         remove_program(folder);
     }
     return maps;
@@ -184,7 +195,9 @@ std::optional<program_maps> attach_program(const std::string &folder, const trac
 
 void remove_program(const std::string &folder)
 {
-    for (const char *name : pinned_names)
+    for (const char *name : program_names)
+        unlink(pin_of(folder, name).c_str());
+    for (const char *name : array_names)
         unlink(pin_of(folder, name).c_str());
     rmdir(folder.c_str());
     rmdir(folder.substr(0, folder.rfind('/')).c_str()); // only the last one can

@@ -35,24 +35,25 @@ private:
 };
 
 struct program_maps {
-    mapped_array dirty; // words of 64 pages: set by the kernel
-    mapped_array taken; // the same: pages that are being copied, set by this process alone
-    mapped_array sums;  // a write_sums per processor
-    mapped_array facts; // one value of FACTS_SIZE bytes, for the caller
+    mapped_array dirty;     // words of 64 pages: set by the kernel
+    mapped_array taken;     // the same: pages that are being copied, set by this process alone
+    mapped_array under_way; // PLACES_PER_QUEUE write_under_way for each queue
+    mapped_array sums;      // a write_sums per processor
+    mapped_array facts;     // one value of FACTS_SIZE bytes, for the caller
 };
 
 constexpr size_t facts_size = 256;
 
 size_t processor_count(); // possible ones, not only those online
 
-// What is pinned in FOLDER for a disk of that many words, if it is whole; else null, and what there is should
-// be removed.
-std::optional<program_maps> open_program(const std::string &folder, uint64_t words);
+// What is pinned in FOLDER for a disk of that many words and queues, if it is whole; else null, and what
+// there is should be removed.
+std::optional<program_maps> open_program(const std::string &folder, uint64_t words, uint64_t queues);
 
 // Loads the program, attaches and pins it. The folder must not exist. All values are zero. Null with the
 // reason in WHY; nothing is left then.
 std::optional<program_maps> attach_program(const std::string &folder, const tracked_disk &disk,
-                                           std::string *why);
+                                           uint64_t queues, std::string *why);
 
 // Ends the program and removes the folder. Nothing happens if there is none.
 void remove_program(const std::string &folder);

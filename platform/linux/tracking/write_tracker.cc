@@ -16,7 +16,7 @@
 namespace {
 
 constexpr char bpf_folder[] = "/sys/fs/bpf";
-constexpr uint64_t sector = 512;
+constexpr uint64_t sector_size = 512;
 constexpr uint64_t smallest_page = 4096;
 constexpr uint64_t pages_per_word = 64;
 
@@ -40,13 +40,18 @@ uint64_t words_of(uint64_t disk_size, uint64_t page)
     return disk_size / bytes_per_word + (disk_size % bytes_per_word != 0);
 }
 
+// Null for a disk whose driver passes writes on without requests.
+std::optional<uint64_t> queues_of(const std::string &disk_name)
+{
+    const auto queues = list_folder("/sys/block/" + disk_name + "/mq");
+    return queues ? std::optional(queues->size()) : std::nullopt;
+}
+
 std::string objection_to(const std::string &disk_name)
 {
     if (!is_bpf_mounted())
         return std::string("no BPF file system is mounted at ") + bpf_folder;
-    if (!list_folder("/sys/block/" + disk_name + "/mq"))
-        return "its driver passes writes on without requests";
-    return "";
+    return queues_of(disk_name) ? "" : "its driver passes writes on without requests";
 }
 
 std::atomic_ref<uint64_t> at(const mapped_array &words, uint64_t index)
@@ -78,28 +83,30 @@ std::unique_ptr<write_tracker> write_tracker::open(const std::string &key, const
         *why = "the kernel does not number its devices";
     if (!why->empty())
         return nullptr;
-    if (auto maps = open_program(folder, words)) {
+    const uint64_t queues = *queues_of(disk_name);
+    if (auto maps = open_program(folder, words, queues)) {
         const auto *facts = maps->facts.values<tracker_facts>();
         if (facts->version == program_version() && device == facts->source_device)
-            return std::unique_ptr<write_tracker>(new write_tracker(std::move(*maps), disk_size, page));
+            return std::unique_ptr<write_tracker>(
+                new write_tracker(std::move(*maps), disk_size, page, queues));
     }
     remove_program(folder);
     const tracked_disk disk = {.major = static_cast<int>(major(*numbers)),
                                .minor = static_cast<int>(minor(*numbers)),
-                               .page_shift = static_cast<uint32_t>(std::countr_zero(page / sector)),
+                               .page_shift = static_cast<uint32_t>(std::countr_zero(page / sector_size)),
                                .unused = 0,
                                .words = words};
-    auto maps = attach_program(folder, disk, why);
+    auto maps = attach_program(folder, disk, queues, why);
     if (!maps)
         return nullptr;
     auto *facts = maps->facts.values<tracker_facts>();
     device.copy(facts->source_device, sizeof facts->source_device - 1);
-    return std::unique_ptr<write_tracker>(new write_tracker(std::move(*maps), disk_size, page));
+    return std::unique_ptr<write_tracker>(new write_tracker(std::move(*maps), disk_size, page, queues));
 }
 
-write_tracker::write_tracker(program_maps maps, uint64_t disk_size, uint64_t page_size)
+write_tracker::write_tracker(program_maps maps, uint64_t disk_size, uint64_t page_size, uint64_t queues)
     : maps_(std::move(maps)), disk_size_(disk_size), page_size_(page_size),
-      words_(words_of(disk_size, page_size))
+      words_(words_of(disk_size, page_size)), queues_(queues)
 {
 }
 
@@ -117,8 +124,62 @@ tracker_sums write_tracker::sums() const
         total.events += read(sums[i].events);
         total.sectors += read(sums[i].sectors);
         total.unplaced += read(sums[i].unplaced);
+        total.begun += read(sums[i].begun);
     }
+    total.sectors += std::atomic_ref(facts().unseen).load();
     return total;
+}
+
+std::span<write_under_way> write_tracker::places() const
+{
+    return {maps_.under_way.values<write_under_way>(), queues_ * PLACES_PER_QUEUE};
+}
+
+void write_tracker::mark(uint64_t sector, uint64_t sectors)
+{
+    const uint64_t last =
+        std::min((sector + sectors - 1) / (page_size_ / sector_size), words_ * pages_per_word - 1);
+    for (uint64_t page = sector / (page_size_ / sector_size); page <= last; page++)
+        at(maps_.dirty, page / pages_per_word).fetch_or(uint64_t{1} << page % pages_per_word);
+}
+
+// A place whose request ends meanwhile, or another one begins in it, needs no mark: the kernel has set those
+// of the former one before, and the new one is not counted yet.
+under_way_sums write_tracker::mark_under_way()
+{
+    under_way_sums found;
+    for (write_under_way &place : places()) {
+        const uint64_t sectors = std::atomic_ref(place.sectors).load();
+        if (sectors == 0)
+            continue;
+        const uint64_t sector = std::atomic_ref(place.sector).load();
+        if (sector == UNKNOWN_SECTOR) {
+            found.is_unknown = true;
+            continue;
+        }
+        mark(sector, sectors);
+        found.sectors += sectors;
+    }
+    return found;
+}
+
+void write_tracker::end_under_way()
+{
+    for (write_under_way &place : places()) {
+        __u64 sectors = std::atomic_ref(place.sectors).load();
+        const uint64_t sector = std::atomic_ref(place.sector).load();
+        if (sectors == 0 || sector == UNKNOWN_SECTOR)
+            continue;
+        mark(sector, sectors);
+        if (std::atomic_ref(place.sectors).compare_exchange_strong(sectors, 0))
+            std::atomic_ref(facts().unseen).fetch_add(sectors);
+    }
+}
+
+void write_tracker::forget_under_way()
+{
+    for (write_under_way &place : places())
+        std::atomic_ref(place.sectors).store(0);
 }
 
 // A page is taken before its mark goes, so that a process that is killed in between leaves both. And both

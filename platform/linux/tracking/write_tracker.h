@@ -9,12 +9,20 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 
 struct tracker_sums {
-    uint64_t events = 0;
+    uint64_t events = 0; // requests that have ended
     uint64_t sectors = 0;
     uint64_t unplaced = 0;
+    uint64_t begun = 0; // requests that have begun
+};
+
+// Requests that have begun and whose end has not been seen.
+struct under_way_sums {
+    uint64_t sectors = 0;
+    bool is_unknown = false; // one of them may change anything
 };
 
 // How much of what may differ on a mirror its marks cover.
@@ -32,6 +40,7 @@ struct tracker_facts {
     uint64_t coverage = covers_nothing;
     uint64_t settled = 0;     // sectors that the mirror counted when a pass ended
     uint64_t announced = 0;   // sectors that have been written to it since, or are about to be
+    uint64_t unseen = 0;      // sectors of requests whose end was missed, and that are under way no more
     char source_device[40]{}; // sequence numbers of the two devices, NUL-terminated
     char mirror_device[40]{};
 };
@@ -58,6 +67,13 @@ public:
     tracker_facts &facts() const { return *maps_.facts.values<tracker_facts>(); }
     tracker_sums sums() const;
 
+    // Marks the pages of all writes that are under way: those whose end is missed are among them.
+    under_way_sums mark_under_way();
+    // All that is under way has ended: counts it. The caller knows from the kernel that nothing is.
+    void end_under_way();
+    // Nothing is known any more of what is under way. Everything is compared next.
+    void forget_under_way();
+
     // Moves the marked pages to those that are taken. A page that is written meanwhile is marked again.
     // False if no page is taken then.
     bool take();
@@ -69,12 +85,15 @@ public:
     uint64_t pages_behind() const; // marked or taken
 
 private:
-    write_tracker(program_maps maps, uint64_t disk_size, uint64_t page_size);
+    write_tracker(program_maps maps, uint64_t disk_size, uint64_t page_size, uint64_t queues);
+    void mark(uint64_t sector, uint64_t sectors);
+    std::span<write_under_way> places() const;
 
     program_maps maps_;
     uint64_t disk_size_;
     uint64_t page_size_;
     uint64_t words_;
+    uint64_t queues_;
     bool has_taken_ = true; // a former process may have left some
 };
 
