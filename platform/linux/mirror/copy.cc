@@ -98,6 +98,8 @@ bool go_on(copying &work, uint64_t position)
 // True if everything was copied and flushed; else the link of the disk that failed is set down.
 bool run(copying &work, const copy_job &job)
 {
+    if (!work.ends.dest.samples.make_way(job.begin, job.end))
+        return is_done(work, {.end = copy_end::failed, .error = EIO, .failed_at = job.begin});
     const copy_result result = copy_blocks(job);
     if (result.end == copy_end::done)
         make_lasting(work);
@@ -147,6 +149,12 @@ void settle(copying &work)
                  is_unchanged ? "" : "; what was written to it meanwhile follows");
 }
 
+bool is_level(const copying &work)
+{
+    const std::lock_guard held(work.one.lock);
+    return work.one.record.state == sync_state::level && is_still_level(work.one);
+}
+
 // A mirror that is not tracked is looked at again once nobody can write to it.
 void serve_who_waits(copying &work)
 {
@@ -157,10 +165,7 @@ void serve_who_waits(copying &work)
     }
     if (!hold_mirror(work))
         return;
-    std::unique_lock held(work.one.lock);
-    const bool is_level = is_still_level(work.one);
-    held.unlock();
-    if (is_level)
+    if (is_level(work))
         hand_over_hold(work);
     work.hold.reset();
 }
@@ -172,6 +177,8 @@ bool make_whole_pass(copying &work)
     if (!run(work, work.job))
         return false;
     settle(work);
+    if (!work.tracker && is_level(work))
+        work.ends.dest.samples.remember(work.job.mirror, true);
     return true;
 }
 

@@ -17,16 +17,27 @@ std::string objection_to(side which, const located_disk &disk, uint64_t size)
     return read_write_mark(disk.name) ? "" : "the kernel does not count what is written to " + disk.path;
 }
 
-std::string open_end(side which, mirror_end &end)
+std::string open_source_end(mirror_end &end)
 {
     std::string problem;
-    if (end.fd.is_open())
-        return problem;
-    end.fd = which == side::source ? open_source(*end.disk, &problem) : open_mirror(*end.disk, &problem);
+    end.fd = open_source(*end.disk, &problem);
     end.counters = open_counters(end.disk->name);
-    if (end.fd.is_open() && which == side::dest)
-        end.claim = claim_mirror(end.disk->guid);
     return problem;
+}
+
+std::string open_mirror_end(const std::string &src_guid, mirror_end &end)
+{
+    std::string problem;
+    unique_fd fd = open_mirror(*end.disk, &problem);
+    if (problem.empty())
+        problem = objection_to_copy(src_guid, *end.disk, fd.get());
+    if (!problem.empty())
+        return problem;
+    end.samples = page_samples(src_guid, *end.disk);
+    end.fd = std::move(fd);
+    end.counters = open_counters(end.disk->name);
+    end.claim = claim_mirror(end.disk->guid);
+    return "";
 }
 
 // Another disk with the same GUID may have come since the last look.
@@ -47,19 +58,16 @@ bool find_disk(mirror &one, side which, mirror_end &end)
 {
     if (end.disk && !is_still_there(*end.disk))
         end = mirror_end{};
-    std::string guid;
-    uint64_t size = 0;
-    {
+    const mirror_record record = [&] {
         const std::lock_guard held(one.lock);
-        guid = which == side::source ? one.record.src_guid : one.record.dest_guid;
-        size = one.record.size;
-    }
+        return one.record;
+    }();
     std::string problem;
-    search(guid, end, &problem);
+    search(which == side::source ? record.src_guid : record.dest_guid, end, &problem);
     if (problem.empty())
-        problem = objection_to(which, *end.disk, size);
-    if (problem.empty())
-        problem = open_end(which, end);
+        problem = objection_to(which, *end.disk, record.size);
+    if (problem.empty() && !end.fd.is_open())
+        problem = which == side::source ? open_source_end(end) : open_mirror_end(record.src_guid, end);
     if (!problem.empty() || !end.fault)
         set_link(one, which, end, problem);
     return problem.empty();

@@ -3,6 +3,7 @@
 
 #include "platform/linux/mirror/locate_disk.h"
 #include "platform/linux/mirror/mirror.h"
+#include "platform/linux/mirror/page_samples.h"
 
 #include <chrono>
 
@@ -12,6 +13,7 @@ struct mirror_end {
     std::optional<located_disk> disk; // null: missing or unsuitable
     unique_fd fd;                     // open as long as the disk is there
     unique_fd counters;               // likewise
+    page_samples samples;             // of a mirror
     unique_fd claim;                  // of a mirror: tells the disk library whose it is
     bool needs_flush = true;          // of a mirror: pages have been copied to it since it was flushed
     uint64_t census = 0;              // the disks of the host when it was located

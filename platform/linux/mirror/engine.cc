@@ -2,6 +2,7 @@
 
 #include "platform/linux/host/boundary.h"
 #include "platform/linux/host/sysfs.h"
+#include "platform/linux/mirror/page_samples.h"
 #include "platform/linux/mirror/rules.h"
 #include "platform/linux/mirror/worker.h"
 #include "platform/linux/state/lock.h"
@@ -171,7 +172,7 @@ std::string add_mirror(const mirror_record &record)
     engine &all = the_engine();
     const std::lock_guard held(all.lock);
     mirror_map fresh = new_mirror(record);
-    if (!save_mirror(record))
+    if (!forget_samples(record.src_guid) || !save_mirror(record))
         return "the relationship cannot be kept";
     // From here on nothing needs memory. A worker that cannot be started now is started at the next call.
     start_worker(*fresh.begin()->second);
@@ -238,7 +239,7 @@ bool unprotect_disk(const std::string &src_guid)
     end_at_exception("The removal of a mirror", [&] {
         remove_tracker(
             src_guid); // first: a relationship without tracker can be kept, not the other way round
-        is_forgotten = forget_mirror(one->record);
+        is_forgotten = forget_samples(src_guid) && forget_mirror(one->record);
     });
     if (!is_forgotten) {
         const std::lock_guard held_one(one->lock);
@@ -257,7 +258,7 @@ bool resync_disk(const std::string &src_guid)
     if (!one)
         return false;
     const std::lock_guard held(one->lock);
-    if (!change_state(*one, purpose, sync_state::copying, 0))
+    if (!forget_samples(src_guid) || !change_state(*one, purpose, sync_state::copying, 0))
         return false;
     one->copied = 0;
     return true;

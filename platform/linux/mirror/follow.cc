@@ -75,6 +75,7 @@ void wait_for_writes(copying &work, const tracker_sums &known, steady_clock::tim
         has_begun = now.begun != known.begun;
         if (steady_clock::now() >= end) {
             save_at_rest(work);
+            work.ends.dest.samples.remember(work.job.mirror, true);
             return;
         }
         wait_shortly(work, period);
@@ -108,8 +109,10 @@ bool follow_writes(copying &work)
             return false;
         if (ends_in_doubt(work, verdict))
             wait_shortly(work, pause_in_doubt);
-        if (verdict == level_proof::level)
+        if (verdict == level_proof::level) {
+            work.ends.dest.samples.remember(work.job.mirror, false);
             wait_for_writes(work, known, end);
+        }
     }
     return is_followed(work);
 }

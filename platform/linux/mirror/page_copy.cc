@@ -37,6 +37,8 @@ copy_result copy_run(copying &work, const page_run &run, char *bytes)
         return failure(copy_end::source_failed, count, run.begin);
     if (work.job.own_signature && run.begin == 0)
         memcpy(bytes + signature_offset, work.job.own_signature->data(), work.job.own_signature->size());
+    if (!work.ends.dest.samples.make_way(run.begin, run.end))
+        return {.end = copy_end::failed, .error = EIO, .failed_at = run.begin};
     work.tracker->facts().announced += size / 512;
     work.ends.dest.needs_flush = true;
     count = pwrite(work.job.mirror, bytes, size, offset);
