@@ -8,20 +8,23 @@
 namespace {
 
 // "" if DISK is suitable.
-std::string objection_to(side which, const located_disk &disk, uint64_t size)
+std::string objection_to(side which, const mirror_end &end, uint64_t size)
 {
+    const located_disk &disk = *end.disk;
     if (which == side::dest && disk.size < size)
         return disk.path + " is smaller than the disk that it mirrors";
     if (which == side::source && disk.size != size)
         return "the size of " + disk.path + " is another one than when it was protected";
-    return read_write_mark(disk.name) ? "" : "the kernel does not count what is written to " + disk.path;
+    const bool is_counted =
+        end.fd.is_open() ? end.watch.counts_writes() : read_write_mark(disk.name).has_value();
+    return is_counted ? "" : "the kernel does not count what is written to " + disk.path;
 }
 
 std::string open_source_end(mirror_end &end)
 {
     std::string problem;
     end.fd = open_source(*end.disk, &problem);
-    end.counters = open_counters(end.disk->name);
+    end.watch = disk_watch(*end.disk);
     return problem;
 }
 
@@ -35,7 +38,7 @@ std::string open_mirror_end(const std::string &src_guid, mirror_end &end)
         return problem;
     end.samples = page_samples(src_guid, *end.disk);
     end.fd = std::move(fd);
-    end.counters = open_counters(end.disk->name);
+    end.watch = disk_watch(*end.disk);
     end.claim = claim_mirror(end.disk->guid);
     return "";
 }
@@ -54,9 +57,14 @@ void search(const std::string &guid, mirror_end &end, std::string *problem)
     end.census = census;
 }
 
+bool is_the_same(const mirror_end &end)
+{
+    return end.fd.is_open() ? end.watch.is_same() : is_still_there(*end.disk);
+}
+
 bool find_disk(mirror &one, side which, mirror_end &end)
 {
-    if (end.disk && !is_still_there(*end.disk))
+    if (end.disk && !is_the_same(end))
         end = mirror_end{};
     const mirror_record record = [&] {
         const std::lock_guard held(one.lock);
@@ -65,7 +73,7 @@ bool find_disk(mirror &one, side which, mirror_end &end)
     std::string problem;
     search(which == side::source ? record.src_guid : record.dest_guid, end, &problem);
     if (problem.empty())
-        problem = objection_to(which, *end.disk, record.size);
+        problem = objection_to(which, end, record.size);
     if (problem.empty() && !end.fd.is_open())
         problem = which == side::source ? open_source_end(end) : open_mirror_end(record.src_guid, end);
     if (!problem.empty() || !end.fault)

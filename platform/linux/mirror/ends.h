@@ -1,6 +1,7 @@
 // The two disks of a mirror relationship and their links, as the worker thread knows them.
 #pragma once
 
+#include "platform/linux/mirror/disk_watch.h"
 #include "platform/linux/mirror/locate_disk.h"
 #include "platform/linux/mirror/mirror.h"
 #include "platform/linux/mirror/page_samples.h"
@@ -12,7 +13,7 @@ enum class side { source, dest };
 struct mirror_end {
     std::optional<located_disk> disk; // null: missing or unsuitable
     unique_fd fd;                     // open as long as the disk is there
-    unique_fd counters;               // likewise
+    disk_watch watch;                 // likewise
     page_samples samples;             // of a mirror
     unique_fd claim;                  // of a mirror: tells the disk library whose it is
     bool needs_flush = true;          // of a mirror: pages have been copied to it since it was flushed

@@ -21,7 +21,7 @@ int64_t surplus(const write_tracker &tracker, const tracker_sums &sums, uint64_t
 } // namespace
 
 level_proof::level_proof(copying &work)
-    : work_(work), before_(sectors_changed(work.ends.source.counters)),
+    : work_(work), before_(work.ends.source.watch.sectors_changed()),
       under_way_(work.tracker->mark_under_way())
 {
 }
@@ -112,17 +112,17 @@ bool level_proof::flush_mirror()
 
 level_proof::verdict level_proof::end()
 {
-    const auto dest = sectors_changed(work_.ends.dest.counters);
+    const auto dest = work_.ends.dest.watch.sectors_changed();
     if (!before_ || !dest || !account_for_mirror(*dest))
         return failed;
     work_.tracker->forget_taken();
     const tracker_sums sums = work_.tracker->sums();
-    const auto after = sectors_changed(work_.ends.source.counters);
+    const auto after = work_.ends.source.watch.sectors_changed();
     if (sums.unplaced != work_.tracker->facts().unplaced)
         return weigh_unplaced();
     // A second look: a write that was tracked and not yet counted could have made up for one that was lost.
     const bool is_quiet =
-        work_.tracker->sums().sectors == sums.sectors && sectors_changed(work_.ends.source.counters) == after;
+        work_.tracker->sums().sectors == sums.sectors && work_.ends.source.watch.sectors_changed() == after;
     if (after != before_ || !is_quiet)
         return behind;
     const verdict result = weigh_books(sums, *after);
