@@ -6,6 +6,7 @@ export PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin HOME=/r
 
 mount -t proc proc /proc
 mount -t sysfs sysfs /sys
+mount -t bpf bpf /sys/fs/bpf
 mount -t devtmpfs devtmpfs /dev
 mkdir -p /dev/pts /dev/shm /run/lock
 mount -t devpts devpts /dev/pts
