@@ -3,10 +3,12 @@
 //   bench-follow write SOURCE MIRROR           what one page costs
 //   bench-follow rates SOURCE MIRROR SECONDS   how long the two are not level under a constant load
 //   bench-follow idle SOURCE MIRROR SECONDS    what watching a level mirror costs
+//   bench-follow held SOURCE MIRROR            tracks SOURCE and copies nothing until standard input ends
 
 #include "base/deleter.h"
 #include "base/fd.h"
 #include "bench/mirror_bench.h"
+#include "platform/linux/mirror/level_hold.h"
 
 #include <fcntl.h>
 #include <linux/fs.h>
@@ -126,12 +128,24 @@ void measure_rate(page_writer &writer, const std::string &guid, double kib_per_s
     fflush(stdout);
 }
 
+// The writes of others then cost what tracking costs, and nothing else.
+void hold_until_end_of_input(const std::string &mirror_guid)
+{
+    const unique_fd hold(tw_hold_at_level(mirror_guid.c_str(), 10000));
+    if (!hold.is_open())
+        give_up("the mirror cannot be held");
+    puts("held");
+    fflush(stdout);
+    while (getchar() != EOF)
+        ;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
     if (argc < 4)
-        give_up("usage: bench-follow write|rates|idle SOURCE MIRROR [SECONDS]");
+        give_up("usage: bench-follow write|rates|idle|held SOURCE MIRROR [SECONDS]");
     const std::string what = argv[1], source = argv[2], mirror = argv[3], guid = guid_of(source);
     const double seconds = argc > 4 ? atof(argv[4]) : 10;
     protect_or_give_up(guid, guid_of(mirror));
@@ -142,6 +156,8 @@ int main(int argc, char **argv)
         page_writer writer(source);
         for (const double rate : {16.0, 64.0, 1024.0, 16384.0})
             measure_rate(writer, guid, rate, seconds);
+    } else if (what == "held") {
+        hold_until_end_of_input(guid_of(mirror));
     } else {
         const double before = cpu_seconds();
         std::this_thread::sleep_for(std::chrono::duration<double>(seconds));

@@ -6,7 +6,7 @@ cd "$(dirname "$0")/.."
 rounds=${1-7} # turns of daemon and bare server per row
 seconds=${2-1} # of each turn
 
-scripts/install-packages build demo
+scripts/install-packages build demo bench
 scripts/build.sh release
 scripts/private-host -n bench scripts/bench/host.sh build/release "$rounds" "$seconds"
 scripts/private-host -n bench scripts/bench/schedules.sh build/release

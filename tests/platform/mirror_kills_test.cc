@@ -4,20 +4,12 @@
 #include "tests/support/eventually.h"
 #include "tests/support/files.h"
 
-#include <cstdlib>
 #include <filesystem>
 #include <random>
 
 namespace {
 
 namespace fs = std::filesystem;
-
-// QELCD_KILLS in the environment makes more of them.
-int kills()
-{
-    const char *text = getenv("QELCD_KILLS");
-    return text ? atoi(text) : 6;
-}
 
 // Once with passes over everything, and once with tracked writes.
 class KilledMirror : public Mirror, public testing::WithParamInterface<bool> {
@@ -68,7 +60,7 @@ TEST_P(KilledMirror, GoesOnByItselfFromWhatWasSavedAndLeavesNothingOut)
     write_file(FOLDER + "throttle", "5000000\n");
     ASSERT_NO_FATAL_FAILURE(protect(*engine, "resync " + A));
     bool is_level = false; // before the last process, on a machine that is slow to kill
-    for (int i = 0; i < kills() && !is_level; i++) {
+    for (int i = 0; i < number_of("QELCD_KILLS", 6) && !is_level; i++) {
         kill();
         const uint64_t saved = saved_position();
         start();
@@ -87,7 +79,7 @@ TEST_P(KilledMirror, IsEqualAfterPowerCutsAtAnyMomentWhileTheDiskIsWrittenTo)
 {
     write_file(FOLDER + "throttle", "20000000\n");
     ASSERT_NO_FATAL_FAILURE(protect(*engine, "resync " + A));
-    for (int i = 0; i < kills(); i++) {
+    for (int i = 0; i < number_of("QELCD_KILLS", 6); i++) {
         write_page();
         kill();
         start();

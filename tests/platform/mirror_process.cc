@@ -176,6 +176,12 @@ void Mirror::SetUp()
     mirror->fill(2 * MIB, 5 * MIB); // to be overwritten
 }
 
+int number_of(const char *variable, int usual)
+{
+    const char *text = getenv(variable);
+    return text ? atoi(text) : usual;
+}
+
 void Mirror::allow_tracking()
 {
     if (mount("bpf", BPF_FOLDER, "bpf", 0, nullptr) != 0)

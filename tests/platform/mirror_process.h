@@ -54,6 +54,9 @@ public:
     std::optional<loop_disk> device;
 };
 
+// The number in that variable of the environment, with which somebody asks for more than the usual.
+int number_of(const char *variable, int usual);
+
 constexpr size_t MIB = size_t{1} << 20;
 const std::string FOLDER = "/var/lib/twinvault/";
 const std::string A = guid_of(0xa), B = guid_of(0xb);
