@@ -1,6 +1,7 @@
 #include "platform/linux/mirror/tracking.h"
 
 #include "platform/linux/host/weak_log.h"
+#include "platform/linux/state/settings.h"
 
 #include <algorithm>
 #include <cstring>
@@ -11,7 +12,6 @@ namespace {
 using namespace std::chrono_literals;
 using steady_clock = std::chrono::steady_clock;
 
-constexpr uint64_t memory_for_marks = uint64_t{64} << 20; // bytes per disk
 constexpr unsigned most_mismatches = 3;
 constexpr auto pause_after_mismatches = 10min;
 
@@ -98,9 +98,11 @@ void settle_tracking(mirror &one, mirror_ends &ends)
         const std::lock_guard held(one.lock);
         return one.record;
     }();
+    const embedded_settings wanted = read_settings();
+    const uint64_t page = std::max(wanted.tracking_page, tracking_page(record.size, wanted.tracking_memory));
     std::string why;
     std::shared_ptr<write_tracker> tracker =
-        write_tracker::open(record.src_guid, ends.source.disk->name, record.size, memory_for_marks, &why);
+        write_tracker::open(record.src_guid, ends.source.disk->name, record.size, page, &why);
     if (tracker && tracker->is_new()) {
         start_facts(*tracker, record, ends);
         tracker->keep();
