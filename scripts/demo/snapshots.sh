@@ -33,7 +33,7 @@ show_snapshot() {
     title "Copying is fast again; the mirror catches up"
     throttle_to 100000000
     wait_until 30 is_mirror synchronised
-    show_mirrors
+    show qelc mirrors
     show qelc snapshot --disk "$data_guid"
     show cat "$journal"
     prove "The snapshot is in the journal, and the hook has kept the mirror." is_kept

@@ -3,6 +3,7 @@
 
 #include "platform/linux/mirror/locate_disk.h"
 #include "platform/linux/mirror/mirror.h"
+#include "platform/linux/mirror/progress.h"
 
 #include <chrono>
 
@@ -24,6 +25,7 @@ struct tracking_choice {
     std::chrono::steady_clock::time_point retry = std::chrono::steady_clock::time_point::max();
     std::optional<std::chrono::steady_clock::time_point> surplus_since; // more tracked than counted
     unsigned surplus_looks = 0;                                         // that found it, one after the other
+    std::string why;                                                    // it is not tracked; "" if it is
     unsigned mismatches = 0; // of the tracked and the counted sectors, since RETRY last passed
 };
 
@@ -31,6 +33,7 @@ struct mirror_ends {
     mirror_end source;
     mirror_end dest;
     tracking_choice tracking;
+    progress_report progress;
 };
 
 // Checks that both disks are still there, alone with their GUID and counted, searches for a missing one, and

@@ -109,6 +109,7 @@ void settle_tracking(mirror &one, mirror_ends &ends)
     }
     if (tracker)
         check_mirror(*tracker, record, ends);
+    choice.why = tracker ? "" : why;
     log_at(tracker ? LOG_INFO : LOG_WARNING, "%s", announcement(record.src_guid, tracker.get(), why).c_str());
     const std::lock_guard held(one.lock);
     one.tracker = std::move(tracker);
@@ -163,6 +164,7 @@ void distrust_tracking(copying &work, const std::string &reason)
         return;
     log_warning("The writes to disk %s are not tracked for the next ten minutes", work.src_guid.c_str());
     choice.retry = steady_clock::now() + pause_after_mismatches;
+    choice.why = "the kernel passed over some of its writes; this is tried again ten minutes later";
     remove_tracker(work.src_guid);
     work.tracker = nullptr;
     const std::lock_guard held(work.one.lock);
