@@ -26,7 +26,7 @@ show_snapshot() {
     install_hook
     show cat /etc/kavtessaron/mark.d/copy
     title "A write to the disk; copying is slow, so the mirror stays behind"
-    throttle_to 1000000
+    throttle_to 1000
     write_note first
     prove "The mirror is behind as soon as the disk has been written to." is_mirror recovering
     show_refused "a disk is not synchronised yet" limited qelc snapshot --disk "$data_guid"

@@ -268,7 +268,7 @@ TEST_F(mirror_tools, MirrorsAreShownInATable)
   sda2  synchronising     45 %   2.0 MiB/s  28 s  55 MiB   -          yes
   sda3  not synchronised  0 %    -          -     -        -          -
   sda4  mirror down       7 %    -          -     100 MiB  3 min ago  no
-  sda4 is read as a whole after each write: a ?[31m reason
+  sda4 is not tracked: a ?[31m reason
 
   Disk  Source, then mirror  Next snapshot        Every  Group
   sda1  L1                   2100-01-01 00:00:00  2 h

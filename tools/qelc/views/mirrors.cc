@@ -88,10 +88,7 @@ std::string untracked_lines(const std::vector<mirror_view> &mirrors)
     std::string lines;
     for (const mirror_view &mirror : mirrors) {
         if (!mirror.progress.reason.empty())
-            lines +=
-                "  " +
-                visible(mirror.disk + " is read as a whole after each write: " + mirror.progress.reason) +
-                "\n";
+            lines += "  " + visible(mirror.disk + " is not tracked: " + mirror.progress.reason) + "\n";
     }
     return lines;
 }

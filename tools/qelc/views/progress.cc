@@ -47,6 +47,7 @@ progress_view progress_of(const mirror_pair &guids, bool is_level)
         read_distance(*told, progress);
         return progress;
     }
+    progress.is_level = true;
     progress.bytes_behind = 0;
     progress.level_ago = 0;
     return progress;
@@ -63,7 +64,7 @@ std::string level_text(const progress_view &progress)
 {
     if (!progress.level_ago)
         return "-";
-    return *progress.level_ago == 0 ? "now" : time_text(*progress.level_ago) + " ago";
+    return progress.is_level ? "now" : time_text(*progress.level_ago) + " ago";
 }
 
 std::string progress_text(const progress_view &progress)

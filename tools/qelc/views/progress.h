@@ -9,6 +9,7 @@
 
 // Null is what nobody tells: another host, another mirror library, or none that runs.
 struct progress_view {
+    bool is_level = false;
     std::optional<uint64_t> rate;         // of a copy, in bytes per second
     std::optional<uint64_t> seconds_left; // of a copy
     std::optional<uint64_t> bytes_behind;
@@ -21,7 +22,7 @@ struct progress_view {
 // The answers come from the daemon of this host. Set once, before the first of them is shown.
 extern bool is_daemon_local;
 
-// IS_LEVEL: the daemon has just said so, which is newer than what is read here.
+// IS_LEVEL: so the daemon has just said, which is newer than what is read here.
 progress_view progress_of(const mirror_pair &guids, bool is_level);
 
 // Null if writes are not tracked. A part of a page counts as one.
