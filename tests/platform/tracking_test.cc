@@ -1,5 +1,6 @@
 // Mirrors whose source is tracked by the kernel: what is read, and when they may not be called level.
 #include "platform/linux/state/mirror_hold.h"
+#include "platform/linux/state/progress.h"
 #include "platform/linux/tracking/program.h"
 #include "platform/linux/tracking/write_tracker.h"
 #include "tests/platform/host.h"
@@ -7,6 +8,7 @@
 #include "tests/support/eventually.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -205,6 +207,47 @@ TEST_F(TrackedMirror, IsComparedWhenTheMarksMaySayTooLittle)
         EXPECT_NO_FATAL_FAILURE(expect_equal_when_level()) << row.line;
         EXPECT_NE(engine->ask("log").find(row.line), std::string::npos) << row.line;
     }
+}
+
+// For as long as one process runs the mirror; what the next one takes over is when it was level.
+TEST_F(TrackedMirror, TellsEverybodyHowFarItIs)
+{
+    const std::string file = "/run/twinvault/" + A;
+    const auto told = [] { return read_progress(A).value_or(mirror_progress{}); };
+    const auto inode = [&] {
+        struct stat facts {};
+        return stat(file.c_str(), &facts) == 0 && (facts.st_mode & 0777) == 0644 ? facts.st_ino : 0;
+    };
+    ASSERT_TRUE(eventually([&] { return told().is_level && told().tracked == tracked_writes::yes; }));
+    EXPECT_EQ(bytes_behind(told()), 0U);
+    const auto at_rest = inode();
+    std::this_thread::sleep_for(2500ms);
+    EXPECT_EQ(inode(), at_rest) << "nothing has changed";
+
+    const uint64_t rested_at = told().level_at;
+    write_file(FOLDER + "throttle", "1000\n");
+    {
+        unique_fd hold; // so that one pass has all of it
+        ASSERT_TRUE(eventually([&] { return (hold = try_hold_mirrors({B})).is_open(); }));
+        for (size_t page = 1; page <= 20; page++)
+            source->write(page * MIB, "far apart");
+    }
+    const uint64_t written_at = seconds_since_boot();
+    ASSERT_TRUE(eventually([&] { return told().rate > 0; }));
+    const mirror_progress busy = told();
+    EXPECT_GT(busy.pages_behind, 1U);
+    EXPECT_EQ(bytes_behind(busy), busy.pages_behind * 4096);
+    EXPECT_TRUE(busy.level_at > rested_at && busy.level_at <= written_at)
+        << rested_at << " " << busy.level_at << " " << written_at;
+    engine->kill();
+    EXPECT_FALSE(read_progress(A)) << "its process is gone";
+    engine.emplace().ask("stat");
+    ASSERT_TRUE(eventually([&] { return read_progress(A).has_value(); }));
+    EXPECT_EQ(told().level_at, busy.level_at);
+    fs::remove(FOLDER + "throttle");
+    ASSERT_TRUE(eventually([&] { return told().is_level; }));
+    EXPECT_EQ(engine->ask("unprotect " + A), "0");
+    EXPECT_FALSE(fs::exists(file));
 }
 
 TEST(TrackingPage, IsAsLargeAsTheMemoryForTheMarksDemands)

@@ -72,7 +72,7 @@ uint64_t progress_report::rate_at(clock::time_point now, uint64_t position)
     if (samples_.empty() || position > samples_.back().position)
         samples_.push_back({now, position});
     if (samples_.size() > most_samples)
-        samples_.pop_front();
+        samples_.erase(samples_.begin());
     const std::chrono::duration<double> time = now - samples_.front().time;
     const auto bytes = static_cast<double>(position - samples_.front().position);
     return time > 0s ? static_cast<uint64_t>(bytes / time.count()) : 0;

@@ -5,11 +5,11 @@
 #include "platform/linux/state/progress.h"
 
 #include <chrono>
-#include <deque>
 #include <optional>
 #include <string>
+#include <vector>
 
-class progress_report {
+class progress_report { // takes no memory until it is used
 public:
     // A pass has come to POSITION, in bytes, or, without one, none runs. Positions of one pass ascend. WHY:
     // the writes are not tracked. Writes at most once a second, and at once when a mirror that was level for
@@ -31,6 +31,6 @@ private:
     bool has_begun_ = false;
     mirror_progress shown_;          // what the file holds
     write_mark former_mark_;         // of the source at the last look
-    std::deque<sample> samples_;     // of the pass that runs, over its last seconds
+    std::vector<sample> samples_;    // of the pass that runs, over its last seconds
     clock::time_point next_write_{}; // not before
 };

@@ -90,7 +90,7 @@ std::string announcement(const std::string &src_guid, const write_tracker *track
 void settle_tracking(mirror &one, mirror_ends &ends)
 {
     tracking_choice &choice = ends.tracking;
-    if (std::exchange(choice.is_settled, true) && steady_clock::now() < choice.retry)
+    if (choice.is_settled && steady_clock::now() < choice.retry)
         return;
     choice.retry = steady_clock::time_point::max();
     choice.mismatches = 0;
@@ -111,6 +111,7 @@ void settle_tracking(mirror &one, mirror_ends &ends)
         check_mirror(*tracker, record, ends);
     choice.why = tracker ? "" : why;
     log_at(tracker ? LOG_INFO : LOG_WARNING, "%s", announcement(record.src_guid, tracker.get(), why).c_str());
+    choice.is_settled = true; // not before: memory may run out on the way
     const std::lock_guard held(one.lock);
     one.tracker = std::move(tracker);
 }

@@ -141,6 +141,8 @@ uint64_t bytes_behind(const mirror_progress &one)
     if (one.is_level)
         return 0;
     const uint64_t not_copied = one.size - one.copied;
-    const uint64_t most_pages = one.page_size == 0 ? 0 : one.copied / one.page_size + 1;
-    return std::min(one.size, not_copied + std::min(one.pages_behind, most_pages) * one.page_size);
+    if (one.page_size == 0)
+        return not_copied;
+    const bool are_all = one.pages_behind > one.copied / one.page_size; // the last page may not be whole
+    return not_copied + (are_all ? one.copied : one.pages_behind * one.page_size);
 }
