@@ -28,7 +28,8 @@ void read_as_progress(const std::string &text)
 {
     mkdir("/run/twinvault", 0755);
     auto fields = decode_record("twinvault", "progress", text);
-    const std::string guid = fields ? fields->front().second.substr(0, 60) : "x";
+    const std::string found = fields ? fields->front().second.substr(0, 60) : "";
+    const std::string guid = found.empty() ? "x" : found;
     if (fields && fields->size() > 2)
         (*fields)[2].second = read_attribute("/proc/sys/kernel/random/boot_id").value_or("");
     put_file("/run/twinvault/" + escaped(guid, plain_in_file_names),

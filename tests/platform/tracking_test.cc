@@ -207,6 +207,7 @@ TEST_F(TrackedMirror, IsComparedWhenTheMarksMaySayTooLittle)
         EXPECT_NO_FATAL_FAILURE(expect_equal_when_level()) << row.line;
         EXPECT_NE(engine->ask("log").find(row.line), std::string::npos) << row.line;
     }
+    fs::remove("/etc/kavtessaron/embedded.conf");
 }
 
 // For as long as one process runs the mirror; what the next one takes over is when it was level.
