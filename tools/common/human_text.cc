@@ -18,11 +18,11 @@ std::string size_text(uint64_t bytes)
 std::string time_text(uint64_t seconds)
 {
     constexpr struct {
-        uint64_t seconds;
+        uint32_t seconds;
         const char *name;
     } units[] = {{24 * 60 * 60, " d"}, {60 * 60, " h"}, {60, " min"}};
     for (const auto &unit : units) {
-        if (seconds >= 2 * unit.seconds)
+        if (seconds / unit.seconds >= 2)
             return std::to_string(seconds / unit.seconds) + unit.name;
     }
     return std::to_string(seconds) + " s";
