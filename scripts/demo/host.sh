@@ -18,6 +18,8 @@ source "$here/adoption.sh"
 source "$here/mirrors.sh"
 # shellcheck source=scripts/demo/snapshots.sh
 source "$here/snapshots.sh"
+# shellcheck source=scripts/demo/writer.sh
+source "$here/writer.sh"
 # shellcheck source=scripts/demo/release.sh
 source "$here/release.sh"
 # shellcheck source=scripts/demo/compare.sh
@@ -45,6 +47,7 @@ obey_signals() {
 trap finish EXIT
 obey_signals
 
+mount -t bpf bpf /sys/fs/bpf || true # without it, writes are not tracked
 make_manager_network
 busybox syslogd -n -O "$log" &
 disown
@@ -57,6 +60,7 @@ show_adoption
 show_protection
 show_first_copy_with_a_crash
 show_snapshot
+show_busy_writer
 show_release
 show_stop
 show_comparison

@@ -14,19 +14,10 @@ is_mirror() {
     limited qelc --json mirrors | grep -q "\"state\":\"$1\""
 }
 
-# The table without the columns of the two GUIDs.
-show_mirrors() {
-    local header guids state
-    header=$(limited qelc mirrors | head -n 1)
-    guids=${header%%Source*}
-    state=${header%%State*}
-    show_line limited "qelc mirrors | cut -c -${#guids},$((${#state} + 1))-"
-}
-
 show_protection() {
     title "The manager protects the disk; the blank one becomes its mirror"
     show_manager qelc --host "$host_address:9410" protect "$data_guid=$blank_guid"
-    show_mirrors
+    show qelc mirrors
     prove "The disk is protected; nothing is copied yet." is_mirror "not synchronised"
 }
 
@@ -61,7 +52,7 @@ show_first_copy_with_a_crash() {
     throttle_to 8000000
     show_manager qelc --host "$host_address:9410" resync "$data_guid"
     wait_until 30 is_saved_beyond 12000000
-    show_mirrors
+    show qelc mirrors
     kill_working_process
     saved=$(saved_position)
     title "The supervisor starts a new process; the copy goes on from byte $saved"

@@ -26,14 +26,14 @@ show_snapshot() {
     install_hook
     show cat /etc/kavtessaron/mark.d/copy
     title "A write to the disk; copying is slow, so the mirror stays behind"
-    throttle_to 1000000
+    throttle_to 1000
     write_note first
     prove "The mirror is behind as soon as the disk has been written to." is_mirror recovering
     show_refused "a disk is not synchronised yet" limited qelc snapshot --disk "$data_guid"
     title "Copying is fast again; the mirror catches up"
     throttle_to 100000000
     wait_until 30 is_mirror synchronised
-    show_mirrors
+    show qelc mirrors
     show qelc snapshot --disk "$data_guid"
     show cat "$journal"
     prove "The snapshot is in the journal, and the hook has kept the mirror." is_kept

@@ -72,6 +72,26 @@ level_and_equal "with space again, started again"
 check "protection is possible" as_manager protect "${guid[second]}=${guid[second-mirror]}"
 check "and its end" as_manager unprotect "${guid[second]}"
 
+step "how far a mirror is"
+check_within 10 "why it is not tracked" told disk '"tracked":false,"untracked_reason":"no BPF file system'
+mount -t bpf bpf /sys/fs/bpf
+kill_worker
+check_within 40 "level" told_level disk
+check_within 20 "whether it is tracked" told disk '"tracked":[tf]'
+if told disk '"tracked":true'; then
+    echo 4096 >"$state/throttle"
+    for _ in {1..40}; do
+        write_page disk
+    done
+    check_within 20 "pages behind, and for how long" told disk \
+        '"pages_behind":[1-9][0-9]*,"page_size":4096,"level_ago":[1-9][0-9]*,"tracked":true,'
+    echo 99999999 >"$state/throttle"
+    check_within 20 "none behind" told disk '"pages_behind":0,"page_size":4096,"level_ago":0,"tracked":true,'
+fi
+umount /sys/fs/bpf
+kill_worker
+check_within 40 "level without tracking" told_level disk
+
 step "no space under the agent's journal"
 check "a snapshot" as_manager snapshot --disk "${guid[disk]}"
 # The next line begins in the last block and does not fit there.

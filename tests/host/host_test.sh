@@ -167,9 +167,14 @@ position() {
     sed -n 's/^position //p' "$(record "$1")"
 }
 
+# told NAME PATTERN: of the mirror of this disk, by the daemon and the files beside it.
+told() {
+    qelc --json mirrors | grep -o "\"source\":\"${guid[$1]}\"[^[]*" | grep -- "$2"
+}
+
 # told_level NAME: the mirror of this disk is level, as the manager is told.
 told_level() {
-    as_manager mirrors | grep -F -- "${guid[$1]}" | grep -q 'synchronised *100 %'
+    as_manager --json mirrors | grep -q "\"source\":\"${guid[$1]}\"[^[]*\"synchronised\",\"percent\":100,"
 }
 
 is_level() {

@@ -47,9 +47,9 @@ disk_reported() {
 # mirror_is STATE [PERCENT]: in the report, and so far at least.
 mirror_is() {
     local page
-    page=$(qelc mirrors)
+    page=$(qelc --json mirrors)
     echo "$page"
-    [[ $page =~ $disk_guid\ +$mirror_guid\ +$1\ +([0-9]+)\ % ]] && ((BASH_REMATCH[1] >= ${2:-0}))
+    [[ $page =~ \"$disk_guid\",\"mirror\":\"$mirror_guid\",\"state\":\"$1\",\"percent\":([0-9]+), ]] && ((BASH_REMATCH[1] >= ${2:-0}))
 }
 
 # recorded FIELD: of the relationship.

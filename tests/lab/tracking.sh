@@ -31,7 +31,7 @@ equal() {
 }
 
 mirror_is() {
-    qelc mirrors | tee /dev/stderr | grep -q "$disk_guid.* $1"
+    qelc --json mirrors | tee /dev/stderr | grep -q "$disk_guid.*\"state\":\"$1\""
 }
 
 compared_as_a_whole() {
@@ -44,7 +44,7 @@ follows() {
     shift
     found=$("$@" 2>&1) || fail "$what: $*: $found"
     sync
-    check_within 60 "$what: level" mirror_is 'synchronised *100 %'
+    check_within 60 "$what: level" mirror_is synchronised
     check "$what: equal" equal
 }
 
@@ -90,7 +90,7 @@ kill_worker() {
 protect() {
     check "protect" qelc --host 127.0.0.1:9410 protect "$disk_guid=$mirror_guid"
     check "resync" qelc --host 127.0.0.1:9410 resync "$disk_guid"
-    check_within 60 "a level mirror" mirror_is 'synchronised *100 %'
+    check_within 60 "a level mirror" mirror_is synchronised
 }
 
 modprobe -a loop sd_mod dm_mod

@@ -1,5 +1,6 @@
 // Mirrors whose source is tracked by the kernel: what is read, and when they may not be called level.
 #include "platform/linux/state/mirror_hold.h"
+#include "platform/linux/state/progress.h"
 #include "platform/linux/tracking/program.h"
 #include "platform/linux/tracking/write_tracker.h"
 #include "tests/platform/host.h"
@@ -7,6 +8,7 @@
 #include "tests/support/eventually.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -137,8 +139,8 @@ TEST_F(TrackedMirror, IsComparedWhenTheMarksMaySayTooLittle)
     const uint64_t place = 21 * MIB;
     // As if the kernel had not passed the write on to the tracker, or only its beginning.
     const auto lose_an_event = [&](bool is_under_way) {
-        const unique_fd hold = try_hold_mirrors({B});
-        ASSERT_TRUE(hold.is_open());
+        unique_fd hold; // the pass that made it level may have it for a moment
+        ASSERT_TRUE(eventually([&] { return (hold = try_hold_mirrors({B})).is_open(); }));
         source->write(place, std::string(4096, 'e'));
         const fs::path folder = fs::directory_iterator("/sys/fs/bpf/qelcd")->path();
         const auto maps = open_program(folder, (SIZE / 4096 + 1 + 63) / 64, 1);
@@ -207,6 +209,13 @@ TEST_F(TrackedMirror, IsComparedWhenTheMarksMaySayTooLittle)
              EXPECT_TRUE(engine->reaches("Down Up"));
              run("echo 1 >" + iostats);
          }},
+        {"are tracked in pages of 65536 bytes",
+         [&] {
+             engine->kill();
+             write_file("/etc/kavtessaron/embedded.conf", "tracking_page = 64K\n");
+             source->write(place, "in marks of another size");
+             engine.emplace().ask("stat");
+         }},
     };
     for (const auto &row : rows) {
         engine->ask("log");
@@ -216,6 +225,48 @@ TEST_F(TrackedMirror, IsComparedWhenTheMarksMaySayTooLittle)
         EXPECT_NE(log.find(row.line), std::string::npos) << row.line << log;
         EXPECT_TRUE(row.is_compared || log.find("as a whole") == std::string::npos) << log;
     }
+    fs::remove("/etc/kavtessaron/embedded.conf");
+}
+
+// For as long as one process runs the mirror; what the next one takes over is when it was level.
+TEST_F(TrackedMirror, TellsEverybodyHowFarItIs)
+{
+    const std::string file = "/run/twinvault/" + A;
+    const auto told = [] { return read_progress(A).value_or(mirror_progress{}); };
+    const auto inode = [&] {
+        struct stat facts {};
+        return stat(file.c_str(), &facts) == 0 && (facts.st_mode & 0777) == 0644 ? facts.st_ino : 0;
+    };
+    ASSERT_TRUE(eventually([&] { return told().is_level && told().tracked == tracked_writes::yes; }));
+    EXPECT_EQ(bytes_behind(told()), 0U);
+    const auto at_rest = inode();
+    std::this_thread::sleep_for(2500ms);
+    EXPECT_EQ(inode(), at_rest) << "nothing has changed";
+
+    const uint64_t rested_at = told().level_at;
+    write_file(FOLDER + "throttle", "1000\n");
+    {
+        unique_fd hold; // so that one pass has all of it
+        ASSERT_TRUE(eventually([&] { return (hold = try_hold_mirrors({B})).is_open(); }));
+        for (size_t page = 1; page <= 20; page++)
+            source->write(page * MIB, "far apart");
+    }
+    const uint64_t written_at = seconds_since_boot();
+    ASSERT_TRUE(eventually([&] { return told().rate > 0; }));
+    const mirror_progress busy = told();
+    EXPECT_GT(busy.pages_behind, 1U);
+    EXPECT_EQ(bytes_behind(busy), busy.pages_behind * 4096);
+    EXPECT_TRUE(busy.level_at > rested_at && busy.level_at <= written_at)
+        << rested_at << " " << busy.level_at << " " << written_at;
+    engine->kill();
+    EXPECT_FALSE(read_progress(A)) << "its process is gone";
+    engine.emplace().ask("stat");
+    ASSERT_TRUE(eventually([&] { return read_progress(A).has_value(); }));
+    EXPECT_EQ(told().level_at, busy.level_at);
+    fs::remove(FOLDER + "throttle");
+    ASSERT_TRUE(eventually([&] { return told().is_level; }));
+    EXPECT_EQ(engine->ask("unprotect " + A), "0");
+    EXPECT_FALSE(fs::exists(file));
 }
 
 // Places at which a sector does not fit into 32 bits, nor a page's number into a page of marks.
@@ -228,7 +279,8 @@ TEST_F(Mirror, IsTrackedAtTheEndOfAVeryLargeDisk)
     constexpr uint64_t page = 131072;
     const test_disk large(size, 0xc);
     std::string why;
-    const auto tracker = write_tracker::open("large", large.device->name(), size, memory, &why);
+    const auto tracker =
+        write_tracker::open("large", large.device->name(), size, tracking_page(size, memory), &why);
     ASSERT_TRUE(tracker) << why;
     EXPECT_EQ(tracker->page_size(), page);
     for (const uint64_t place : {2 * terabyte, 17 * terabyte, size - 4096}) {

@@ -1,4 +1,5 @@
 // The command-line tools against the shipped daemon and against each other.
+#include "platform/linux/state/progress.h"
 #include "tests/system/adopted_test.h"
 
 #include <sys/wait.h>
@@ -182,6 +183,9 @@ TEST_F(mirror_tools, GroupsSchedulesAndMirrorsAreShownToPersonsAndPrograms)
     start(group_element("g", far_future, far_future, 90, {"L1", "L3"}) + group_element("h", 0, 0, 0, {}),
           schedule_element(2, far_future, far_future, 7200));
     const std::string success = R"({"status":0,"meaning":"success")";
+    const std::string unknown =
+        R"("rate":null,"seconds_left":null,"bytes_behind":null,"pages_behind":null,"page_size":null,)"
+        R"("level_ago":null,"tracked":null,"untracked_reason":null,)";
     const struct {
         std::string arguments;
         int status;
@@ -206,9 +210,11 @@ TEST_F(mirror_tools, GroupsSchedulesAndMirrorsAreShownToPersonsAndPrograms)
                    "\n"},
         {"mirrors --json", 0,
          success +
-             R"(,"mirrors":[{"disk":"sda1","source":"L1","mirror":"M1","state":"synchronising","percent":45,)"
+             R"(,"mirrors":[{"disk":"sda1","source":"L1","mirror":"M1","state":"synchronising","percent":45,)" +
+             unknown +
              R"("schedules":[{"start":4102444800,"every":90,"next":4102444800,"group":"g"}]},)"
-             R"({"disk":"sda2","source":"L2","mirror":"M2","state":"synchronised","percent":100,)"
+             R"({"disk":"sda2","source":"L2","mirror":"M2","state":"synchronised","percent":100,)" +
+             unknown +
              R"("schedules":[{"start":4102444800,"every":7200,"next":4102444800,"group":null}]}]})"
              "\n"},
         {"schedule delete --disk L2 --json", 0, success + "}\n"},
@@ -248,14 +254,31 @@ TEST_F(mirror_tools, MirrorsAreShownInATable)
                          mirror(4, "Sync On", 7, "Down")});
     start(group_element("g", far_future, far_future, 90, {"L1", "L3"}),
           schedule_element(1, far_future, far_future, 7200) + schedule_element(2, past, past, 86400));
+    constexpr uint64_t mib = 1 << 20, size = 100 * mib;
+    write_progress({"L1", "M1", size, size, 5, 9, 4096, false, 7, tracked_writes::yes, ""}); // not so new
+    write_progress({"L2", "M2", size, 45 * mib, 2 * mib, 3, 4096, false, 0, tracked_writes::yes, ""});
+    write_progress({"L3", "M3", size, 0, 0, 0, 4096, false, 7, tracked_writes::yes, ""});
+    output_of("sed -i 's/^process .*/process 1 1/' /run/twinvault/L3"); // it has ended
+    write_progress({"L4", "M4", size, 0, 0, 0, 0, false, seconds_since_boot() - 200, tracked_writes::no,
+                    "a \x1b[31m reason"});
     const std::string next = "$(date -ud @" + std::to_string(past + 86400) + " '+%F %T')";
     EXPECT_EQ(run("TZ=UTC $BIN/qelc mirrors | sed \"s/" + next + "/PAST AND A DAY/\"").second,
-              R"(  Disk  Source  Mirror  State             Done   Next snapshot        Every  Group
-  sda1  L1      M1      synchronised      100 %  2100-01-01 00:00:00  2 h
-                                                 2100-01-01 00:00:00  90 s   g
-  sda2  L2      M2      synchronising     45 %   PAST AND A DAY  1 d
-  sda3  L3      M3      not synchronised  0 %    2100-01-01 00:00:00  90 s   g
-  sda4  L4      M4      mirror down       7 %
+              R"(  Disk  State             Done   Rate       Left  Behind   Level      Tracked
+  sda1  synchronised      100 %  -          -     0 B      now        yes
+  sda2  synchronising     45 %   2.0 MiB/s  28 s  55 MiB   -          yes
+  sda3  not synchronised  0 %    -          -     -        -          -
+  sda4  mirror down       7 %    -          -     100 MiB  3 min ago  no
+  sda4 is not tracked: a ?[31m reason
+
+  Disk  Source, then mirror  Next snapshot        Every  Group
+  sda1  L1                   2100-01-01 00:00:00  2 h
+        M1                   2100-01-01 00:00:00  90 s   g
+  sda2  L2                   PAST AND A DAY  1 d
+        M2
+  sda3  L3                   2100-01-01 00:00:00  90 s   g
+        M3
+  sda4  L4
+        M4
 )");
 }
 
@@ -265,10 +288,10 @@ TEST_F(mirror_tools, WatchFollowsSynchronisationsUntilNoneRuns)
         std::vector<scripted_relationship> mirrors;
         std::string lines, drawn;
     } steps[] = {
-        {{mirror(1, "Sync On", 10), mirror(3, "UnSync", 0)}, "sda1 synchronising 10 %\n", "  sda1  [###..."},
+        {{mirror(1, "Sync On", 10), mirror(3, "UnSync", 0)}, "sda1 synchronising 10 %\n", "  sda1  [##..."},
         {{mirror(1, "Sync Finished", 100), mirror(2, "Recovery On", 5)},
          "sda1 synchronised 100 %\nsda2 recovering 5 %\n",
-         "\033[1A\r  sda1  [##############################]  100 %  synchronised\033[K\r\n\r  sda2  [#...."},
+         "\033[1A\r  sda1  [####################]  100 %  synchronised\033[K\r\n\r  sda2  [#..."},
         {{mirror(1, "Sync Finished", 100)}, "sda2 no longer a mirror 5 %\nended 0\n", "\033[2A\r  sda1"},
     };
     world.relationships(steps[0].mirrors);

@@ -1,6 +1,7 @@
 #include "tools/common/disks.h"
 
 #include "base/number.h"
+#include "tools/common/human_text.h"
 #include "tools/common/report_view.h"
 #include "tools/common/text_table.h"
 
@@ -8,18 +9,6 @@ namespace {
 uint64_t number_of(const xmlNode *node, const char *attribute)
 {
     return scan_unsigned(report_value(node, attribute).c_str());
-}
-
-std::string human_size(uint64_t bytes)
-{
-    constexpr const char *units[] = {"B", "KiB", "MiB", "GiB", "TiB", "PiB"};
-    auto size = static_cast<double>(bytes);
-    size_t unit = 0;
-    for (; size >= 1024 && unit + 1 < std::size(units); ++unit)
-        size /= 1024;
-    char text[32];
-    snprintf(text, sizeof text, size < 10 && unit > 0 ? "%.1f %s" : "%.0f %s", size, units[unit]);
-    return text;
 }
 
 std::string partition_table(const std::string &type)
@@ -66,11 +55,11 @@ std::string disks_table(const std::vector<disk_view> &disks)
 {
     text_table rows{{"Disk", "Size", "Table", "GUID", "FS", "Used", "System", "Vendor"}};
     for (const disk_view &disk : disks) {
-        rows.push_back({disk.name, human_size(disk.size), disk.table.empty() ? "-" : disk.table, disk.guid,
-                        "", "", disk.is_system ? "yes" : "", disk.vendor});
+        rows.push_back({disk.name, size_text(disk.size), disk.table.empty() ? "-" : disk.table, disk.guid, "",
+                        "", disk.is_system ? "yes" : "", disk.vendor});
         for (const partition_view &part : disk.partitions)
-            rows.push_back({"  " + part.name, human_size(part.size), "", part.guid, part.file_system,
-                            human_size(part.used)});
+            rows.push_back({"  " + part.name, size_text(part.size), "", part.guid, part.file_system,
+                            size_text(part.used)});
     }
     return align(rows);
 }

@@ -5,6 +5,7 @@
 #include "tools/qelc/command_line.h"
 #include "tools/qelc/password.h"
 #include "tools/qelc/views/mirror_watch.h"
+#include "tools/qelc/views/progress.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -94,6 +95,7 @@ int run(const options &wanted)
         fputs(body.value_or("").c_str(), stdout);
         return exit_ok;
     }
+    is_daemon_local = wanted.peer.host.empty();
     if (wanted.for_verb.watch)
         return watch_mirrors(wanted.peer, *wanted.for_verb.watch);
 

@@ -177,8 +177,6 @@ bool make_whole_pass(copying &work)
     if (!run(work, work.job))
         return false;
     settle(work);
-    if (!work.tracker && is_level(work))
-        work.ends.dest.samples.remember(work.job.mirror, true);
     return true;
 }
 
@@ -196,6 +194,8 @@ bool copy_what_is_due(mirror &one, mirror_ends &ends)
     work.hold.reset();
     if (is_followed(work))
         return follow_writes(work);
+    if (!work.tracker && is_level(work))
+        work.ends.dest.samples.remember(work.job.mirror, true);
     serve_who_waits(work);
     return false;
 }

@@ -79,6 +79,7 @@ bool is_done(copying &work, const copy_result &result)
 bool wait_for_turn(copying &work, uint64_t position)
 {
     for (;;) {
+        work.ends.progress.note(work.one, work.ends.tracking.why, position);
         const auto pause = work.limit.pause(position, steady_clock::now());
         std::unique_lock held(work.one.lock);
         if (!is_in_force(work))

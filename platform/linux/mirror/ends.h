@@ -5,6 +5,7 @@
 #include "platform/linux/mirror/locate_disk.h"
 #include "platform/linux/mirror/mirror.h"
 #include "platform/linux/mirror/page_samples.h"
+#include "platform/linux/mirror/progress.h"
 
 #include <chrono>
 
@@ -28,6 +29,7 @@ struct tracking_choice {
     std::chrono::steady_clock::time_point retry = std::chrono::steady_clock::time_point::max();
     std::optional<std::chrono::steady_clock::time_point> doubt_since; // the books have not balanced
     unsigned doubts = 0;     // looks that found so, one after the other
+    std::string why;         // it is not tracked; "" if it is
     unsigned mismatches = 0; // of the tracked and the counted sectors, since RETRY last passed
 };
 
@@ -35,6 +37,7 @@ struct mirror_ends {
     mirror_end source;
     mirror_end dest;
     tracking_choice tracking;
+    progress_report progress;
 };
 
 // Checks that both disks are still there, alone with their GUID and counted, searches for a missing one, and

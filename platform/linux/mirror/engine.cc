@@ -6,6 +6,7 @@
 #include "platform/linux/mirror/rules.h"
 #include "platform/linux/mirror/worker.h"
 #include "platform/linux/state/lock.h"
+#include "platform/linux/state/progress.h"
 
 #include <cerrno>
 #include <cstring>
@@ -237,6 +238,7 @@ bool unprotect_disk(const std::string &src_guid)
     const std::lock_guard held(all.lock);
     bool is_forgotten = false;
     end_at_exception("The removal of a mirror", [&] {
+        remove_progress(src_guid);
         remove_tracker(
             src_guid); // first: a relationship without tracker can be kept, not the other way round
         is_forgotten = forget_samples(src_guid) && forget_mirror(one->record);

@@ -2,6 +2,7 @@
 
 #include "platform/linux/host/sysfs.h"
 #include "platform/linux/mirror/tracking.h"
+#include "platform/linux/state/progress.h"
 
 namespace {
 
@@ -95,6 +96,7 @@ void level_proof::note_level(uint64_t source_sectors, uint64_t dest_sectors)
     record.mark = {boot_id(), work_.ends.source.disk->sequence, source_sectors};
     record.dest_mark = {boot_id(), work_.ends.dest.disk->sequence, dest_sectors};
     work_.one.copied = record.size;
+    work_.one.level_at = seconds_since_boot();
     if (former.state != record.state)
         work_.one.is_unsaved = !save_mirror(record);
     else if (record != former)

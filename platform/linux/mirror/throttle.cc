@@ -4,8 +4,10 @@
 #include "platform/linux/host/text.h"
 #include "platform/linux/host/weak_log.h"
 #include "platform/linux/mirror/record.h"
+#include "platform/linux/state/settings.h"
 
 #include <algorithm>
+#include <atomic>
 
 namespace {
 
@@ -13,25 +15,32 @@ using namespace std::chrono_literals;
 
 constexpr std::chrono::milliseconds longest_pause = 200ms;
 
-} // namespace
-
-void throttle::read_rate()
+// For a host without the setting: decimal text in a file beside the mirrors. Any copy may look at it.
+uint64_t rate_of_old_file()
 {
+    static std::atomic<bool> has_complained = false;
     const std::string path = std::string(twinvault.path) + "/throttle";
     const auto text = read_attribute(path);
     const auto rate = text ? parse_number(*text) : 0;
-    if (!rate && !has_complained_)
+    if (!has_complained.exchange(!rate) && !rate)
         log_warning("%s holds no number of bytes per second; mirrors are copied without a limit",
                     path.c_str());
-    has_complained_ = !rate;
-    rate_ = rate.value_or(0);
+    return rate.value_or(0);
 }
+
+uint64_t read_rate()
+{
+    const auto rate = read_settings().throttle;
+    return rate ? *rate : rate_of_old_file();
+}
+
+} // namespace
 
 std::chrono::milliseconds throttle::pause(uint64_t position, clock::time_point now)
 {
     if (now >= next_read_) {
         const uint64_t former = rate_;
-        read_rate();
+        rate_ = read_rate();
         next_read_ = now + 1s;
         if (rate_ != former) {
             start_ = position;

@@ -1,5 +1,5 @@
-// Limits how fast mirrors are copied: bytes per second, as decimal text in /var/lib/twinvault/throttle. No
-// file, or 0, means no limit.
+// Limits how fast mirrors are copied, as the settings say, or else decimal text in
+// /var/lib/twinvault/throttle: bytes per second. Neither, or 0, means no limit.
 #pragma once
 
 #include <chrono>
@@ -10,15 +10,12 @@ class throttle {
 public:
     using clock = std::chrono::steady_clock;
 
-    // How long to wait before going on at POSITION; 0: do not wait. The file is read once a second.
+    // How long to wait before going on at POSITION; 0: do not wait. The limit is read once a second.
     std::chrono::milliseconds pause(uint64_t position, clock::time_point now);
 
 private:
-    void read_rate();
-
     uint64_t rate_ = 0;
     uint64_t start_ = 0; // position and time from which the rate counts
     clock::time_point since_{};
     clock::time_point next_read_{};
-    bool has_complained_ = false;
 };

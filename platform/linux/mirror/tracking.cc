@@ -1,6 +1,7 @@
 #include "platform/linux/mirror/tracking.h"
 
 #include "platform/linux/host/weak_log.h"
+#include "platform/linux/state/settings.h"
 
 #include <algorithm>
 #include <cstring>
@@ -11,7 +12,6 @@ namespace {
 using namespace std::chrono_literals;
 using steady_clock = std::chrono::steady_clock;
 
-constexpr uint64_t memory_for_marks = uint64_t{64} << 20; // bytes per disk
 constexpr unsigned most_mismatches = 3;
 constexpr auto pause_after_mismatches = 10min;
 
@@ -90,7 +90,7 @@ std::string announcement(const std::string &src_guid, const write_tracker *track
 void settle_tracking(mirror &one, mirror_ends &ends)
 {
     tracking_choice &choice = ends.tracking;
-    if (std::exchange(choice.is_settled, true) && steady_clock::now() < choice.retry)
+    if (choice.is_settled && steady_clock::now() < choice.retry)
         return;
     choice.retry = steady_clock::time_point::max();
     choice.mismatches = 0;
@@ -98,16 +98,20 @@ void settle_tracking(mirror &one, mirror_ends &ends)
         const std::lock_guard held(one.lock);
         return one.record;
     }();
+    const embedded_settings wanted = read_settings();
+    const uint64_t page = std::max(wanted.tracking_page, tracking_page(record.size, wanted.tracking_memory));
     std::string why;
     std::shared_ptr<write_tracker> tracker =
-        write_tracker::open(record.src_guid, ends.source.disk->name, record.size, memory_for_marks, &why);
+        write_tracker::open(record.src_guid, ends.source.disk->name, record.size, page, &why);
     if (tracker && tracker->is_new()) {
         start_facts(*tracker, record, ends);
         tracker->keep();
     }
     if (tracker)
         check_mirror(*tracker, record, ends);
+    choice.why = tracker ? "" : why;
     log_at(tracker ? LOG_INFO : LOG_WARNING, "%s", announcement(record.src_guid, tracker.get(), why).c_str());
+    choice.is_settled = true; // not before: memory may run out on the way
     const std::lock_guard held(one.lock);
     one.tracker = std::move(tracker);
 }
@@ -162,6 +166,7 @@ void distrust_tracking(copying &work, const std::string &reason)
         return;
     log_warning("The writes to disk %s are not tracked for the next ten minutes", work.src_guid.c_str());
     choice.retry = steady_clock::now() + pause_after_mismatches;
+    choice.why = "the kernel passed over some of its writes; this is tried again ten minutes later";
     remove_tracker(work.src_guid);
     work.tracker = nullptr;
     const std::lock_guard held(work.one.lock);

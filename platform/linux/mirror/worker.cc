@@ -24,6 +24,14 @@ bool rest(mirror &one, unsigned *seen)
     return !one.leaving;
 }
 
+// True if it should be called again at once.
+bool make_turn(mirror &one, mirror_ends &ends)
+{
+    const bool goes_on = find_disks(one, ends) && copy_what_is_due(one, ends);
+    ends.progress.note(one, ends.tracking.why);
+    return goes_on;
+}
+
 void *work(void *argument)
 {
     mirror &one = *static_cast<mirror *>(argument);
@@ -32,7 +40,7 @@ void *work(void *argument)
     do {
         // A pass that ends early has saved how far it came; the next one goes on from there.
         end_at_exception("A pass of a mirror", [&] {
-            while (find_disks(one, ends) && copy_what_is_due(one, ends))
+            while (make_turn(one, ends))
                 ;
         });
     } while (rest(one, &seen));

@@ -71,11 +71,10 @@ uint64_t tracking_page(uint64_t disk_size, uint64_t memory)
 }
 
 std::unique_ptr<write_tracker> write_tracker::open(const std::string &key, const std::string &disk_name,
-                                                   uint64_t disk_size, uint64_t memory, std::string *why)
+                                                   uint64_t disk_size, uint64_t page, std::string *why)
 {
     const std::string folder = folder_of(key);
     const std::string device = read_attribute("/sys/block/" + disk_name + "/diskseq").value_or("");
-    const uint64_t page = tracking_page(disk_size, memory);
     const uint64_t words = words_of(disk_size, page);
     const auto numbers = parse_device_number(read_attribute("/sys/block/" + disk_name + "/dev").value_or(""));
     *why = objection_to(disk_name);
@@ -86,7 +85,7 @@ std::unique_ptr<write_tracker> write_tracker::open(const std::string &key, const
     const uint64_t queues = *queues_of(disk_name);
     if (auto maps = open_program(folder, words, queues)) {
         const auto *facts = maps->facts.values<tracker_facts>();
-        if (facts->version == program_version() && device == facts->source_device)
+        if (facts->version == program_version() && device == facts->source_device && facts->page == page)
             return std::unique_ptr<write_tracker>(
                 new write_tracker(std::move(*maps), disk_size, page, queues));
     }
@@ -100,6 +99,7 @@ std::unique_ptr<write_tracker> write_tracker::open(const std::string &key, const
     if (!maps)
         return nullptr;
     auto *facts = maps->facts.values<tracker_facts>();
+    facts->page = page;
     device.copy(facts->source_device, sizeof facts->source_device - 1);
     return std::unique_ptr<write_tracker>(new write_tracker(std::move(*maps), disk_size, page, queues));
 }

@@ -43,6 +43,7 @@ struct tracker_facts {
     uint64_t unseen = 0;      // sectors of requests whose end was missed, and that are under way no more
     char source_device[40]{}; // sequence numbers of the two devices, NUL-terminated
     char mirror_device[40]{};
+    uint64_t page = 0; // bytes: what a bit stands for
 };
 static_assert(sizeof(tracker_facts) <= facts_size);
 
@@ -53,10 +54,10 @@ struct page_run {
 
 class write_tracker {
 public:
-    // Goes on with the tracker that is pinned under KEY, if it is of that very device, else attaches a new
-    // one. MEMORY: how many bytes its bits may take. Null with the reason in WHY.
+    // Goes on with the tracker that is pinned under KEY, if it is of that very device with that page size (in
+    // bytes, a power of two of at least 4096), else attaches a new one. Null with the reason in WHY.
     static std::unique_ptr<write_tracker> open(const std::string &key, const std::string &disk_name,
-                                               uint64_t disk_size, uint64_t memory, std::string *why);
+                                               uint64_t disk_size, uint64_t page, std::string *why);
 
     // A new one has no facts, and does not outlive this process, until keep() is called.
     bool is_new() const { return facts().version == 0; }

@@ -44,6 +44,24 @@ json_object disk_object(const disk_view &disk)
     return object;
 }
 
+template <class value>
+json_object value_or_null(const std::optional<value> &known)
+{
+    return known ? json_object(*known) : json_object();
+}
+
+void set_progress(json_object &object, const progress_view &progress)
+{
+    object["rate"] = value_or_null(progress.rate);
+    object["seconds_left"] = value_or_null(progress.seconds_left);
+    object["bytes_behind"] = value_or_null(progress.bytes_behind);
+    object["pages_behind"] = value_or_null(pages_behind(progress));
+    object["page_size"] = value_or_null(progress.page_size);
+    object["level_ago"] = value_or_null(progress.level_ago);
+    object["tracked"] = value_or_null(progress.is_tracked);
+    object["untracked_reason"] = progress.reason.empty() ? json_object() : json_object(progress.reason);
+}
+
 json_object mirror_object(const mirror_view &mirror)
 {
     json_object schedules = json_object::array();
@@ -55,6 +73,7 @@ json_object mirror_object(const mirror_view &mirror)
     object["mirror"] = mirror.guids.mirror;
     object["state"] = mirror_state_text(mirror);
     object["percent"] = mirror.percent;
+    set_progress(object, mirror.progress);
     object["schedules"] = std::move(schedules);
     return object;
 }

@@ -7,7 +7,8 @@
 
 using json_object = nlohmann::ordered_json;
 
-// Each adds the content of an answer to OBJECT: sizes in bytes, times in seconds since the epoch, 0 for none.
+// Each adds the content of an answer to OBJECT: sizes in bytes, times in seconds since the epoch, 0 for none;
+// null for what is not known.
 // False if the answer has another form.
 bool disks_json(const char *report, json_object &object);
 bool mirrors_json(const char *report, json_object &object);

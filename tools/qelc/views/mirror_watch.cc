@@ -49,6 +49,13 @@ void follow(synchronisation_list &list, const mirror_list &mirrors)
     }
 }
 
+// Of one that runs; with SEPARATOR before it.
+std::string details(const synchronisation &one, const std::string &separator)
+{
+    const std::string text = one.runs() ? progress_text(one.mirror.progress) : "";
+    return text.empty() ? "" : separator + text;
+}
+
 // --- On a terminal -----------------------------------------------------------------------------------
 
 struct terminal_size {
@@ -66,7 +73,7 @@ terminal_size size_of_terminal()
 
 std::string bar_line(const synchronisation &one, size_t name_width)
 {
-    constexpr int width = 30;
+    constexpr int width = 20;
     const int percent = std::clamp(one.mirror.percent, 0, 100);
     const auto filled = static_cast<size_t>(percent * width / 100);
     char number[16];
@@ -74,7 +81,7 @@ std::string bar_line(const synchronisation &one, size_t name_width)
     std::string name = one.mirror.disk;
     name.resize(name_width, ' ');
     return "  " + name + "  [" + std::string(filled, '#') + std::string(width - filled, '.') + "]  " +
-           number + "  " + one.state();
+           number + "  " + one.state() + details(one, "  ");
 }
 
 // A wrapped line, or more lines than the terminal has, would spoil the next redraw.
@@ -128,8 +135,8 @@ void print_changes(const synchronisation_list &list, const synchronisation_list 
         if (i < before.size() && one.mirror.percent == before[i].mirror.percent &&
             one.state() == before[i].state())
             continue;
-        printf("%s %s %s %d %%\n", clock_text().c_str(), visible(one.mirror.disk).c_str(),
-               one.state().c_str(), one.mirror.percent);
+        printf("%s %s %s %d %%%s\n", clock_text().c_str(), visible(one.mirror.disk).c_str(),
+               one.state().c_str(), one.mirror.percent, details(one, ", ").c_str());
     }
 }
 

@@ -3,8 +3,10 @@
 #include "base/number.h"
 #include "client/cdp_times.h"
 #include "client/inventory.h"
+#include "tools/common/human_text.h"
 #include "tools/common/report_view.h"
 #include "tools/common/text_table.h"
+#include "tools/common/visible.h"
 #include "tools/qelc/points_in_time.h"
 
 #include <ctime>
@@ -45,21 +47,50 @@ mirror_view read_mirror(const xmlNode *backup, const xmlNode *groups)
         .percent = scan_int(report_value(backup, "Percent").c_str())};
     if (mirror.disk.empty())
         mirror.disk = mirror.guids.source;
+    mirror.progress = progress_of(mirror.guids, mirror.state == backup_synchronised);
     add_schedule(mirror, report_value(backup, "StartTime"), report_value(backup, "IntervalSeconds"), "");
     add_group_schedules(mirror, groups);
     return mirror;
 }
 
+std::vector<std::string> progress_row(const mirror_view &mirror)
+{
+    const progress_view &progress = mirror.progress;
+    return {mirror.disk,
+            mirror_state_text(mirror),
+            std::to_string(mirror.percent) + " %",
+            progress.rate ? size_text(*progress.rate) + "/s" : "-",
+            progress.seconds_left ? time_text(*progress.seconds_left) : "-",
+            progress.bytes_behind ? size_text(*progress.bytes_behind) : "-",
+            level_text(progress),
+            !progress.is_tracked   ? "-"
+            : *progress.is_tracked ? "yes"
+                                   : "no"};
+}
+
+// The second GUID stands below the first one, so that a line fits on a terminal.
 void add_rows(text_table &rows, const mirror_view &mirror)
 {
-    rows.push_back({mirror.disk, mirror.guids.source, mirror.guids.mirror, mirror_state_text(mirror),
-                    std::to_string(mirror.percent) + " %"});
+    const size_t first = rows.size();
+    rows.push_back({mirror.disk, mirror.guids.source});
+    rows.push_back({"", mirror.guids.mirror});
     for (const mirror_schedule &schedule : mirror.schedules) {
-        auto &row = &schedule == &mirror.schedules.front() ? rows.back() : rows.emplace_back(5);
+        const size_t place = first + static_cast<size_t>(&schedule - mirror.schedules.data());
+        auto &row = place < rows.size() ? rows[place] : rows.emplace_back(2);
         row.push_back(local_time_text(next_snapshot(schedule.times)));
         row.push_back(interval_text(schedule.times.interval));
         row.push_back(schedule.group);
     }
+}
+
+std::string untracked_lines(const std::vector<mirror_view> &mirrors)
+{
+    std::string lines;
+    for (const mirror_view &mirror : mirrors) {
+        if (!mirror.progress.reason.empty())
+            lines += "  " + visible(mirror.disk + " is not tracked: " + mirror.progress.reason) + "\n";
+    }
+    return lines;
 }
 } // namespace
 
@@ -115,8 +146,11 @@ optional_text mirrors_page(const char *report)
         return std::nullopt;
     if (mirrors->empty())
         return "no mirrors\n";
-    text_table rows{{"Disk", "Source", "Mirror", "State", "Done", "Next snapshot", "Every", "Group"}};
-    for (const mirror_view &mirror : *mirrors)
-        add_rows(rows, mirror);
-    return align(rows);
+    text_table progress{{"Disk", "State", "Done", "Rate", "Left", "Behind", "Level", "Tracked"}};
+    text_table identities{{"Disk", "Source, then mirror", "Next snapshot", "Every", "Group"}};
+    for (const mirror_view &mirror : *mirrors) {
+        progress.push_back(progress_row(mirror));
+        add_rows(identities, mirror);
+    }
+    return align(progress) + untracked_lines(*mirrors) + "\n" + align(identities);
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "tools/qelc/bodies/protection.h"
+#include "tools/qelc/views/progress.h"
 
 #include <cstdint>
 #include <optional>
@@ -19,6 +20,7 @@ struct mirror_view {
     uint32_t state = 0; // see qel_backup_state
     int percent = 0;
     std::vector<mirror_schedule> schedules;
+    progress_view progress;
 };
 
 // None if the text is not a client report.
@@ -33,5 +35,6 @@ bool is_synchronising(const mirror_view &mirror);
 // The next run of a schedule, in seconds since the epoch.
 uint64_t next_snapshot(const snapshot_times &times);
 
-// The mirrors as a table, or "no mirrors". None if the text is not a client report.
+// The mirrors in two tables, how far they are and whose they are, or "no mirrors". None if the text is not a
+// client report.
 optional_text mirrors_page(const char *report);
