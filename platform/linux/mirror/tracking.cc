@@ -162,10 +162,13 @@ void distrust_tracking(copying &work, const std::string &reason)
 {
     compare_all(work, reason);
     tracking_choice &choice = work.ends.tracking;
+    const auto now = steady_clock::now();
+    if (now - std::exchange(choice.last_mismatch, now) > pause_after_mismatches)
+        choice.mismatches = 0;
     if (++choice.mismatches < most_mismatches)
         return;
     log_warning("The writes to disk %s are not tracked for the next ten minutes", work.src_guid.c_str());
-    choice.retry = steady_clock::now() + pause_after_mismatches;
+    choice.retry = now + pause_after_mismatches;
     choice.why = "the kernel passed over some of its writes; this is tried again ten minutes later";
     remove_tracker(work.src_guid);
     work.tracker = nullptr;
