@@ -40,29 +40,55 @@ void leave_out_copied(mirror_progress &seen, uint64_t position)
         seen.pages_behind -= std::min(seen.pages_behind, position / seen.page_size);
 }
 
-mirror_progress look_at(mirror &one, const std::string &why, write_mark &mark, bool &is_level)
+uint64_t events_of(const mirror &one)
 {
+    return one.tracker ? one.tracker->sums().events : 0;
+}
+
+struct look {
     mirror_progress seen;
+    write_mark mark; // of the source
+    uint64_t events = 0;
+    bool is_level = false;
+};
+
+look look_at(mirror &one, const std::string &why)
+{
+    look all;
+    mirror_progress &seen = all.seen;
     std::unique_lock held(one.lock);
     const mirror_record &record = one.record;
-    is_level = record.state == sync_state::level && is_still_level(one);
-    if (is_level)
+    all.events = events_of(one); // first: a write that comes now differs from it
+    all.is_level = record.state == sync_state::level && is_still_level(one);
+    if (all.is_level)
         one.level_at = seconds_since_boot();
     seen.src_guid = record.src_guid;
     seen.dest_guid = record.dest_guid;
     seen.size = record.size;
-    seen.copied = bytes_reached(one, is_level);
+    seen.copied = bytes_reached(one, all.is_level);
     seen.level_at = one.level_at;
-    mark = record.mark;
+    all.mark = record.mark;
     const write_tracker *tracker = one.tracker.get();
     held.unlock();
-    count_pages(tracker, is_level, seen);
+    count_pages(tracker, all.is_level, seen);
     seen.tracked = tracker ? tracked_writes::yes : why.empty() ? tracked_writes::unknown : tracked_writes::no;
     seen.reason = tracker ? "" : why;
-    return seen;
+    return all;
 }
 
 } // namespace
+
+// Costs no system call, as this is what most mirrors are most of the time. That the counters of the disks
+// have not moved either is what the rest of the turn has looked at.
+bool progress_report::is_still_at_rest(mirror &one) const
+{
+    const std::lock_guard held(one.lock);
+    if (!shown_.is_level || one.record.state != sync_state::level || one.record.mark != former_mark_ ||
+        events_of(one) != former_events_)
+        return false;
+    one.level_at = seconds_since_boot();
+    return one.level_at - shown_.level_at < rest_period;
+}
 
 // The window is longer for a copy whose blocks take more than a second each.
 uint64_t progress_report::rate_at(clock::time_point now, uint64_t position)
@@ -91,10 +117,8 @@ void progress_report::begin(mirror &one)
 
 void progress_report::write(mirror_progress fresh)
 {
-    if (fresh.is_level && shown_.is_level && fresh.level_at - shown_.level_at < rest_period)
-        fresh.level_at = shown_.level_at;
-    if (fresh != shown_ && write_progress(fresh))
-        shown_ = std::move(fresh);
+    if (fresh != shown_)
+        shown_ = write_progress(fresh) ? std::move(fresh) : mirror_progress{};
 }
 
 void progress_report::note(mirror &one, const std::string &why, std::optional<uint64_t> position)
@@ -104,19 +128,22 @@ void progress_report::note(mirror &one, const std::string &why, std::optional<ui
     if (now < next_write_ && !ends_rest)
         return;
     next_write_ = now + write_period;
-    error_of([&] {
+    if (!position && is_still_at_rest(one))
+        return;
+    const int error = error_of([&] {
         begin(one);
-        write_mark mark;
-        bool is_level = false;
-        mirror_progress seen = look_at(one, why, mark, is_level);
-        seen.is_level = is_level && !position && mark == former_mark_;
-        former_mark_ = std::move(mark);
+        look all = look_at(one, why);
+        all.seen.is_level = all.is_level && !position && all.mark == former_mark_;
+        former_mark_ = std::move(all.mark);
+        former_events_ = all.events;
         if (position) {
-            seen.rate = rate_at(now, *position);
-            leave_out_copied(seen, *position);
+            all.seen.rate = rate_at(now, *position);
+            leave_out_copied(all.seen, *position);
         } else {
             samples_.clear();
         }
-        write(std::move(seen));
+        write(std::move(all.seen));
     });
+    if (error != 0)
+        shown_ = {}; // tried again a second later
 }

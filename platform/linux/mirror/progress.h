@@ -24,6 +24,7 @@ private:
         uint64_t position;
     };
 
+    bool is_still_at_rest(mirror &one) const;
     uint64_t rate_at(clock::time_point now, uint64_t position);
     void begin(mirror &one);
     void write(mirror_progress fresh);
@@ -31,6 +32,7 @@ private:
     bool has_begun_ = false;
     mirror_progress shown_;          // what the file holds
     write_mark former_mark_;         // of the source at the last look
+    uint64_t former_events_ = 0;     // of its tracker
     std::vector<sample> samples_;    // of the pass that runs, over its last seconds
     clock::time_point next_write_{}; // not before
 };

@@ -114,6 +114,7 @@ bool write_progress(const mirror_progress &one)
     if (write_new(fresh, text) && rename(fresh.c_str(), path.c_str()) == 0)
         return true;
     unlink(fresh.c_str());
+    unlink(path.c_str()); // what it says is true no more
     return false;
 }
 

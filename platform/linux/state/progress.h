@@ -27,7 +27,7 @@ struct mirror_progress {
 // Suspended time counts, and the system's clock does not matter (CLOCK_BOOTTIME).
 uint64_t seconds_since_boot();
 
-// False without a log line: nobody relies on these files.
+// False without a log line, as nobody relies on these files; there is none then.
 bool write_progress(const mirror_progress &one);
 void remove_progress(const std::string &src_guid);
 

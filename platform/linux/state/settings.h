@@ -17,6 +17,6 @@ struct embedded_settings {
 };
 
 // Reads the file. Each line that cannot be used gets a log line, once for each content of the file, and the
-// default, or the first value, holds. No file: the defaults. While the file cannot be read, what was read last
-// holds. May be called at any time by any thread.
+// default, or the first value, holds. No file: the defaults. While the file cannot be read, what was read
+// last holds. May be called at any time by any thread.
 embedded_settings read_settings();
