@@ -20,6 +20,7 @@
 namespace {
 constexpr int64_t patience = 1000; // milliseconds
 constexpr size_t most_parts = 6;
+constexpr size_t longest_heading = 128;
 
 std::atomic<const char *> identity{nullptr};
 std::atomic<bool> is_connected{false};
@@ -117,16 +118,34 @@ size_t write_heading(char *text, size_t size, int level)
     return std::min(static_cast<size_t>(std::max(length, 0)), size - 1);
 }
 
+bool send_parts(std::span<iovec> parts)
+{
+    msghdr message{};
+    message.msg_iov = parts.data();
+    message.msg_iovlen = parts.size();
+    return send_or_wait(message);
+}
+
+// Most lines fit into one part, which costs the kernel less than several.
 bool send_line(int level, std::span<const iovec> parts)
 {
-    char heading[128];
+    char line[320];
+    size_t length = write_heading(line, longest_heading, level);
+    size_t whole = length;
+    for (const iovec &part : parts)
+        whole += part.iov_len;
     std::array<iovec, most_parts> all{};
-    all[0] = {heading, write_heading(heading, sizeof heading, level)};
-    const auto last = std::copy_n(parts.begin(), std::min(parts.size(), most_parts - 1), all.begin() + 1);
-    msghdr message{};
-    message.msg_iov = all.data();
-    message.msg_iovlen = static_cast<size_t>(last - all.begin());
-    return send_or_wait(message);
+    if (whole > sizeof line) {
+        all[0] = {line, length};
+        const auto last = std::copy_n(parts.begin(), std::min(parts.size(), most_parts - 1), all.begin() + 1);
+        return send_parts({all.begin(), last});
+    }
+    for (const iovec &part : parts) {
+        memcpy(line + length, part.iov_base, part.iov_len);
+        length += part.iov_len;
+    }
+    all[0] = {line, length};
+    return send_parts({all.begin(), 1});
 }
 
 // What was dropped is told before the next line that can be sent.

@@ -43,7 +43,6 @@ int open_tcp(listeners &l, int port)
         log_error("Failed to socket()");
         return -1;
     }
-    keep_alive(l.tcp.get());
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<uint16_t>(port));

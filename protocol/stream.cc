@@ -11,6 +11,19 @@
 #include <cstddef>
 #include <cstring>
 
+namespace {
+// Most requests are there already when they are read. Only a read that waits can wait for a peer that has
+// vanished, and setting the timers costs as much as a small request.
+ssize_t read_some(int fd, void *buf, size_t size)
+{
+    const ssize_t got = recv(fd, buf, size, MSG_DONTWAIT);
+    if (got >= 0 || (errno != EAGAIN && errno != ENOTSOCK))
+        return got;
+    keep_alive(fd);
+    return read(fd, buf, size);
+}
+} // namespace
+
 int qelc_readn(int fd, void *buf, int count)
 {
     log_debug("count:%d", count);
@@ -19,7 +32,7 @@ int qelc_readn(int fd, void *buf, int count)
         const int left = count - total;
         log_debug("total:%d left:%d", total, left);
         log_debug("Read from fd(%d)", fd);
-        const ssize_t got = read(fd, static_cast<char *>(buf) + total, static_cast<size_t>(left));
+        const ssize_t got = read_some(fd, static_cast<char *>(buf) + total, static_cast<size_t>(left));
         const int failure = errno;
         log_debug("Read from fd(%d) done", fd);
         if (got > 0) {
