@@ -27,6 +27,9 @@ struct copying {
 // The caller holds the mirror's lock.
 bool is_in_force(const copying &work);
 
+// Whether somebody waits for a level who keeps writers waiting. The caller holds the mirror's lock.
+bool is_hurried(const copying &work);
+
 // Keeps everybody else from the mirror until work.hold is closed. False while somebody else holds it, which
 // is no failure.
 bool hold_mirror(copying &work);

@@ -10,7 +10,8 @@
 #include <optional>
 
 struct hold_request {
-    unique_fd hold; // open once the mirror is held at its level
+    bool hurries = false; // writers wait meanwhile: see hold_in_haste
+    unique_fd hold = {};  // open once the mirror is held at its level
 };
 
 struct mirror {
