@@ -47,10 +47,17 @@ bool hold_mirror(copying &work)
     return work.hold.is_open();
 }
 
+void note_who_waits(const copying &work)
+{
+    const std::lock_guard held(work.one.lock);
+    if (work.one.waiting)
+        work.one.waiting->is_noted = true;
+}
+
 void hand_over_hold(copying &work)
 {
     const std::lock_guard held(work.one.lock);
-    if (!work.one.waiting || !is_in_force(work))
+    if (!work.one.waiting || !work.one.waiting->is_noted || !is_in_force(work))
         return;
     work.one.waiting->hold = std::move(work.hold);
     work.one.waiting = nullptr;

@@ -34,7 +34,11 @@ bool is_hurried(const copying &work);
 // is no failure.
 bool hold_mirror(copying &work);
 
-// The mirror has just been proven level: gives the hold to whoever waits for that.
+// Call this before it is looked at whether the mirror is level.
+void note_who_waits(const copying &work);
+
+// The mirror has been proven level: gives the hold to whoever waited for that before. Whoever came later
+// wants a moment after that, which this may not be.
 void hand_over_hold(copying &work);
 
 // Takes down the link of the disk that failed. It stays down until a transfer at OFFSET succeeds.
