@@ -14,6 +14,7 @@ docs/reliability.md. Ends with status 1 if a mark was not taken, or a copy is no
   disk   four writers that number their blocks, on the disk; nothing is frozen
   ext4   the same in files, with a freeze for each mark; the copy's file system must be clean
   xfs    the same
+  group  the same on two disks of a group, written to in turn: both copies must be of one moment
 END
 }
 
