@@ -54,7 +54,7 @@ std::string answer(const std::string &command)
         return std::to_string(tw_disk_stop_sync(one.c_str()));
     static unique_fd hold;
     if (verb == "hold") {
-        hold.reset(tw_hold_at_level(one.c_str(), 10'000, hold_at_leisure));
+        hold.reset(tw_hold_at_level(one.c_str(), 10'000));
         return hold.is_open() ? "0" : strerror(errno);
     }
     if (verb == "release") {

@@ -16,5 +16,5 @@ enum hold_manner {
 // caller closes it, whatever happens to the disk. -1 with errno: ETIMEDOUT; ENOENT: no such mirror; ENOTSUP:
 // another process runs the mirrors; EBUSY: somebody waits already.
 __attribute__((weak, visibility("default"))) int tw_hold_at_level(const char *mirror_guid, int timeout_ms,
-                                                                  enum hold_manner manner);
+                                                                  hold_manner manner = hold_at_leisure);
 }
