@@ -32,7 +32,7 @@ using std::chrono::steady_clock;
 
 constexpr int agent = STDOUT_FILENO;
 constexpr milliseconds pause_after_failure{10};
-constexpr size_t stack_of_freezer = size_t{128} * 1024;
+constexpr size_t stack_of_freezer = size_t{256} * 1024;
 
 struct file_systems {
     int files[most_file_systems] = {};
@@ -225,7 +225,7 @@ void obey(milliseconds limit, pthread_t freezer)
 
 int main(int argc, char **argv)
 {
-    const int limit = argc == 2 ? atoi(argv[1]) : 0;
+    const long limit = argc == 2 ? strtol(argv[1], nullptr, 10) : 0;
     sigset_t signals;
     sigfillset(&signals);
     pthread_sigmask(SIG_SETMASK, &signals, nullptr);
