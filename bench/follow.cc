@@ -5,61 +5,20 @@
 //   bench-follow idle SOURCE MIRROR SECONDS    what watching a level mirror costs
 //   bench-follow held SOURCE MIRROR            tracks SOURCE and copies nothing until standard input ends
 
-#include "base/deleter.h"
-#include "base/fd.h"
 #include "bench/mirror_bench.h"
+#include "bench/page_writer.h"
 #include "platform/linux/mirror/level_hold.h"
 
-#include <fcntl.h>
-#include <linux/fs.h>
-#include <sys/ioctl.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
-#include <memory>
-#include <random>
 #include <thread>
 
 namespace {
 
 using namespace std::chrono_literals;
 using std::chrono::steady_clock;
-
-constexpr size_t page = 4096;
-
-// Writes whole pages past the page cache, each with another content.
-class page_writer {
-public:
-    explicit page_writer(const std::string &path)
-        : disk_(open(path.c_str(), O_WRONLY | O_DIRECT | O_CLOEXEC)),
-          bytes_(static_cast<char *>(aligned_alloc(page, page)))
-    {
-        if (!disk_.is_open() || !bytes_ || ioctl(disk_.get(), BLKGETSIZE64, &size_) != 0)
-            give_up(path + ": " + strerror(errno));
-    }
-
-    uint64_t size() const { return size_; }
-
-    // Somewhere behind the first page, which holds the disk's identity.
-    void write()
-    {
-        const uint64_t place = 1 + random_() % (size_ / page - 1);
-        memset(bytes_.get(), static_cast<int>(random_()), page);
-        if (pwrite(disk_.get(), bytes_.get(), page, static_cast<off_t>(place * page)) != page)
-            give_up(strerror(errno));
-    }
-
-private:
-    unique_fd disk_;
-    std::unique_ptr<char, deleter<free>> bytes_;
-    uint64_t size_ = 0;
-    std::mt19937_64 random_{1};
-};
 
 uint64_t sectors_read(const std::string &path)
 {
@@ -90,21 +49,9 @@ void measure_write(const std::string &source, const std::string &mirror, const s
            static_cast<double>(read_source) / 2, static_cast<double>(read_mirror) / 2, longest);
 }
 
-void write_at_rate(page_writer &writer, double pages_per_second, const std::atomic<bool> &stop)
-{
-    const auto start = steady_clock::now();
-    for (int64_t i = 0; !stop; i++) {
-        std::this_thread::sleep_until(
-            start + std::chrono::duration_cast<steady_clock::duration>(
-                        std::chrono::duration<double>(static_cast<double>(i) / pages_per_second)));
-        writer.write();
-    }
-}
-
 void measure_rate(page_writer &writer, const std::string &guid, double kib_per_second, double seconds)
 {
-    std::atomic<bool> stop = false;
-    std::jthread load([&] { write_at_rate(writer, kib_per_second / 4, stop); });
+    std::jthread load([&](const std::stop_token &end) { writer.write_at_rate(kib_per_second / 4, end); });
     std::this_thread::sleep_for(1s);
     const double cpu = engine_cpu_seconds();
     const auto start = steady_clock::now();
@@ -122,7 +69,7 @@ void measure_rate(page_writer &writer, const std::string &guid, double kib_per_s
         std::this_thread::sleep_for(2ms);
     }
     const double used = (engine_cpu_seconds() - cpu) / seconds_since(start);
-    stop = true;
+    load.request_stop();
     printf("| %.0f | %.3f | %.0f %% | %.2f %% |\n", kib_per_second, longest, 100.0 * level / looks,
            100 * used);
     fflush(stdout);

@@ -2,11 +2,16 @@
 
 #include "base/deleter.h"
 #include "base/exceptions.h"
+#include "platform/linux/agent/level_holds.h"
+#include "platform/linux/host/sysfs.h"
+#include "platform/linux/host/weak_log.h"
 #include "platform/linux/mirror/level_hold.h"
 #include "platform/linux/state/mirror_hold.h"
+#include "platform/linux/state/settings.h"
 #include "platform/linux/state/text.h"
 #include "tw.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -104,19 +109,56 @@ std::optional<level_mirrors> wait_by_looking(const std::vector<std::string> &gui
     }
 }
 
-// The embedded mirror library holds each mirror itself at its next level. False with errno.
-bool hold_each(const std::vector<std::string> &guids, level_mirrors *level, std::string *why)
+// A mirror that has long to go would not be level in the time for which a file system may be frozen.
+bool is_near(const tw_relationship &relationship)
 {
-    const auto end = steady_clock::now() + time_limit;
-    for (const std::string &guid : std::set<std::string>(guids.begin(), guids.end())) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - steady_clock::now());
-        level->holds.emplace_back(tw_hold_at_level(guid.c_str(), static_cast<int>(left.count())));
-        if (!level->holds.back().is_open()) {
-            *why = escaped(guid) + " was not level with its disk in time";
+    constexpr uint32_t percent_nearly_level = 90;
+    const std::string state = text_of(relationship.sync_state);
+    return (state == "Sync Finished" || state == "Recovery On") &&
+           relationship.percent >= percent_nearly_level && text_of(relationship.src_link) == "Up" &&
+           text_of(relationship.dest_link) == "Up";
+}
+
+// False with the reason in WHY if freezing their disks would be of no use.
+bool find_disks(mirrors_to_hold *mirrors, std::string *why)
+{
+    const std::unique_ptr<tw_relationship, deleter<tw_disk_stat_release>> chain(tw_disk_stat(nullptr));
+    for (const std::string &guid : mirrors->guids) {
+        const tw_relationship *found = find_mirror(chain.get(), guid);
+        if (!found || !is_near(*found)) {
+            *why = escaped(guid) + " is far behind its disk";
             return false;
         }
+        mirrors->disks.push_back(text_of(found->src_path));
+        const std::string mirror = disk_name_of(text_of(found->dest_path));
+        if (auto file = read_attribute("/sys/block/" + mirror + "/loop/backing_file"))
+            mirrors->needed.push_back(std::move(*file));
     }
     return true;
+}
+
+// The embedded mirror library holds each mirror itself at its next level. False with errno.
+bool hold_all(const std::vector<std::string> &guids, std::vector<unique_fd> *holds, std::string *why)
+{
+    const auto start = steady_clock::now(), end = start + time_limit;
+    const embedded_settings settings = read_settings();
+    const std::set<std::string> each(guids.begin(), guids.end());
+    mirrors_to_hold mirrors{{each.begin(), each.end()}, {}, {}};
+    if (hold_each(mirrors, settings.freeze ? std::min(end, start + settings.freeze_after) : end, holds, why))
+        return true;
+    if (!settings.freeze || errno != ETIMEDOUT)
+        return false;
+    std::string obstacle;
+    const auto result = find_disks(&mirrors, &obstacle)
+                            ? hold_in_freeze(mirrors, settings.freeze_deadline, holds, &obstacle)
+                            : freeze_result::not_done;
+    if (result == freeze_result::failed)
+        *why = obstacle;
+    if (result != freeze_result::not_done)
+        return result == freeze_result::held;
+    log_warning("Nothing is frozen for a mark that waits for %s: %s",
+                escaped(mirrors.guids[holds->size()]).c_str(), obstacle.c_str());
+    return hold_each(mirrors, end, holds, why);
 }
 
 } // namespace
@@ -129,7 +171,7 @@ std::optional<level_mirrors> wait_until_level(const std::vector<std::string> &gu
         return std::nullopt;
     if (!tw_hold_at_level)
         return wait_by_looking(guids, why);
-    if (hold_each(guids, &level, why))
+    if (hold_all(guids, &level.holds, why))
         return level;
     return errno == ENOTSUP ? wait_by_looking(guids, why) : std::nullopt;
 }

@@ -158,6 +158,7 @@ bool is_level(const copying &work)
 // A mirror that is not tracked is looked at again once nobody can write to it.
 void serve_who_waits(copying &work)
 {
+    note_who_waits(work);
     {
         const std::lock_guard held(work.one.lock);
         if (!work.one.waiting || work.one.record.state != sync_state::level)

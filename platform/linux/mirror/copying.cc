@@ -27,6 +27,11 @@ bool is_in_force(const copying &work)
     return !work.one.leaving && work.one.orders == work.orders;
 }
 
+bool is_hurried(const copying &work)
+{
+    return work.one.waiting && work.one.waiting->hurries;
+}
+
 void fail(copying &work, side which, uint64_t offset, const std::string &problem)
 {
     mirror_end &end = which == side::source ? work.ends.source : work.ends.dest;
@@ -42,10 +47,17 @@ bool hold_mirror(copying &work)
     return work.hold.is_open();
 }
 
+void note_who_waits(const copying &work)
+{
+    const std::lock_guard held(work.one.lock);
+    if (work.one.waiting)
+        work.one.waiting->is_noted = true;
+}
+
 void hand_over_hold(copying &work)
 {
     const std::lock_guard held(work.one.lock);
-    if (!work.one.waiting || !is_in_force(work))
+    if (!work.one.waiting || !work.one.waiting->is_noted || !is_in_force(work))
         return;
     work.one.waiting->hold = std::move(work.hold);
     work.one.waiting = nullptr;
@@ -84,7 +96,7 @@ bool wait_for_turn(copying &work, uint64_t position)
         std::unique_lock held(work.one.lock);
         if (!is_in_force(work))
             return false;
-        if (pause == 0ms)
+        if (pause == 0ms || is_hurried(work))
             return true;
         work.one.changed.wait(held, pause);
     }

@@ -27,11 +27,18 @@ struct copying {
 // The caller holds the mirror's lock.
 bool is_in_force(const copying &work);
 
+// Whether somebody waits for a level who keeps writers waiting. The caller holds the mirror's lock.
+bool is_hurried(const copying &work);
+
 // Keeps everybody else from the mirror until work.hold is closed. False while somebody else holds it, which
 // is no failure.
 bool hold_mirror(copying &work);
 
-// The mirror has just been proven level: gives the hold to whoever waits for that.
+// Call this before it is looked at whether the mirror is level.
+void note_who_waits(const copying &work);
+
+// The mirror has been proven level: gives the hold to whoever waited for that before. Whoever came later
+// wants a moment after that, which this may not be.
 void hand_over_hold(copying &work);
 
 // Takes down the link of the disk that failed. It stays down until a transfer at OFFSET succeeds.

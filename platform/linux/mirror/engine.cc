@@ -300,14 +300,14 @@ std::shared_ptr<mirror> find_by_dest(const std::string &dest_guid)
 
 } // namespace
 
-unique_fd hold_at_level(const std::string &dest_guid, std::chrono::milliseconds limit)
+unique_fd hold_at_level(const std::string &dest_guid, std::chrono::milliseconds limit, hold_manner manner)
 {
     using steady_clock = std::chrono::steady_clock;
     const auto end = steady_clock::now() + limit;
     const auto one = find_by_dest(dest_guid);
     if (!one)
         return unique_fd();
-    hold_request request;
+    hold_request request{.hurries = manner == hold_in_haste};
     std::unique_lock held(one->lock);
     if (one->waiting) {
         errno = EBUSY;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "base/fd.h"
+#include "platform/linux/mirror/level_hold.h"
 #include "platform/linux/mirror/mirror_view.h"
 
 #include <chrono>
@@ -17,4 +18,4 @@ bool resync_disk(const std::string &src_guid);
 bool stop_resync(const std::string &src_guid);
 
 // Waits until the mirror is held at a level; see level_hold.h. Closed with errno.
-unique_fd hold_at_level(const std::string &dest_guid, std::chrono::milliseconds limit);
+unique_fd hold_at_level(const std::string &dest_guid, std::chrono::milliseconds limit, hold_manner manner);

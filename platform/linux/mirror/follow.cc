@@ -41,6 +41,7 @@ bool copy_marked(copying &work)
 
 level_proof::verdict make_pass(copying &work)
 {
+    note_who_waits(work);
     level_proof proof(work);
     const auto result = copy_marked(work) ? proof.end() : level_proof::failed;
     if (result == level_proof::level)

@@ -6,8 +6,15 @@
 
 extern "C" {
 
+enum hold_manner {
+    hold_at_leisure = 0,
+    // Writers wait until the caller has the hold: there is no limit of speed, and nothing is saved before.
+    hold_in_haste = 1,
+};
+
 // Waits at most TIMEOUT_MS for that moment. Returns a descriptor: nothing is written to the mirror until the
 // caller closes it, whatever happens to the disk. -1 with errno: ETIMEDOUT; ENOENT: no such mirror; ENOTSUP:
 // another process runs the mirrors; EBUSY: somebody waits already.
-__attribute__((weak, visibility("default"))) int tw_hold_at_level(const char *mirror_guid, int timeout_ms);
+__attribute__((weak, visibility("default"))) int tw_hold_at_level(const char *mirror_guid, int timeout_ms,
+                                                                  hold_manner manner = hold_at_leisure);
 }

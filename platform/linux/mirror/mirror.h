@@ -10,7 +10,9 @@
 #include <optional>
 
 struct hold_request {
-    unique_fd hold; // open once the mirror is held at its level
+    bool hurries = false;  // writers wait meanwhile: see hold_in_haste
+    bool is_noted = false; // made before the pass began that is going on
+    unique_fd hold = {};   // open once the mirror is held at its level
 };
 
 struct mirror {

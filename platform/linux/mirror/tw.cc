@@ -136,10 +136,10 @@ EXPORTED int tw_disk_stop_sync(const char *local_guid)
     return result_of(__func__, -1, [&] { return stop_resync(shown(local_guid)) ? 0 : -1; });
 }
 
-EXPORTED int tw_hold_at_level(const char *mirror_guid, int timeout_ms)
+EXPORTED int tw_hold_at_level(const char *mirror_guid, int timeout_ms, hold_manner manner)
 {
     return result_of(__func__, -1, [&] {
-        return hold_at_level(shown(mirror_guid), std::chrono::milliseconds(timeout_ms)).release();
+        return hold_at_level(shown(mirror_guid), std::chrono::milliseconds(timeout_ms), manner).release();
     });
 }
 
