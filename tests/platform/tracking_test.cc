@@ -71,6 +71,14 @@ TEST_F(TrackedMirror, ReadsThePagesThatWereWrittenAndNoOthers)
         EXPECT_NO_FATAL_FAILURE(expect_equal_when_level()) << row.way;
         EXPECT_EQ(mirror->sectors_written() - before, row.sectors) << row.way;
     }
+    engine->kill();
+    fs::rename(FOLDER + A + ".mirror", FOLDER + "record");
+    engine.emplace().ask("stat");
+    EXPECT_FALSE(fs::exists("/sys/fs/bpf/qelcd")) << "nobody follows these writes any more";
+    engine->kill();
+    fs::rename(FOLDER + "record", FOLDER + A + ".mirror");
+    engine.emplace().ask("stat");
+    EXPECT_TRUE(eventually([] { return fs::exists("/sys/fs/bpf/qelcd"); }));
     EXPECT_EQ(engine->ask("unprotect " + A), "0");
     EXPECT_FALSE(fs::exists("/sys/fs/bpf/qelcd"));
 }

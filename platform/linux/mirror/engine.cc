@@ -60,7 +60,9 @@ bool take_over_mirrors(engine &all)
     if (!records)
         return false;
     mirror_map found;
+    std::vector<std::string> sources;
     for (const mirror_record &record : *records) {
+        sources.push_back(record.src_guid);
         if (is_taken(found, record.src_guid) || is_taken(found, record.dest_guid)) {
             log_error("Relationship %s -> %s shares a disk with another one", record.src_guid.c_str(),
                       record.dest_guid.c_str());
@@ -69,6 +71,7 @@ bool take_over_mirrors(engine &all)
         }
         found.merge(new_mirror(record));
     }
+    remove_other_trackers(sources);
     all.mirrors = std::move(found);
     return true;
 }

@@ -12,10 +12,12 @@
 #include <atomic>
 #include <bit>
 #include <cstdio>
+#include <set>
 
 namespace {
 
 constexpr char bpf_folder[] = "/sys/fs/bpf";
+const std::string all_trackers = std::string(bpf_folder) + "/qelcd";
 constexpr uint64_t sector_size = 512;
 constexpr uint64_t smallest_page = 4096;
 constexpr uint64_t pages_per_word = 64;
@@ -25,7 +27,7 @@ std::string folder_of(const std::string &key)
 {
     char name[17];
     snprintf(name, sizeof name, "%016llx", static_cast<unsigned long long>(fnv1a_64(key)));
-    return std::string(bpf_folder) + "/qelcd/" + name;
+    return all_trackers + "/" + name;
 }
 
 bool is_bpf_mounted()
@@ -234,4 +236,16 @@ uint64_t write_tracker::pages_behind() const
 void remove_tracker(const std::string &key)
 {
     remove_program(folder_of(key));
+}
+
+void remove_other_trackers(const std::vector<std::string> &keys)
+{
+    std::set<std::string> kept;
+    for (const std::string &key : keys)
+        kept.insert(folder_of(key));
+    for (const std::string &name : list_folder(all_trackers).value_or(std::vector<std::string>{})) {
+        const std::string folder = all_trackers + "/" + name;
+        if (!kept.contains(folder))
+            remove_program(folder);
+    }
 }

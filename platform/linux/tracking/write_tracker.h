@@ -11,6 +11,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
 struct tracker_sums {
     uint64_t events = 0; // requests that have ended
@@ -100,6 +101,9 @@ private:
 
 // Ends the tracker under KEY, whichever process made it. Nothing happens if there is none.
 void remove_tracker(const std::string &key);
+
+// Ends all trackers but those under KEYS: of relationships whose records somebody has removed.
+void remove_other_trackers(const std::vector<std::string> &keys);
 
 // The smallest page, a power of two of at least 4096 bytes, with which the bits of such a disk need at most
 // MEMORY bytes.
