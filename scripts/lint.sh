@@ -5,7 +5,7 @@ cd "$(dirname "$0")/.."
 
 scripts/install-packages lint
 echo "== clang-format"
-git ls-files '*.cc' '*.h' | xargs clang-format --dry-run --Werror
+git ls-files '*.c' '*.cc' '*.h' | xargs clang-format --dry-run --Werror
 
 if [[ ${1-} == --tidy ]]; then
     scripts/install-packages build
