@@ -24,8 +24,8 @@ using attached_link = std::unique_ptr<bpf_link, deleter<bpf_link__destroy>>;
 // In the order in which they are attached: whoever sees a request begin sees it end. The last one is pinned
 // last, so a folder that has it has everything.
 constexpr const char *program_names[] = {"on_complete", "on_requeue", "on_issue"};
-constexpr const char *array_names[] = {"dirty", "under_way", "sums", "taken", "facts"};
-constexpr size_t kernel_arrays = 3; // the first ones, which the program has itself
+constexpr const char *array_names[] = {"dirty", "overview", "under_way", "sums", "taken", "facts"};
+constexpr size_t kernel_arrays = 4; // the first ones, which the program has itself
 
 std::string pin_of(const std::string &folder, const char *name)
 {
@@ -77,7 +77,8 @@ loaded_object load_object(const tracked_disk &disk, uint64_t queues, std::string
         *why = failure("the tracking program cannot be opened");
         return nullptr;
     }
-    if (!set_size(object, "dirty", disk.words) || !set_size(object, "sums", processor_count()) ||
+    if (!set_size(object, "dirty", disk.words) || !set_size(object, "overview", overview_words(disk.words)) ||
+        !set_size(object, "sums", processor_count()) ||
         !set_size(object, "under_way", queues * PLACES_PER_QUEUE) || !set_constants(object.get(), disk) ||
         bpf_object__load(object.get()) != 0) {
         *why = failure("the kernel does not take the tracking program");
@@ -155,6 +156,11 @@ mapped_array &mapped_array::operator=(mapped_array &&other) noexcept
     return *this;
 }
 
+uint64_t overview_words(uint64_t words)
+{
+    return (words >> OVERVIEW_SHIFT) / 64 + 1;
+}
+
 size_t processor_count()
 {
     const int count = libbpf_num_possible_cpus();
@@ -167,12 +173,13 @@ std::optional<program_maps> open_program(const std::string &folder, uint64_t wor
         return std::nullopt;
     program_maps maps;
     maps.dirty = open_array(folder, "dirty", words, sizeof(uint64_t));
+    maps.overview = open_array(folder, "overview", overview_words(words), sizeof(uint64_t));
     maps.taken = open_array(folder, "taken", words, sizeof(uint64_t));
     maps.under_way = open_array(folder, "under_way", queues * PLACES_PER_QUEUE, sizeof(write_under_way));
     maps.sums = open_array(folder, "sums", processor_count(), sizeof(write_sums));
     maps.facts = open_array(folder, "facts", 1, facts_size);
-    if (!maps.dirty.is_open() || !maps.taken.is_open() || !maps.under_way.is_open() || !maps.sums.is_open() ||
-        !maps.facts.is_open())
+    if (!maps.dirty.is_open() || !maps.overview.is_open() || !maps.taken.is_open() ||
+        !maps.under_way.is_open() || !maps.sums.is_open() || !maps.facts.is_open())
         return std::nullopt;
     return maps;
 }

@@ -36,6 +36,7 @@ private:
 
 struct program_maps {
     mapped_array dirty;     // words of 64 pages: set by the kernel
+    mapped_array overview;  // words of 64 groups of words that may have marks
     mapped_array taken;     // the same: pages that are being copied, set by this process alone
     mapped_array under_way; // PLACES_PER_QUEUE write_under_way for each queue
     mapped_array sums;      // a write_sums per processor
@@ -43,6 +44,8 @@ struct program_maps {
 };
 
 constexpr size_t facts_size = 256;
+
+uint64_t overview_words(uint64_t words); // for so many words of marks
 
 size_t processor_count(); // possible ones, not only those online
 

@@ -12,6 +12,10 @@ struct write_sums {
     __u64 unused[4];
 };
 
+// A bit of the overview stands for so many words of marks, as a power of two. A disk of many terabytes has
+// millions of words, and few of them have marks at a time.
+#define OVERVIEW_SHIFT 6
+
 // A request that has begun and whose end has not been seen. Each has a place of its own, by its number in its
 // queue.
 struct write_under_way {

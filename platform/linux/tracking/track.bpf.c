@@ -73,6 +73,14 @@ struct {
 struct {
     __uint(type, BPF_MAP_TYPE_ARRAY);
     __uint(map_flags, BPF_F_MMAPABLE);
+    __uint(max_entries, 1); // set by the loader
+    __type(key, __u32);
+    __type(value, __u64);
+} overview SEC(".maps");
+
+struct {
+    __uint(type, BPF_MAP_TYPE_ARRAY);
+    __uint(map_flags, BPF_F_MMAPABLE);
     __uint(max_entries, 1); // set by the loader: one for each processor
     __type(key, __u32);
     __type(value, struct write_sums);
@@ -105,6 +113,13 @@ static long mark_word(__u32 index, void *context)
     if (!bits)
         return 1;
     __sync_fetch_and_or(bits, mask);
+    // After the marks: whoever clears a bit of the overview looks at the marks then.
+    const __u32 group = word >> OVERVIEW_SHIFT;
+    const __u32 overview_key = group >> 6;
+    __u64 *groups = bpf_map_lookup_elem(&overview, &overview_key);
+    const __u64 bit = 1ULL << (group & 63);
+    if (groups && (*groups & bit) == 0)
+        __sync_fetch_and_or(groups, bit);
     return 0;
 }
 

@@ -21,6 +21,7 @@ const std::string all_trackers = std::string(bpf_folder) + "/qelcd";
 constexpr uint64_t sector_size = 512;
 constexpr uint64_t smallest_page = 4096;
 constexpr uint64_t pages_per_word = 64;
+constexpr uint64_t words_per_group = uint64_t{1} << OVERVIEW_SHIFT;
 
 // Names in the BPF file system may not have every character of a key.
 std::string folder_of(const std::string &key)
@@ -110,6 +111,13 @@ write_tracker::write_tracker(program_maps maps, uint64_t disk_size, uint64_t pag
     : maps_(std::move(maps)), disk_size_(disk_size), page_size_(page_size),
       words_(words_of(disk_size, page_size)), queues_(queues)
 {
+    // What a former process has left. It may have been killed before it looked at a group.
+    for (uint64_t word = 0; word < words_; word++) {
+        if (at(maps_.dirty, word).load(std::memory_order_relaxed) != 0)
+            note_marks(word);
+        make_room(1);
+        note_taken(word, at(maps_.taken, word).load(std::memory_order_relaxed));
+    }
 }
 
 void write_tracker::keep()
@@ -141,8 +149,16 @@ void write_tracker::mark(uint64_t sector, uint64_t sectors)
 {
     const uint64_t last =
         std::min((sector + sectors - 1) / (page_size_ / sector_size), words_ * pages_per_word - 1);
-    for (uint64_t page = sector / (page_size_ / sector_size); page <= last; page++)
+    for (uint64_t page = sector / (page_size_ / sector_size); page <= last; page++) {
         at(maps_.dirty, page / pages_per_word).fetch_or(uint64_t{1} << page % pages_per_word);
+        note_marks(page / pages_per_word);
+    }
+}
+
+void write_tracker::note_marks(uint64_t word)
+{
+    const uint64_t group = word >> OVERVIEW_SHIFT;
+    at(maps_.overview, group / 64).fetch_or(uint64_t{1} << group % 64);
 }
 
 // A place whose request ends meanwhile, or another one begins in it, needs no mark: the kernel has set those
@@ -184,52 +200,101 @@ void write_tracker::forget_under_way()
         std::atomic_ref(place.sectors).store(0);
 }
 
+void write_tracker::make_room(size_t words)
+{
+    if (taken_.capacity() - taken_.size() < words)
+        taken_.reserve(2 * taken_.capacity() + words);
+}
+
+// There is room for it.
+void write_tracker::note_taken(uint64_t word, uint64_t pages)
+{
+    if (pages == 0)
+        return;
+    const auto place = std::lower_bound(taken_.begin(), taken_.end(), word);
+    if (place == taken_.end() || *place != word)
+        taken_.insert(place, word);
+    pages_taken_ += static_cast<uint64_t>(std::popcount(pages));
+}
+
 // A page is taken before its mark goes, so that a process that is killed in between leaves both. And both
 // come before the page is read, so that a write that ends later leaves a mark.
-bool write_tracker::take()
+void write_tracker::take_group(uint64_t group)
 {
-    for (uint64_t i = 0; i < words_; i++) {
-        const uint64_t seen = at(maps_.dirty, i).load(std::memory_order_relaxed);
+    const uint64_t first = group << OVERVIEW_SHIFT;
+    const uint64_t last = std::min(first + words_per_group, words_);
+    for (uint64_t word = first; word < last; word++) {
+        const uint64_t seen = at(maps_.dirty, word).load(std::memory_order_relaxed);
         if (seen == 0)
             continue;
-        at(maps_.taken, i).fetch_or(seen);
-        at(maps_.dirty, i).fetch_and(~seen);
-        has_taken_ = true;
+        const uint64_t before = at(maps_.taken, word).fetch_or(seen);
+        note_taken(word, seen & ~before);
+        at(maps_.dirty, word).fetch_and(~seen);
     }
-    return has_taken_;
+}
+
+// A group leaves the overview before its marks are looked at: one that is set later puts it back. Memory may
+// run out before, and not between.
+bool write_tracker::take()
+{
+    for (uint64_t i = 0; i < overview_words(words_); i++) {
+        for (uint64_t groups = at(maps_.overview, i).load(); groups != 0; groups &= groups - 1) {
+            make_room(words_per_group);
+            at(maps_.overview, i).fetch_and(~(groups & -groups));
+            take_group(i * 64 + static_cast<uint64_t>(std::countr_zero(groups)));
+        }
+    }
+    return !taken_.empty();
 }
 
 std::optional<page_run> write_tracker::next_taken(uint64_t from, uint64_t limit) const
 {
     const auto *words = maps_.taken.values<uint64_t>();
-    const uint64_t pages = words_ * pages_per_word;
-    const auto is_taken = [&](uint64_t page) { return (words[page / 64] >> (page % 64) & 1) != 0; };
     uint64_t first = (from + page_size_ - 1) / page_size_;
-    while (first < pages && !is_taken(first))
-        first = words[first / 64] >> (first % 64) == 0 ? (first / 64 + 1) * 64 : first + 1;
-    if (first >= pages || first * page_size_ >= disk_size_)
+    auto word = std::lower_bound(taken_.begin(), taken_.end(), first / pages_per_word);
+    const auto bits_from = [&] {
+        return *word == first / pages_per_word ? words[*word] & ~uint64_t{0} << first % pages_per_word
+                                               : words[*word];
+    };
+    while (word != taken_.end() && bits_from() == 0)
+        ++word;
+    if (word == taken_.end())
         return std::nullopt;
+    first = *word * pages_per_word + static_cast<uint64_t>(std::countr_zero(bits_from()));
+    if (first * page_size_ >= disk_size_)
+        return std::nullopt;
+    const auto is_taken = [&](uint64_t page) { return (words[page / 64] >> (page % 64) & 1) != 0; };
     uint64_t last = first + 1;
-    while (last < pages && (last + 1 - first) * page_size_ <= limit && is_taken(last))
+    while (last < words_ * pages_per_word && (last + 1 - first) * page_size_ <= limit && is_taken(last))
         last++;
     return page_run{first * page_size_, std::min(last * page_size_, disk_size_)};
 }
 
 void write_tracker::forget_taken()
 {
-    for (uint64_t i = 0; i < words_; i++) {
-        if (at(maps_.taken, i).load(std::memory_order_relaxed) != 0)
-            at(maps_.taken, i).store(0);
-    }
-    has_taken_ = false;
+    for (const uint64_t word : taken_)
+        at(maps_.taken, word).store(0);
+    taken_.clear();
+    pages_taken_ = 0;
 }
 
 uint64_t write_tracker::pages_behind() const
 {
+    uint64_t pages = pages_taken_;
+    for (uint64_t i = 0; i < overview_words(words_); i++) {
+        for (uint64_t groups = at(maps_.overview, i).load(std::memory_order_relaxed); groups != 0;
+             groups &= groups - 1)
+            pages += pages_marked(i * 64 + static_cast<uint64_t>(std::countr_zero(groups)));
+    }
+    return pages;
+}
+
+uint64_t write_tracker::pages_marked(uint64_t group) const
+{
+    const uint64_t first = group << OVERVIEW_SHIFT;
     uint64_t pages = 0;
-    for (uint64_t i = 0; i < words_; i++)
-        pages += static_cast<uint64_t>(std::popcount(at(maps_.dirty, i).load(std::memory_order_relaxed) |
-                                                     at(maps_.taken, i).load(std::memory_order_relaxed)));
+    for (uint64_t word = first; word < std::min(first + words_per_group, words_); word++)
+        pages += static_cast<uint64_t>(std::popcount(at(maps_.dirty, word).load(std::memory_order_relaxed)));
     return pages;
 }
 

@@ -6,6 +6,7 @@
 
 #include "platform/linux/tracking/program.h"
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -84,11 +85,16 @@ public:
     // The taken pages are on the mirror for good.
     void forget_taken();
 
-    uint64_t pages_behind() const; // marked or taken
+    uint64_t pages_behind() const; // marked or taken; for any thread
 
 private:
     write_tracker(program_maps maps, uint64_t disk_size, uint64_t page_size, uint64_t queues);
     void mark(uint64_t sector, uint64_t sectors);
+    void note_marks(uint64_t word);
+    void make_room(size_t words);
+    void take_group(uint64_t group);
+    void note_taken(uint64_t word, uint64_t pages);
+    uint64_t pages_marked(uint64_t group) const;
     std::span<write_under_way> places() const;
 
     program_maps maps_;
@@ -96,7 +102,8 @@ private:
     uint64_t page_size_;
     uint64_t words_;
     uint64_t queues_;
-    bool has_taken_ = true; // a former process may have left some
+    std::vector<uint64_t> taken_; // the words that have taken pages, in ascending order
+    std::atomic<uint64_t> pages_taken_ = 0;
 };
 
 // Ends the tracker under KEY, whichever process made it. Nothing happens if there is none.
