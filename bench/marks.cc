@@ -199,7 +199,8 @@ int check_marks(const std::string &source, const std::vector<std::string> &mirro
     tally sum;
     while (sum.marks < marks) {
         if (!rate.empty()) {
-            std::ofstream(throttle) << rate << '\n';
+            std::ofstream(throttle + ".new") << rate << '\n';
+            std::filesystem::rename(throttle + ".new", throttle);
             std::this_thread::sleep_for(1500ms); // it is read once a second
         }
         mark_and_check(mirrors, writers, check, copy, &sum);
