@@ -36,6 +36,8 @@ namespace {
 using namespace std::chrono_literals;
 using std::chrono::steady_clock;
 
+constexpr int missed_some = 3; // exit status: what was taken is right, but some marks failed
+
 const std::string throttle = "/var/lib/twinvault/throttle";
 
 std::atomic<unsigned> freezes, longest_freeze, whole_passes;
@@ -181,7 +183,8 @@ int print_row(const std::string &what, const tally &sum)
     printf("| %s | %d | %d | %d | %d | %.1f | %u | %u | %u |\n", what.c_str(), sum.marks, sum.taken,
            sum.wrong, sum.in_five_seconds, sum.longest, freezes.load(), longest_freeze.load(),
            whole_passes.load());
-    return sum.wrong == 0 && sum.taken == sum.marks ? 0 : 1;
+    const int not_all = sum.taken > 0 ? missed_some : 1;
+    return sum.wrong > 0 ? 1 : sum.taken < sum.marks ? not_all : 0;
 }
 
 // FOLDER and CHECK are empty for writers on the disk itself.
@@ -199,7 +202,8 @@ int check_marks(const std::string &source, const std::vector<std::string> &mirro
     tally sum;
     while (sum.marks < marks) {
         if (!rate.empty()) {
-            std::ofstream(throttle) << rate << '\n';
+            std::ofstream(throttle + ".new") << rate << '\n';
+            std::filesystem::rename(throttle + ".new", throttle);
             std::this_thread::sleep_for(1500ms); // it is read once a second
         }
         mark_and_check(mirrors, writers, check, copy, &sum);
@@ -218,8 +222,8 @@ int measure_rates(const std::string &source, const std::string &mirror_guid, int
         tally sum;
         while (sum.marks < marks)
             take_mark({mirror_guid}, &sum);
-        result |= print_row(std::to_string(rate) + " KiB/s", sum);
-        result |= sum.in_five_seconds != marks;
+        print_row(std::to_string(rate) + " KiB/s", sum);
+        result = std::max(result, sum.in_five_seconds == marks ? 0 : missed_some);
         fflush(stdout);
     }
     return result;

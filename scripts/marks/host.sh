@@ -1,7 +1,13 @@
 #!/bin/bash
-# Marks of disks that are written to all the time, inside the private host: host.sh BUILD-FOLDER MARKS [KIND...]; kinds
-# are rates, disk, ext4, xfs, group.
+# Marks of disks that are written to all the time, inside the private host: host.sh [--busy] BUILD-FOLDER MARKS [KIND...];
+# kinds are rates, disk, ext4, xfs, group. On a busy machine some marks may miss their deadline: with --busy that is no
+# failure, as long as what is taken is right.
 set -euo pipefail
+allowed=0
+if [[ $1 == --busy ]]; then
+    allowed=3
+    shift
+fi
 bin=$1/bin
 marks=$2
 kinds=(rates disk ext4 xfs group)
@@ -17,6 +23,13 @@ folder=/run/disks
 hook=/etc/kavtessaron/mark.d/copy
 mkdir -p $folder /etc/kavtessaron/mark.d /run/copy /run/copy2
 mount -t tmpfs -o size=4G marks $folder
+
+# marks_of ARGUMENT...: of bench-marks.
+marks_of() {
+    local status=0
+    "$bin/bench-marks" "$@" || status=$?
+    ((status == 0 || status == allowed)) || result=1
+}
 
 # attach NAME MIB: a new disk with a signature and one partition; its path in $attached.
 attach() {
@@ -89,7 +102,7 @@ mark_files() {
         echo "$here/check_copy.sh $1 $copy /run/copy \$1 || exit 1"
         (($# < 3)) || echo "$here/check_copy.sh $3 ${second[1]} /run/copy2 \$1 || exit 1"
     } >/run/check
-    "$bin/bench-marks" files "$source" "$mirror" "$marks" /run/copy "$mounted" "sh /run/check" 1 "${pair[@]}" || result=1
+    marks_of files "$source" "$mirror" "$marks" /run/copy "$mounted" "sh /run/check" 1 "${pair[@]}"
     umount /run/mnt/*
     partx --delete "$source"
     (($# < 3)) || partx --delete "${pair[0]}"
@@ -103,12 +116,12 @@ for kind in "${kinds[@]}"; do
         rates)
             new_disks 1024
             rm -f $hook
-            "$bin/bench-marks" rates "$source" "$mirror" 20 || result=1
+            marks_of rates "$source" "$mirror" 20
             ;;
         disk)
             new_disks 48
             have_hook 1 "$mirror" "$copy"
-            "$bin/bench-marks" disk "$source" "$mirror" "$marks" "$copy" || result=1
+            marks_of disk "$source" "$mirror" "$marks" "$copy"
             ;;
         ext4) mark_files ext4 320 ;;
         xfs) mark_files xfs 320 ;;
