@@ -2,6 +2,7 @@
 
 #include "platform/linux/state/mirror_hold.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -88,11 +89,18 @@ bool is_done(copying &work, const copy_result &result)
     return false;
 }
 
+void note_position(copying &work, uint64_t position)
+{
+    work.ends.copied += position - std::min(work.position.value_or(position), position);
+    work.position = position;
+}
+
 bool wait_for_turn(copying &work, uint64_t position)
 {
+    note_position(work, position);
     for (;;) {
         work.ends.progress.note(work.one, work.ends.tracking.why, position);
-        const auto pause = work.limit.pause(position, steady_clock::now());
+        const auto pause = work.ends.limit.pause(work.ends.copied, steady_clock::now());
         std::unique_lock held(work.one.lock);
         if (!is_in_force(work))
             return false;

@@ -3,7 +3,6 @@
 
 #include "platform/linux/mirror/block_copy.h"
 #include "platform/linux/mirror/ends.h"
-#include "platform/linux/mirror/throttle.h"
 
 #include <chrono>
 #include <string>
@@ -19,7 +18,7 @@ struct copying {
     std::string src_guid;
     std::string dest_guid;
     unique_fd hold;
-    throttle limit;
+    std::optional<uint64_t> position; // of the pass, where it was last; null: it begins
     std::chrono::steady_clock::time_point next_checkpoint;
     int sync_error = 0; // why a flush failed
 };
@@ -50,5 +49,8 @@ bool make_lasting(copying &work);
 // Sets the link of the disk down that RESULT, or a flush, blames. True if there is nothing to blame.
 bool is_done(copying &work, const copy_result &result);
 
-// Waits as long as the limit demands. False if the order is in force no more.
+// The pass has come so far.
+void note_position(copying &work, uint64_t position);
+
+// Waits then as long as the limit demands. False if the order is in force no more.
 bool wait_for_turn(copying &work, uint64_t position);

@@ -1,13 +1,17 @@
 // The two disks of a mirror relationship and their links, as the worker thread knows them.
 #pragma once
 
+#include "base/deleter.h"
 #include "platform/linux/mirror/disk_watch.h"
 #include "platform/linux/mirror/locate_disk.h"
 #include "platform/linux/mirror/mirror.h"
 #include "platform/linux/mirror/page_samples.h"
 #include "platform/linux/mirror/progress.h"
+#include "platform/linux/mirror/throttle.h"
 
 #include <chrono>
+#include <cstdlib>
+#include <memory>
 
 enum class side { source, dest };
 
@@ -40,6 +44,9 @@ struct mirror_ends {
     mirror_end dest;
     tracking_choice tracking;
     progress_report progress;
+    std::unique_ptr<char, deleter<free>> pages; // what is copied page by page goes through it
+    throttle limit;
+    uint64_t copied = 0; // bytes, by all copies and passes; for the limit
 };
 
 // Checks that both disks are still there, alone with their GUID and counted, searches for a missing one, and

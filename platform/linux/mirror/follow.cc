@@ -36,6 +36,7 @@ bool is_awaited(const copying &work)
 // False if a disk failed, or another order came.
 bool copy_marked(copying &work)
 {
+    work.position.reset();
     return !work.tracker->take() || is_done(work, copy_taken_pages(work));
 }
 

@@ -1,25 +1,24 @@
 #include "platform/linux/mirror/page_copy.h"
 
-#include "base/deleter.h"
-
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 
 namespace {
 
 constexpr size_t alignment = 4096;
 
-using buffer = std::unique_ptr<char, deleter<free>>;
-
-buffer new_buffer(uint64_t size)
+// Made at the first need and kept, of which only what is used takes memory. Null: no memory.
+char *buffer_of(copying &work, uint64_t size)
 {
-    return buffer(
-        static_cast<char *>(aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment)));
+    auto &pages = work.ends.pages;
+    if (!pages)
+        pages.reset(
+            static_cast<char *>(aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment)));
+    return pages.get();
 }
 
 copy_result failure(copy_end whose, ssize_t count, uint64_t offset)
@@ -54,16 +53,17 @@ copy_result copy_taken_pages(copying &work)
     copy_result all;
     const uint64_t longest = std::max(copy_block, work.tracker->page_size());
     auto run = work.tracker->next_taken(0, longest);
-    const buffer bytes = run ? new_buffer(longest) : nullptr;
+    char *bytes = run ? buffer_of(work, longest) : nullptr;
     if (run && !bytes)
         return {.end = copy_end::failed, .error = ENOMEM};
     for (; run; run = work.tracker->next_taken(run->end, longest)) {
         if (!wait_for_turn(work, all.written))
             return {.end = copy_end::stopped};
-        const copy_result one = copy_run(work, *run, bytes.get());
+        const copy_result one = copy_run(work, *run, bytes);
         if (one.end != copy_end::done)
             return one;
         all.written += one.written;
     }
+    note_position(work, all.written);
     return all;
 }

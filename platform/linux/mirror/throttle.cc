@@ -14,6 +14,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr std::chrono::milliseconds longest_pause = 200ms;
+constexpr std::chrono::duration<double> longest_credit = 1s;
 
 // For a host without the setting: decimal text in a file beside the mirrors. Any copy may look at it.
 uint64_t rate_of_old_file()
@@ -36,22 +37,23 @@ uint64_t read_rate()
 
 } // namespace
 
-std::chrono::milliseconds throttle::pause(uint64_t position, clock::time_point now)
+std::chrono::milliseconds throttle::pause(uint64_t bytes, clock::time_point now)
 {
     if (now >= next_read_) {
         const uint64_t former = rate_;
         rate_ = read_rate();
         next_read_ = now + 1s;
         if (rate_ != former) {
-            start_ = position;
+            start_ = bytes;
             since_ = now;
         }
     }
     if (rate_ == 0)
         return 0ms;
-    const std::chrono::duration<double> due(static_cast<double>(position - start_) /
-                                            static_cast<double>(rate_));
+    const std::chrono::duration<double> due(static_cast<double>(bytes - start_) / static_cast<double>(rate_));
     const std::chrono::duration<double> over = due - (now - since_);
+    if (over < -longest_credit)
+        since_ += std::chrono::duration_cast<clock::duration>(-over - longest_credit);
     if (over <= 0s)
         return 0ms;
     return std::clamp(

@@ -110,6 +110,7 @@ void settle_tracking(mirror &one, mirror_ends &ends)
     if (tracker)
         check_mirror(*tracker, record, ends);
     choice.why = tracker ? "" : why;
+    ends.pages.reset(); // its pages may be larger
     log_at(tracker ? LOG_INFO : LOG_WARNING, "%s", announcement(record.src_guid, tracker.get(), why).c_str());
     choice.is_settled = true; // not before: memory may run out on the way
     const std::lock_guard held(one.lock);
