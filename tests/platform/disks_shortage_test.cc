@@ -32,7 +32,7 @@ void expect_same_or_nothing(const std::string &name, const std::string &path)
             << described(list, name);
         kavdisk_free_devs(&list);
     };
-    at_every_allocation([&] { return kavdisk_get_devs(&list, 1); }, check_list, 1);
+    at_every_allocation([&] { return kavdisk_get_devs(&list, 1); }, check_list, 5);
     const uint32_t type = get_part_type(path.c_str());
     at_every_allocation([&] { return get_part_type(path.c_str()); },
                         [&](uint32_t result, bool) { EXPECT_TRUE(result == type || result == 0); });
