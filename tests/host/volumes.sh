@@ -59,7 +59,7 @@ make_source other 16
 
 step "a volume"
 create mirror "${guid[disk]}"
-create second "${device[other]}"
+create second "${device[other]}" # by its path
 check "has the size of the disk" test "$(blockdev --getsize64 "${device[mirror]}")" = $((32 << 20))
 check "takes no room yet" test "$(stat -c %b "$folder/mirror.img")" -lt 200
 check "a name is given once" refused "there is a volume" qelc volume create --like "${guid[disk]}" --in "$folder" --name mirror
@@ -69,7 +69,7 @@ check "and what was begun is gone" test "$(<"$folder/third.img") $(records | wc 
 check "not where a boot ends it" refused "is restarted" qelc volume create --like "${guid[disk]}" --in /var
 check "not on the disk itself" refused "the very disk" \
     qelc volume create --like "${device[system]}" --in "$folder"
-check "not of a partition" refused "no such disk" qelc volume create --like nothing --in "$folder"
+check "not of a disk that is not there" refused "no such disk" qelc volume create --like nothing --in "$folder"
 
 step "a mirror on it"
 start_protected disk=mirror
@@ -87,7 +87,7 @@ check "all volumes come" qelc volume attach
 device[mirror]=$(listed mirror "" | grep -o '/dev/loop[0-9]*')
 device[second]=$(listed second "" | grep -o '/dev/loop[0-9]*')
 before=$(losetup)
-check "once" qelc volume attach
+check "twice is no harm" qelc volume attach
 check "and stay as they are" test "$(losetup)" = "$before"
 start_again
 write_page disk

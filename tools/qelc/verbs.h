@@ -22,7 +22,7 @@ struct verb {
     const char *usage = ""; // what follows the name
     const char *description;
     const char *note = ""; // at the end of its help
-    uint32_t code = 0; // 0: the verb asks no daemon
+    uint32_t code = 0;     // 0: the verb asks no daemon
     void (*add_options)(CLI::App &app, verb_options &given) = add_no_options;
 
     // What the options do not tell the parser about wrong usage; "" for nothing.

@@ -40,7 +40,8 @@ std::string kernel_name(const std::string &name)
 
 bool has_name(const known_disk &disk, const std::string &name, const std::string &kernel)
 {
-    return disk.facts.name == kernel || (!disk.guid.empty() && strcasecmp(disk.guid.c_str(), name.c_str()) == 0);
+    return disk.facts.name == kernel ||
+           (!disk.guid.empty() && strcasecmp(disk.guid.c_str(), name.c_str()) == 0);
 }
 
 std::string folder_of(dev_t device)

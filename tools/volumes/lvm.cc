@@ -58,8 +58,8 @@ tool_result run(const std::vector<std::string> &words)
 std::vector<std::vector<std::string>> report(const std::string &tool, const std::string &columns,
                                              const std::vector<std::string> &of, std::string *why)
 {
-    std::vector<std::string> words = {tool,        "--noheadings", "--nosuffix", "--units", "b",
-                                      "--separator", "|",          "--options",  columns};
+    std::vector<std::string> words = {tool, "--noheadings", "--nosuffix", "--units", "b", "--separator",
+                                      "|",  "--options",    columns};
     words.insert(words.end(), of.begin(), of.end());
     const tool_result result = run(words);
     *why = result.error;
@@ -168,11 +168,12 @@ lvm_found find_lvm(const std::string &volume, lvm_volume *facts, std::string *wh
 std::string create_lvm(const std::string &volume, const std::string &pool, uint64_t size,
                        const std::string &tag)
 {
-    std::vector<std::string> words = {"lvcreate", "--quiet", "--yes", "--addtag",
+    std::vector<std::string> words = {"lvcreate", "--quiet", "--yes",          "--addtag",
                                       tag,        "--name",  volume_of(volume)};
     const std::string bytes = std::to_string(size) + "b";
     if (pool.empty())
-        words.insert(words.end(), {"--wipesignatures", "y", "--zero", "y", "--size", bytes, group_of(volume)});
+        words.insert(words.end(),
+                     {"--wipesignatures", "y", "--zero", "y", "--size", bytes, group_of(volume)});
     else
         words.insert(words.end(), {"--virtualsize", bytes, "--thinpool", pool});
     return run(words).error;
@@ -186,9 +187,9 @@ std::string remove_lvm(const std::string &volume)
 std::optional<std::string> lvm_snapshots(const std::string &volume, std::string *why)
 {
     std::string names;
-    for (const auto &row : report(
-             "lvs", "lv_name",
-             {"--select", "origin=" + volume_of(volume) + " && pool_lv=\"\"", group_of(volume)}, why))
+    for (const auto &row :
+         report("lvs", "lv_name",
+                {"--select", "origin=" + volume_of(volume) + " && pool_lv=\"\"", group_of(volume)}, why))
         names += (names.empty() ? "" : ", ") + row[0];
     return why->empty() ? std::optional(names) : std::nullopt;
 }

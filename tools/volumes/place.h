@@ -9,10 +9,10 @@
 
 struct volume_place {
     volume_kind kind = volume_kind::file;
-    std::string in;            // the folder, resolved, or VG
-    std::string pool;          // VG/POOL of a thin volume
-    uint64_t free = 0;         // bytes
-    bool is_volatile = false;  // its content is lost when the host is restarted
+    std::string in;           // the folder, resolved, or VG
+    std::string pool;         // VG/POOL of a thin volume
+    uint64_t free = 0;        // bytes
+    bool is_volatile = false; // its content is lost when the host is restarted
 };
 
 // Reads WHERE, a folder, VG or VG/POOL: a text that begins with / or . is a folder. Returns what is wrong, ""

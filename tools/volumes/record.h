@@ -19,8 +19,8 @@ struct volume_record {
     std::string guid; // made of its signature, see disk_signature.h
     volume_state state = volume_state::creating;
     volume_kind kind = volume_kind::file;
-    std::string place; // path of the file, or VG/LV
-    uint64_t size = 0; // bytes, of the disk that it was made for
+    std::string place;  // path of the file, or VG/LV
+    uint64_t size = 0;  // bytes, of the disk that it was made for
     uint64_t block = 0; // bytes, of a logical block
 
     bool operator==(const volume_record &) const = default;

@@ -17,10 +17,11 @@ std::string because(const std::string &what)
 }
 
 // Whose creation had not come that far is not ours.
-std::string is_left_alone(const volume_record &volume, const std::string &mark)
+std::string left_alone(const volume_record &volume, const std::string &mark)
 {
-    return volume.state == volume_state::creating ? ""
-                                                  : volume.place + " does not have " + mark + " and is left alone";
+    return volume.state == volume_state::creating
+               ? ""
+               : volume.place + " does not have " + mark + " and is left alone";
 }
 
 // --- Files -------------------------------------------------------------------------------------------
@@ -84,7 +85,7 @@ std::string remove_file(const volume_record &volume)
     if (access(volume.place.c_str(), F_OK) != 0)
         return errno == ENOENT ? "" : because(volume.place);
     if (guid_in(volume.place) != volume.guid)
-        return is_left_alone(volume, "the signature of this volume");
+        return left_alone(volume, "the signature of this volume");
     if (unlink(volume.place.c_str()) != 0 || !sync_folder_of(volume.place))
         return because(volume.place);
     return "";
@@ -95,6 +96,11 @@ std::string remove_file(const volume_record &volume)
 std::string tag_of(const volume_record &volume)
 {
     return "qelcd-" + volume.guid.substr(0, 8);
+}
+
+bool has_tag(const lvm_volume &volume, const std::string &tag)
+{
+    return ("," + volume.tags + ",").find("," + tag + ",") != std::string::npos;
 }
 
 // What was in the extents before must not show through where tables and superblocks are looked for.
@@ -116,8 +122,8 @@ std::string remove_lvm_store(const volume_record &volume)
         return volume.place + ": " + why;
     if (found == lvm_found::missing)
         return "";
-    if (("," + facts.tags + ",").find("," + tag_of(volume) + ",") == std::string::npos)
-        return is_left_alone(volume, "the tag " + tag_of(volume));
+    if (!has_tag(facts, tag_of(volume)))
+        return left_alone(volume, "the tag " + tag_of(volume));
     return remove_lvm(volume.place);
 }
 
@@ -187,12 +193,16 @@ bool is_store_there(const volume_record &volume)
                                             : find_lvm(volume.place, &facts, &why) == lvm_found::found;
 }
 
-std::string store_dependants(const volume_record &volume)
+std::string removal_objection(const volume_record &volume)
 {
     std::string why;
-    if (volume.kind != volume_kind::thick)
-        return "";
-    return lvm_snapshots(volume.place, &why).value_or("");
+    if (volume.kind == volume_kind::file)
+        return guid_in(volume.place) == volume.guid ? "" : left_alone(volume, "the signature of this volume");
+    lvm_volume facts;
+    if (find_lvm(volume.place, &facts, &why) == lvm_found::found && !has_tag(facts, tag_of(volume)))
+        return left_alone(volume, "the tag " + tag_of(volume));
+    const auto lost = volume.kind == volume_kind::thick ? lvm_snapshots(volume.place, &why) : "";
+    return !why.empty() || !lost || lost->empty() ? why : "its snapshots would be lost with it: " + *lost;
 }
 
 std::optional<uint64_t> store_taken(const volume_record &volume)

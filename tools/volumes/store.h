@@ -22,8 +22,8 @@ std::string store_fault(const volume_record &volume);
 
 bool is_store_there(const volume_record &volume);
 
-// What would be lost with it besides itself; "" for nothing.
-std::string store_dependants(const volume_record &volume);
+// Why it must not be removed: it is another one, or something else would be lost with it. "" if it may.
+std::string removal_objection(const volume_record &volume);
 
 // Bytes; null if it is not there.
 std::optional<uint64_t> store_taken(const volume_record &volume);

@@ -1,5 +1,6 @@
 // Mirror volumes of this host: made, shown as loop devices, listed and removed. A command that is killed at
-// any moment leaves nothing half for long: the next one removes what it was about to make, and ends a removal.
+// any moment leaves nothing half for long: the next one removes what it was about to make, and ends a
+// removal.
 #pragma once
 
 #include "tools/volumes/record.h"

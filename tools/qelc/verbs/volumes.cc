@@ -96,9 +96,7 @@ int show_volumes(const verb_options & /*given*/, bool json)
 }
 
 constexpr verb table[] = {
-    {.name = "volumes",
-     .description = "show the volumes of this host",
-     .run_here = list_volumes},
+    {.name = "volumes", .description = "show the volumes of this host", .run_here = list_volumes},
     {.name = "volume create",
      .usage = "--like DISK --in PLACE [--name NAME] [--yes]",
      .description = "make a volume for the mirror of a disk",
