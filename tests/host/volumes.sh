@@ -63,9 +63,9 @@ create second "${device[other]}" # by its path
 check "has the size of the disk" test "$(blockdev --getsize64 "${device[mirror]}")" = $((32 << 20))
 check "takes no room yet" test "$(stat -c %b "$folder/mirror.img")" -lt 200
 check "a name is given once" refused "there is a volume" qelc volume create --like "${guid[disk]}" --in "$folder" --name mirror
-echo precious >"$folder/third.img"
-check "no file is overwritten" refused "File exists" qelc volume create --like "${guid[disk]}" --in "$folder" --name third
-check "and what was begun is gone" test "$(<"$folder/third.img") $(records | wc -l)" = "precious 6"
+echo precious >"$folder/theirs.img"
+check "no file is overwritten" refused "File exists" qelc volume create --like "${guid[disk]}" --in "$folder" --name theirs
+check "and what was begun is gone" test "$(<"$folder/theirs.img") $(records | wc -l)" = "precious 6"
 check "not where a boot ends it" refused "is restarted" qelc volume create --like "${guid[disk]}" --in /var
 check "not on the disk itself" refused "the very disk" \
     qelc volume create --like "${device[system]}" --in "$folder"
@@ -115,13 +115,33 @@ mv "$folder/away" "$folder/second.img"
 check "its own file again" qelc volume attach
 
 step "commands that were killed"
-sed -i 's/^state whole/state creating/' /var/lib/qelcd-volumes/second.volume
-: >"$folder/.second.${guid[second]%%-*}.new"
-check "half a volume goes" qelc volume attach
-check "without a trace" test "$(records | grep -c second || true)" = 0
+# all_or_nothing NAME: the volume is there as a whole, or no trace of it.
+all_or_nothing() {
+    if listed "$1" '"state":"whole","device":"/dev/loop'; then
+        [[ $(records | grep -c "$1") == 2 ]]
+    else
+        ! records | grep "$1" && ! losetup | grep "$1"
+    fi
+}
+
+# killed DELAY ARGUMENT...: this command is killed after so many seconds.
+killed() {
+    { timeout --signal KILL "$1" qelc volume "${@:2}" || true; } >/dev/null 2>&1
+}
+for delay in 0.0{01,03,06,1,15,2,3,4,6}; do
+    killed "$delay" create --like "${device[other]}" --in "$folder" --name third
+    check "after a kill volumes are whole" qelc volume attach
+    check "or not there" all_or_nothing third
+    killed "$delay" delete second --yes
+    check "after a kill volumes are deleted" qelc volume attach
+    check "or stay" all_or_nothing second
+    qelc volume delete third --yes 2>/dev/null || true
+    [[ -e $folder/second.img ]] || create second "${device[other]}"
+done
+check "a volume is deleted" qelc volume delete second --yes
 check "protection ends" as_manager unprotect "${guid[disk]}"
 check_within 20 "a volume is deleted" qelc volume delete mirror --yes
-check "nothing is left" test "$(records | paste -s -d ' ')" = "$folder/third.img /var/lib/qelcd-volumes/lock"
+check "nothing is left" test "$(records | paste -s -d ' ')" = "$folder/theirs.img /var/lib/qelcd-volumes/lock"
 check "the list is empty" test "$(qelc volumes)" = "no volumes"
 check "the loop device as well" none grep -q "mirror.img" <(losetup)
 end_test

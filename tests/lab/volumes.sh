@@ -48,14 +48,15 @@ loop 300 pv
 check "a volume group" vgcreate --quiet --devicesfile '' lab "$loop"
 # Old content, where the next volume will lie.
 lvcreate --quiet --yes --name old --size 52M lab
-yes old | dd of=/dev/lab/old bs=1M count=52 iflag=fullblock conv=fsync status=none
+head -c 52M /dev/zero | tr '\0' x >/dev/lab/old
+sync /dev/lab/old
 lvremove --quiet --yes lab/old
 
 step "a thick volume"
 create --like "$disk" --in lab --name thick
 check "has the size of the disk" test "$(blockdev --getsize64 "$device")" = $((50 << 20))
 check "and its signature" has_signature
-check "and nothing old at its ends" cmp <(dd if="$device" bs=1M skip=49 status=none) <(head -c 1M /dev/zero)
+check "and nothing old at its end" test "$(dd if="$device" bs=1M skip=49 status=none | tr -d '\0' | wc -c)" = 0
 check "a name is given once" refused "there is a volume" qelc volume create --like "$disk" --in lab --name thick
 lvcreate --quiet --yes --name taken --size 4M lab
 check "no volume is overwritten" refused "lab/taken exists" qelc volume create --like "$disk" --in lab --name taken
