@@ -15,7 +15,7 @@ constexpr size_t message_size = 4096; // a longer message is cut
 // buffer would cost a page fault per request.
 constexpr size_t short_size = 256;
 
-std::atomic<int> log_to_stdout{0};
+std::atomic<FILE *> log_stream{nullptr}; // null: the system log
 
 iovec part(const char *text)
 {
@@ -30,8 +30,8 @@ void write_message(int level, const char *func, int line, const char *message)
         snprintf(place, sizeof place, "func: %s line: %d msg: ", func, line);
     const size_t length = strlen(message);
     const char *end = length > 0 && message[length - 1] == '\n' ? "" : "\n";
-    if (log_to_stdout)
-        printf("%s%s%s", place, message, end);
+    if (FILE *stream = log_stream)
+        fprintf(stream, "%s%s%s", place, message, end);
     else
         system_log_send(level, std::array{part(place), part(message), part(end)});
 }
@@ -67,7 +67,7 @@ extern "C" int log_init(const char *ident, int to_stdout, int level, ...)
 {
     set_log_level(level);
     if (to_stdout)
-        log_to_stdout = to_stdout;
+        log_stream = stdout;
     else
         system_log_open(ident);
     return 0;
@@ -92,4 +92,10 @@ extern "C" int set_log_level(int level)
 {
     log_level.store(level, std::memory_order_relaxed);
     return level;
+}
+
+void log_to_stderr(int level)
+{
+    set_log_level(level);
+    log_stream = stderr;
 }

@@ -28,6 +28,9 @@ __attribute__((visibility("default"))) void debug_off(void);         // threshol
 __attribute__((visibility("default"))) int set_log_level(int level); // returns LEVEL
 }
 
+// For a tool that a person runs: lines go to standard error.
+void log_to_stderr(int level);
+
 // The threshold. Read on every log call without a lock, so it is atomic.
 extern std::atomic<int> log_level;
 

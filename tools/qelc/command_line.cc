@@ -159,6 +159,9 @@ std::string complaint_about(const CLI::App &app, const options &wanted, const st
     }
     if (is_command && wanted.json)
         return "--json goes with a verb";
+    if (wanted.given_verb && wanted.given_verb->run_here && (!wanted.peer.host.empty() || wanted.print_body))
+        return std::string(wanted.print_body ? "--print-body" : "--host") +
+               " does not belong to this verb, which sends nothing";
     return wanted.given_verb ? wanted.given_verb->complaint(wanted.for_verb) : "";
 }
 

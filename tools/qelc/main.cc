@@ -88,6 +88,8 @@ int print_reply(const options &wanted, const request &reply)
 
 int run(const options &wanted)
 {
+    if (wanted.given_verb && wanted.given_verb->run_here)
+        return wanted.given_verb->run_here(wanted.for_verb, wanted.json);
     optional_text body;
     if (!(wanted.given_verb ? take_verb_body(wanted, body) : take_command_body(wanted, body)))
         return exit_usage;

@@ -177,6 +177,27 @@ void add_database_options(CLI::App &app, verb_options &given)
     app.add_flag("--archive-log", given.archive_log, "the database keeps archive logs");
 }
 
+void add_new_volume(CLI::App &app, verb_options &given)
+{
+    add_text(app, "--like", given.disk, "DISK", "the disk whose size it gets: a name, a path or a GUID")
+        ->check(check_not_empty);
+    add_text(app, "--in", given.where, "PLACE", "a folder, a volume group (VG) or a thin pool (VG/POOL)")
+        ->check(check_not_empty);
+    app.add_option("--name", given.volume, "its name; without it, one is made from its GUID")
+        ->type_name("NAME")
+        ->check(check_not_empty);
+    app.add_flag("--yes", given.yes, "also where it is lost when the host is restarted");
+}
+
+void add_old_volume(CLI::App &app, verb_options &given)
+{
+    app.add_option("NAME", given.volume, "name of the volume")
+        ->type_name("")
+        ->check(check_not_empty)
+        ->required();
+    app.add_flag("--yes", given.yes, "do not ask");
+}
+
 // --- Of commands -------------------------------------------------------------------------------------
 
 void add_manager_options(CLI::App &app, command_options &given)

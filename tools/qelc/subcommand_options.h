@@ -28,6 +28,9 @@ struct verb_options {
     optional_text password; // of the user; no option gives it
     std::string password_file;
     optional_text oracle_home;
+    std::string where;  // a new volume lies
+    std::string volume; // name
+    bool yes = false;
     bool archive_log = false;
 };
 
@@ -53,6 +56,8 @@ void add_group_and_disks(CLI::App &app, verb_options &given);
 void add_group_and_disk(CLI::App &app, verb_options &given);
 void add_instance(CLI::App &app, verb_options &given);
 void add_database_options(CLI::App &app, verb_options &given);
+void add_new_volume(CLI::App &app, verb_options &given);
+void add_old_volume(CLI::App &app, verb_options &given);
 
 void add_manager_options(CLI::App &app, command_options &given);
 void add_pair_options(CLI::App &app, command_options &given);

@@ -10,6 +10,7 @@ std::span<const verb_kind> verb_kinds()
         {"schedule", "schedules of snapshots"},
         {"group", "consistency groups"},
         {"db", "databases"},
+        {"volume", "volumes of this host for mirrors"},
     };
     return kinds;
 }
@@ -17,7 +18,7 @@ std::span<const verb_kind> verb_kinds()
 std::span<const std::span<const verb>> verb_families()
 {
     static const std::span<const verb> families[] = {mirror_verbs(), snapshot_verbs(), group_verbs(),
-                                                     database_verbs()};
+                                                     database_verbs(), volume_verbs()};
     return families;
 }
 

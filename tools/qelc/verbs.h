@@ -22,7 +22,7 @@ struct verb {
     const char *usage = ""; // what follows the name
     const char *description;
     const char *note = ""; // at the end of its help
-    uint32_t code;
+    uint32_t code = 0;     // 0: the verb asks no daemon
     void (*add_options)(CLI::App &app, verb_options &given) = add_no_options;
 
     // What the options do not tell the parser about wrong usage; "" for nothing.
@@ -33,6 +33,9 @@ struct verb {
     // the verb has nothing special to show.
     optional_text (*view)(const char *answer) = nullptr;
     bool (*json)(const char *answer, json_object &object) = nullptr;
+
+    // What a verb of this host does without a daemon; returns what the program ends with.
+    int (*run_here)(const verb_options &given, bool json) = nullptr;
 
     // How many seconds the daemon may take; null if it is no slower than for other commands.
     unsigned (*seconds)(const verb_options &given) = nullptr;

@@ -11,6 +11,7 @@ std::span<const verb> mirror_verbs();
 std::span<const verb> snapshot_verbs();
 std::span<const verb> group_verbs();
 std::span<const verb> database_verbs();
+std::span<const verb> volume_verbs();
 
 // The schedule that was given; both times are 0 if none was.
 snapshot_times times_of(const verb_options &given);

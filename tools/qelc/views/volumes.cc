@@ -1,0 +1,79 @@
+#include "tools/qelc/views/volumes.h"
+
+#include "tools/common/exchange.h"
+#include "tools/common/human_text.h"
+#include "tools/common/text_table.h"
+#include "tools/common/visible.h"
+#include "tools/qelc/views/json_answer.h"
+
+#include <nlohmann/json.hpp>
+
+namespace {
+json_object text_or_null(const std::string &text)
+{
+    return text.empty() ? json_object() : json_object(text);
+}
+
+json_object volume_object(const volume_view &view)
+{
+    const volume_record &volume = view.volume;
+    json_object object;
+    object["name"] = volume.name;
+    object["size"] = volume.size;
+    object["taken"] = view.taken ? json_object(*view.taken) : json_object();
+    object["kind"] = text_of(volume.kind);
+    object["place"] = volume.place;
+    object["state"] = text_of(volume.state);
+    object["device"] = text_or_null(view.device.value_or(""));
+    object["fault"] = text_or_null(view.fault);
+    object["guid"] = volume.guid;
+    object["source"] = text_or_null(view.source);
+    return object;
+}
+
+// Success as in the other answers. A name in a file system need not be UTF-8.
+std::string text_of_answer(const json_object &content)
+{
+    json_object answer{{"status", status_ok}, {"meaning", meaning_of(status_ok)}};
+    answer.update(content);
+    return answer.dump(-1, ' ', false, json_object::error_handler_t::replace) + "\n";
+}
+} // namespace
+
+std::string volumes_table(const std::vector<volume_view> &volumes)
+{
+    if (volumes.empty())
+        return "no volumes\n";
+    text_table rows{{"Volume", "Size", "Taken", "Where", "Device", "GUID", "Mirror of"}};
+    std::string faults;
+    for (const volume_view &view : volumes) {
+        const volume_record &volume = view.volume;
+        const std::string source = view.source_name.empty() ? view.source : view.source_name;
+        rows.push_back({volume.name, size_text(volume.size), view.taken ? size_text(*view.taken) : "-",
+                        volume.place, view.device.value_or("-"), volume.guid, source.empty() ? "-" : source});
+        if (!view.fault.empty())
+            faults += "  " + visible(volume.name + ": " + view.fault) + "\n";
+    }
+    return align(rows) + (faults.empty() ? "" : "\n" + faults);
+}
+
+std::string volumes_json(const std::vector<volume_view> &volumes)
+{
+    json_object list = json_object::array();
+    for (const volume_view &view : volumes)
+        list.push_back(volume_object(view));
+    return text_of_answer({{"volumes", std::move(list)}});
+}
+
+std::string new_volume_json(const new_volume &made)
+{
+    return text_of_answer({{"name", made.name},
+                           {"device", made.device},
+                           {"guid", made.guid},
+                           {"disk_guid", text_or_null(made.disk_guid)}});
+}
+
+std::string success_json()
+{
+    return text_of_answer(json_object::object());
+}

@@ -1,0 +1,126 @@
+#include "tools/volumes/volumes.h"
+
+#include "tools/volumes/half_done.h"
+#include "tools/volumes/host_view.h"
+#include "tools/volumes/loop_device.h"
+#include "tools/volumes/store.h"
+
+namespace {
+// The other disk with the GUID of the volume; "" for none. DEVICE is the volume's own.
+std::string twin_of(const volume_record &volume, const std::optional<std::string> &device,
+                    const std::vector<known_disk> &disks)
+{
+    for (const known_disk &disk : disks) {
+        if (disk.guid == volume.guid && disk.facts.path != device)
+            return disk.facts.path;
+    }
+    return "";
+}
+
+// Why it is not shown, or not shown alone; "" for nothing. DEVICE is set if it is shown.
+std::string show(const volume_record &volume, const std::vector<known_disk> &disks,
+                 std::optional<std::string> *device)
+{
+    *device = loop_over(store_path(volume));
+    const std::string twin = twin_of(volume, *device, disks);
+    if (!twin.empty())
+        return twin + " has the same signature; of two such disks neither can be a mirror";
+    if (*device)
+        return "";
+    std::string why = store_fault(volume);
+    if (why.empty())
+        *device = attach_loop(store_path(volume), volume.size, volume.block, &why);
+    return why;
+}
+
+// Of a volume that cannot be deleted.
+void keep_after_all(volume_record &volume, const line_taker &say)
+{
+    std::optional<std::string> device;
+    if (!is_store_there(volume))
+        return;
+    volume.state = volume_state::whole;
+    if (save_volume(volume))
+        reject(say, volume.name, show(volume, {}, &device));
+}
+
+std::string fault_of(const volume_record &volume)
+{
+    if (volume.state == volume_state::whole) {
+        const std::string fault = store_fault(volume);
+        return fault.empty() ? "it is not attached (qelc volume attach)" : fault;
+    }
+    return std::string("it was left half ") + (volume.state == volume_state::creating ? "made" : "deleted") +
+           " (qelc volume attach removes it)";
+}
+} // namespace
+
+bool delete_volume(const std::string &name, const line_taker &say)
+{
+    const unique_fd lock = lock_volumes();
+    if (!lock.is_open())
+        return false;
+    remove_leftovers(say);
+    auto volume = find_volume(name);
+    if (!volume)
+        return !reject(say, name, "there is no such volume (qelc volumes lists them)");
+    std::string why = use_of(*volume);
+    if (why.empty() && !is_store_there(*volume)) {
+        say(name + ": " + volume->place + " is not there; if it comes back, remove it yourself");
+        return forget_volume(*volume);
+    }
+    if (reject(say, name, why.empty() ? removal_objection(*volume) : why))
+        return false;
+    volume->state = volume_state::deleting;
+    if (!save_volume(*volume))
+        return false;
+    why = detach_volume(*volume);
+    if (why.empty())
+        why = use_of(*volume); // whoever came in between was told that it is a mirror
+    if (why.empty())
+        why = remove_marked(*volume);
+    if (!why.empty())
+        keep_after_all(*volume, say);
+    return !reject(say, name, why);
+}
+
+bool attach_volumes(const line_taker &say)
+{
+    const unique_fd lock = lock_volumes();
+    if (!lock.is_open())
+        return false;
+    bool are_all_there = remove_leftovers(say);
+    const auto volumes = load_volumes(bad_files::set_aside);
+    const auto disks = known_disks();
+    if (!volumes || !disks)
+        return !reject(say, "volumes", "the volumes or the disks of this host cannot be listed");
+    for (const volume_record &volume : *volumes) {
+        std::optional<std::string> device;
+        if (volume.state == volume_state::whole && reject(say, volume.name, show(volume, *disks, &device)))
+            are_all_there = false;
+    }
+    return are_all_there;
+}
+
+std::optional<std::vector<volume_view>> view_volumes()
+{
+    const auto volumes = load_volumes(bad_files::left_alone);
+    const auto disks = known_disks();
+    const auto sources = sources_by_mirror();
+    if (!volumes || !disks || !sources)
+        return std::nullopt;
+    std::vector<volume_view> views;
+    for (const volume_record &volume : *volumes) {
+        volume_view &view = views.emplace_back(volume_view{volume, store_taken(volume), {}, "", "", ""});
+        view.device = loop_over(store_path(volume));
+        if (!view.device)
+            view.fault = fault_of(volume);
+        if (const auto found = sources->find(volume.guid); found != sources->end())
+            view.source = found->second;
+        for (const known_disk &disk : *disks) {
+            if (!view.source.empty() && disk.guid == view.source)
+                view.source_name = disk.facts.name;
+        }
+    }
+    return views;
+}
