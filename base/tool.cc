@@ -13,13 +13,12 @@
 namespace {
 class spawn_files {
 public:
-    explicit spawn_files(int output)
+    spawn_files(int output, int errors)
     {
         posix_spawn_file_actions_init(&actions_);
         add(posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0));
-        add(output < 0 ? posix_spawn_file_actions_addopen(&actions_, STDOUT_FILENO, "/dev/null", O_WRONLY, 0)
-                       : posix_spawn_file_actions_adddup2(&actions_, output, STDOUT_FILENO));
-        add(posix_spawn_file_actions_addopen(&actions_, STDERR_FILENO, "/dev/null", O_WRONLY, 0));
+        add_stream(output, STDOUT_FILENO);
+        add_stream(errors, STDERR_FILENO);
         // Ours are closed on exec anyway; those of a site's library may not be.
         add(posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1));
     }
@@ -31,6 +30,11 @@ public:
     int error() const { return error_; }
 
 private:
+    void add_stream(int from, int to)
+    {
+        add(from < 0 ? posix_spawn_file_actions_addopen(&actions_, to, "/dev/null", O_WRONLY, 0)
+                     : posix_spawn_file_actions_adddup2(&actions_, from, to));
+    }
     void add(int error) { error_ = error ? error : error_; }
 
     posix_spawn_file_actions_t actions_;
@@ -97,7 +101,7 @@ int start_tool(const tool_start &tool, pid_t *child)
     std::vector<std::string> variables = {std::string("PATH=") + tool_path, "LC_ALL=C", "HOME=/"};
     variables.insert(variables.end(), tool.variables.begin(), tool.variables.end());
     const std::vector<char *> argv = pointers_to(words), environment = pointers_to(variables);
-    const spawn_files files(tool.output);
+    const spawn_files files(tool.output, tool.errors);
     const spawn_attributes attributes(tool.leads_group);
     if (files.error() != 0)
         return files.error();

@@ -17,6 +17,7 @@ struct tool_start {
     std::vector<std::string> words;          // a path, or a name to look for on tool_path; then arguments
     std::vector<std::string> variables = {}; // "NAME=VALUE", beside PATH, LC_ALL and HOME
     int output = -1;                         // descriptor that becomes the standard output; -1: /dev/null
+    int errors = -1;                         // the same for the standard error
     bool leads_group = false;                // in a process group of its own, which can be killed as one
 };
 
