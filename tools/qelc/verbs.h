@@ -22,7 +22,7 @@ struct verb {
     const char *usage = ""; // what follows the name
     const char *description;
     const char *note = ""; // at the end of its help
-    uint32_t code;
+    uint32_t code = 0;
     void (*add_options)(CLI::App &app, verb_options &given) = add_no_options;
 
     // What the options do not tell the parser about wrong usage; "" for nothing.
@@ -33,6 +33,13 @@ struct verb {
     // the verb has nothing special to show.
     optional_text (*view)(const char *answer) = nullptr;
     bool (*json)(const char *answer, json_object &object) = nullptr;
+
+    // For a verb that is done here, without a daemon: returns what the program ends with. CODE and BODY are
+    // then without meaning.
+    int (*act)(const verb_options &given, bool as_json) = nullptr;
+
+    // Of a verb that takes a snapshot: the name of the new one is shown, if it is of this host.
+    bool takes_snapshot = false;
 
     // How many seconds the daemon may take; null if it is no slower than for other commands.
     unsigned (*seconds)(const verb_options &given) = nullptr;
