@@ -34,7 +34,7 @@ std::string own_path()
     Dl_info object{};
     const bool is_known = dladdr(reinterpret_cast<const void *>(&list_keepers), &object) != 0;
     const std::string path = is_known && object.dli_fname ? object.dli_fname : "";
-    if (path.find(".so") != std::string::npos)
+    if (path.find(".so", path.rfind('/') + 1) != std::string::npos)
         return path;
     char program[PATH_MAX]; // a program is known by the word that started it, which may be no path
     const ssize_t length = readlink("/proc/self/exe", program, sizeof program);
