@@ -18,7 +18,7 @@ END
 }
 
 is_kept() {
-    grep " disk $blank_guid ok$" "$journal" && test -e "$disk_folder/snapshot"
+    grep " disk $blank_guid ok" "$journal" && test -e "$disk_folder/snapshot"
 }
 
 show_snapshot() {

@@ -22,16 +22,39 @@ const std::string folder = "/var/lib/kavcdpagt/";
 constexpr char name[] = "a name that does not fit into a small string";
 constexpr char mirror[] = "0a1b2c3d-0000-0000-0000-000000000000";
 
-// Without the journal, and what a write that failed left.
+// Without the journal, snapshots, and what a write that failed left.
 std::map<std::string, std::string> state()
 {
     std::map<std::string, std::string> files;
     for (const auto &entry : fs::directory_iterator(folder)) {
         const std::string file = entry.path().filename();
-        if (file != "journal" && file != ".new")
+        if (file != "journal" && file != ".new" && !file.ends_with(".snapshot"))
             files[file] = read_file(entry.path());
     }
     return files;
+}
+
+// Keeps a mirror as an empty file. Its place has that name, so that one can see what no record tells of.
+void write_keeper()
+{
+    const std::string path = "/etc/kavtessaron/keepers.d/lvm";
+    write_file(path,
+               "#!/bin/sh\ncase $1 in\nprobe) echo /run/$QELCD_SNAPSHOT.kept ;;\nmark) : >$QELCD_PLACE ;;\n"
+               "undo) rm -f $QELCD_PLACE ;;\nlist) echo '[{\"place\":\"'$2'\"}]' ;;\nesac\n");
+    fs::permissions(path, fs::perms::owner_all);
+    fs::create_symlink("/dev/null", "/etc/kavtessaron/keepers.d/reflink");
+}
+
+// Whether there is a record of everything that is kept. Removes both.
+bool is_everything_recorded()
+{
+    bool is_recorded = true;
+    for (const auto &entry : fs::directory_iterator("/run")) {
+        const std::string kept = entry.path().stem();
+        if (entry.path().extension() == ".kept" && fs::remove(entry.path()))
+            is_recorded = is_recorded && fs::remove(folder + kept + ".snapshot");
+    }
+    return is_recorded;
 }
 
 int connect_database()
@@ -67,16 +90,19 @@ TEST(Agent, OutOfMemoryACallFailsAndNoRecordIsSetAside)
     world.relationships({{.dest_guid = mirror, .dest_path = "/dev/a-mirror-of-the-host"}});
     write_file("/etc/kavtessaron/mark.d/a", "#!/bin/sh\necho $QELCD_MARK >>/run/marks\n");
     fs::permissions("/etc/kavtessaron/mark.d/a", fs::perms::owner_all);
+    write_keeper();
     const std::string braced = "{" + std::string(mirror) + "}";
     const peer database = listen_tcp(1521);
     fcntl(database.fd(), F_SETFL, O_NONBLOCK);
     ASSERT_EQ(connect_database() + kav_call_disk_markcdp(braced.c_str()), 0);
     const auto before = state();
+    ASSERT_TRUE(is_everything_recorded());
     fs::remove("/run/marks");
 
     const struct {
         std::function<int()> call;
         int success, failure;
+        uint64_t step = 1;
     } calls[] = {
         {list_and_free<Kav_list_app>, 1, -1},
         {list_and_free<Kav_list_dev>, 1, -1},
@@ -87,18 +113,22 @@ TEST(Agent, OutOfMemoryACallFailsAndNoRecordIsSetAside)
              return connect_database();
          },
          0, -1},
-        {[&] { return kav_call_disk_markcdp(braced.c_str()); }, 0, -1},
+        {[&] { return kav_call_disk_markcdp(braced.c_str()); }, 0, -1, 7},
     };
-    for (const auto &[call, success, failure] : calls) {
+    for (const auto &[call, success, failure, step] : calls) {
         SCOPED_TRACE(&call - &calls[0].call);
-        at_every_allocation(call, [&](int result, bool only_one) {
-            const std::string log = take_log();
-            EXPECT_TRUE(result == success || (result == failure && !log.empty())) << result << log;
-            EXPECT_EQ(state(), before) << log;
-            const std::string marks = read_file("/run/marks");
-            const auto done = std::ranges::count(marks, 'm'), undone = std::ranges::count(marks, 'u');
-            EXPECT_TRUE(done - undone == (result == success) || !only_one || marks.empty()) << marks;
-            fs::remove("/run/marks");
-        });
+        at_every_allocation(
+            call,
+            [&](int result, bool only_one) {
+                const std::string log = take_log();
+                EXPECT_TRUE(result == success || (result == failure && !log.empty())) << result << log;
+                EXPECT_EQ(state(), before) << log;
+                const std::string marks = read_file("/run/marks");
+                const auto done = std::ranges::count(marks, 'm'), undone = std::ranges::count(marks, 'u');
+                EXPECT_TRUE(done - undone == (result == success) || !only_one || marks.empty()) << marks;
+                fs::remove("/run/marks");
+                EXPECT_TRUE(is_everything_recorded()) << log;
+            },
+            step);
     }
 }

@@ -23,8 +23,8 @@ TEST(Settings, AreWhatTheFileSaysAndADefaultForWhatCannotBeUsed)
     } rows[] = {
         {"# nothing\n\n   \t\r\n", defaults, ""},
         {"freeze=yes\n  freeze_after = 0 # at once\nfreeze_deadline\t=\t5000\r\nthrottle = 30M\n"
-         "tracking_page = 64K\ntracking_memory = 1G",
-         {true, seconds(0), milliseconds(5000), 30 << 20, 65536, 1 << 30},
+         "tracking_page = 64K\ntracking_memory = 1G\nunkept = journal",
+         {true, seconds(0), milliseconds(5000), 30 << 20, 65536, 1 << 30, unkept_marks::journal},
          ""},
         {"throttle = 0\nthrottle = 5\n", {.throttle = 0}, "2: throttle is set a second time\n"},
         {"throttle = 18446744073709551615\n", {.throttle = UINT64_MAX}, ""},

@@ -39,12 +39,15 @@ TEST_F(MadeHost, OddAndVanishingDevicesDoNotSpoilTheList)
 {
     EXPECT_EQ(disk_list(1).result, -1) << "no folder of disks at all";
     expect_log("/sys/block");
-    write_facts("/sys/block",
-                "sdx/size=4096 sdx/dev=8:0 sdx/ro=0 sdx/removable=0 sdx/sdx1/partition=one "
-                "cciss!c0d0/size=18446744073709551615 cciss!c0d0/dev=8:0 cciss!c0d0/device/vendor= "
-                "ram0/size=1 ram0/dev=1:0 zram1/size=1 zram1/dev=251:1 loop7/size=1 loop7/dev=7:7 "
-                "hidden/size=1 hidden/dev=8:0 hidden/hidden=1 garbage/size=12apples garbage/dev=8:0 "
-                "overflow/size=18446744073709551616 overflow/dev=8:0 numberless/size=1 numberless/dev=8");
+    write_facts(
+        "/sys/block",
+        "sdx/size=4096 sdx/dev=8:0 sdx/ro=0 sdx/removable=0 sdx/sdx1/partition=one "
+        "cciss!c0d0/size=18446744073709551615 cciss!c0d0/dev=8:0 cciss!c0d0/device/vendor= "
+        "loop8/size=1 loop8/dev=7:8 loop8/loop/backing_file=/x/m.qelcd-snapshots/2031-05-01T00-00-00Z-sda "
+        "dm-1/size=1 dm-1/dev=253:1 dm-1/dm/uuid=LVM-a dm-1/dm/name=v-m.qelcd--2031--05--01T00--00--00Z--sda "
+        "ram0/size=1 ram0/dev=1:0 zram1/size=1 zram1/dev=251:1 loop7/size=1 loop7/dev=7:7 "
+        "hidden/size=1 hidden/dev=8:0 hidden/hidden=1 garbage/size=12apples garbage/dev=8:0 "
+        "overflow/size=18446744073709551616 overflow/dev=8:0 numberless/size=1 numberless/dev=8");
     write_file("/sys/block/sdx/device/vendor", "ATA     \n");
     write_file("/sys/block/sdx/device/model", std::string(200000, 'm') + "\n");
     std::filesystem::create_directory("/sys/block/vanished");

@@ -85,8 +85,12 @@ void declare(CLI::App &app, options &wanted)
         add_body_command(app, one, wanted);
     add_verbs(app, "", wanted);
     for (const verb_kind &kind : verb_kinds()) {
-        CLI::App &subcommand = add_subcommand(app, kind.name, kind.description, "Verbs");
-        subcommand.require_subcommand(1);
+        const std::vector<CLI::App *> same =
+            app.get_subcommands([&](const CLI::App *one) { return one->get_name() == kind.name; });
+        CLI::App *verb_too = same.empty() ? nullptr : same.front();
+        CLI::App &subcommand =
+            verb_too ? *verb_too : add_subcommand(app, kind.name, kind.description, "Verbs");
+        subcommand.require_subcommand(verb_too ? 0 : 1, 1);
         add_verbs(subcommand, kind.name + std::string(" "), wanted);
     }
 }
@@ -159,9 +163,9 @@ std::string complaint_about(const CLI::App &app, const options &wanted, const st
     }
     if (is_command && wanted.json)
         return "--json goes with a verb";
-    if (wanted.given_verb && wanted.given_verb->run_here && (!wanted.peer.host.empty() || wanted.print_body))
-        return std::string(wanted.print_body ? "--print-body" : "--host") +
-               " does not belong to this verb, which sends nothing";
+    if (wanted.given_verb && wanted.given_verb->run_here &&
+        (!wanted.peer.host.empty() || wanted.print_body || wanted.raw))
+        return "this verb asks no daemon: --host, --print-body and --raw do not go with it";
     return wanted.given_verb ? wanted.given_verb->complaint(wanted.for_verb) : "";
 }
 

@@ -3,6 +3,7 @@
 #include "base/file.h"
 #include "protocol/commands.h"
 #include "tools/qelc/command_line.h"
+#include "tools/qelc/new_snapshots.h"
 #include "tools/qelc/password.h"
 #include "tools/qelc/views/mirror_watch.h"
 #include "tools/qelc/views/progress.h"
@@ -101,9 +102,14 @@ int run(const options &wanted)
     if (wanted.for_verb.watch)
         return watch_mirrors(wanted.peer, *wanted.for_verb.watch);
 
+    const bool takes_snapshot = wanted.given_verb && wanted.given_verb->takes_snapshot && is_daemon_local;
+    const new_snapshots taken(takes_snapshot);
     int status = exit_ok;
     const std::unique_ptr<request> reply = ask(wanted.peer, wanted.code, body, status);
-    return reply ? print_reply(wanted, *reply) : status;
+    if (!reply)
+        return status;
+    status = print_reply(wanted, *reply);
+    return status == exit_ok && takes_snapshot ? taken.tell(wanted.for_verb, wanted.json) : status;
 }
 } // namespace
 

@@ -118,6 +118,26 @@ void add_disk_or_group(CLI::App &app, verb_options &given)
     add_group(app, given, "a consistency group")->excludes(disk);
 }
 
+void add_snapshot_options(CLI::App &app, verb_options &given)
+{
+    add_disk_or_group(app, given);
+    app.add_option("--note", given.note, "what the list of snapshots says of it")->type_name("TEXT");
+}
+
+void add_snapshot_names(CLI::App &app, verb_options &given)
+{
+    app.add_option("NAME", given.snapshots, "name of a snapshot")
+        ->type_name("")
+        ->check(check_not_empty)
+        ->required();
+}
+
+void add_snapshot_name(CLI::App &app, verb_options &given)
+{
+    add_snapshot_names(app, given);
+    app.get_option("NAME")->expected(1);
+}
+
 void add_schedule_options(CLI::App &app, verb_options &given)
 {
     add_disk_or_group(app, given);

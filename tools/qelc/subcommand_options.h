@@ -19,6 +19,8 @@ struct verb_options {
     std::vector<std::string> disks; // GUIDs, or SRC=MIRROR
     std::string disk;
     std::string group;
+    std::string note;                   // of a snapshot
+    std::vector<std::string> snapshots; // by name
     std::string start;
     uint32_t every = 0;
     bool off = false;
@@ -49,6 +51,9 @@ void add_sources(CLI::App &app, verb_options &given);
 void add_mirrors_options(CLI::App &app, verb_options &given);
 void add_volumes(CLI::App &app, verb_options &given);
 void add_disk_or_group(CLI::App &app, verb_options &given);
+void add_snapshot_options(CLI::App &app, verb_options &given);
+void add_snapshot_name(CLI::App &app, verb_options &given);
+void add_snapshot_names(CLI::App &app, verb_options &given);
 void add_schedule_options(CLI::App &app, verb_options &given);
 void add_group_name(CLI::App &app, verb_options &given);
 void add_group_and_any_disks(CLI::App &app, verb_options &given);

@@ -7,6 +7,7 @@
 std::span<const verb_kind> verb_kinds()
 {
     static constexpr verb_kind kinds[] = {
+        {"snapshots", ""}, // is a verb as well, which describes it
         {"schedule", "schedules of snapshots"},
         {"group", "consistency groups"},
         {"db", "databases"},
@@ -17,8 +18,8 @@ std::span<const verb_kind> verb_kinds()
 
 std::span<const std::span<const verb>> verb_families()
 {
-    static const std::span<const verb> families[] = {mirror_verbs(), snapshot_verbs(), group_verbs(),
-                                                     database_verbs(), volume_verbs()};
+    static const std::span<const verb> families[] = {mirror_verbs(), snapshot_verbs(), kept_verbs(),
+                                                     group_verbs(),  database_verbs(), volume_verbs()};
     return families;
 }
 

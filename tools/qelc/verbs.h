@@ -34,8 +34,12 @@ struct verb {
     optional_text (*view)(const char *answer) = nullptr;
     bool (*json)(const char *answer, json_object &object) = nullptr;
 
-    // What a verb of this host does without a daemon; returns what the program ends with.
-    int (*run_here)(const verb_options &given, bool json) = nullptr;
+    // For a verb that is done here, without a daemon: returns what the program ends with. CODE and BODY are
+    // then without meaning.
+    int (*run_here)(const verb_options &given, bool as_json) = nullptr;
+
+    // Of a verb that takes a snapshot: the name of the new one is shown, if it is of this host.
+    bool takes_snapshot = false;
 
     // How many seconds the daemon may take; null if it is no slower than for other commands.
     unsigned (*seconds)(const verb_options &given) = nullptr;

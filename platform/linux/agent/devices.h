@@ -11,6 +11,8 @@
 struct marked_device {
     std::string guid; // without braces
     std::string path;
+    std::string source = {};      // the GUID of its disk, without braces
+    std::string source_path = {}; // of its disk
 };
 
 // Frees the record and its path, which come from malloc.

@@ -12,7 +12,7 @@
 
 #define EXPORTED extern "C" __attribute__((visibility("default")))
 
-// The embedded agent of a plain Linux host. Snapshots are taken by the site's hooks.
+// The embedded agent of a plain Linux host. Snapshots are kept by keepers and the site's hooks.
 
 namespace {
 
@@ -66,7 +66,7 @@ int mark_disk(const char *mirror)
         log_error("Cannot mark mirror %s: this is no GUID in braces", shown(mirror).c_str());
         return -1;
     }
-    return mark_mirrors({"disk", {guid}});
+    return mark_mirrors({"", {guid}});
 }
 
 int mark_group(const Kavdevgrp *group)
@@ -83,7 +83,7 @@ int mark_group(const Kavdevgrp *group)
         log_error("Cannot mark group %s: it has no device", shown(group->name).c_str());
         return -1;
     }
-    order.what = "group " + escaped(group->name);
+    order.group = group->name;
     return mark_mirrors(order);
 }
 

@@ -66,7 +66,8 @@ outcome look(const std::vector<std::string> &guids, std::vector<marked_device> *
             *why = escaped(guid) + " is not level with its disk";
             result = outcome::behind;
         }
-        mirrors->push_back({guid, text_of(found->dest_path)});
+        mirrors->push_back(
+            {guid, text_of(found->dest_path), text_of(found->src_guid), text_of(found->src_path)});
     }
     return result;
 }

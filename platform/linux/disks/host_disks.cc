@@ -15,6 +15,19 @@ bool is_numbered(std::string_view name, std::string_view prefix)
     return name.starts_with(prefix) && parse_number(name.substr(prefix.size()));
 }
 
+// True for a device over a snapshot that a keeper has made, whatever has attached it. It has the GUID of the
+// mirror that it shows, and must never be taken for that. Told by the names that the keepers give, which the
+// kernel shows as long as the device is there: a clone of a file lies in a folder FILE.qelcd-snapshots, a
+// logical volume is VOLUME.qelcd-TIME (LVM doubles hyphens in the names of its devices).
+bool is_snapshot(const std::string &folder)
+{
+    const std::string file = read_attribute(folder + "/loop/backing_file").value_or("");
+    if (file.substr(0, file.rfind('/')).ends_with(".qelcd-snapshots"))
+        return true;
+    return read_attribute(folder + "/dm/uuid").value_or("").starts_with("LVM-") &&
+           read_attribute(folder + "/dm/name").value_or("").find(".qelcd--2") != std::string::npos;
+}
+
 bool is_disk(const std::string &name)
 {
     if (is_numbered(name, "ram") || is_numbered(name, "zram"))
@@ -22,7 +35,7 @@ bool is_disk(const std::string &name)
     const std::string folder = block_folder + name;
     if (is_numbered(name, "loop") && read_attribute(folder + "/loop/backing_file").value_or("").empty())
         return false;
-    return read_number(folder + "/hidden").value_or(0) == 0;
+    return read_number(folder + "/hidden").value_or(0) == 0 && !is_snapshot(folder);
 }
 
 std::optional<dev_t> read_device_number(const std::string &folder)

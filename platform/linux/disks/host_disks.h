@@ -28,8 +28,9 @@ struct disk_facts {
     std::vector<partition_facts> partitions;
 };
 
-// The kernel names of all disks, sorted. Memory disks (ram, zram), loop devices without a backing file, and
-// devices that the kernel hides are left out. Null with errno if /sys/block cannot be listed.
+// The kernel names of all disks, sorted. Memory disks (ram, zram), loop devices without a backing file,
+// snapshots that are attached, and devices that the kernel hides are left out. Null with errno if /sys/block
+// cannot be listed.
 std::optional<std::vector<std::string>> host_disk_names();
 
 // Null if the disk no longer exists.

@@ -95,6 +95,14 @@ complaint set_tracking_memory(std::string_view text, embedded_settings &all)
     return set_number(text, 4096, uint64_t{4} << 30, all.tracking_memory);
 }
 
+complaint set_unkept(std::string_view text, embedded_settings &all)
+{
+    if (text != "journal" && text != "refuse")
+        return "is neither journal nor refuse";
+    all.unkept = text == "journal" ? unkept_marks::journal : unkept_marks::refused;
+    return "";
+}
+
 constexpr struct {
     std::string_view key;
     complaint (*set)(std::string_view text, embedded_settings &all);
@@ -103,7 +111,8 @@ constexpr struct {
              {"freeze_deadline", set_freeze_deadline},
              {"throttle", set_throttle},
              {"tracking_page", set_tracking_page},
-             {"tracking_memory", set_tracking_memory}};
+             {"tracking_memory", set_tracking_memory},
+             {"unkept", set_unkept}};
 
 std::string_view without_blanks(std::string_view text)
 {

@@ -5,6 +5,9 @@
 #include <cstdint>
 #include <optional>
 
+// What becomes of a mark of a mirror that nothing would keep.
+enum class unkept_marks : uint8_t { refused, journal }; // journal: it is a line there, and keeps no data
+
 struct embedded_settings {
     bool freeze = false;
     std::chrono::seconds freeze_after{10};           // without a level, until file systems are frozen
@@ -12,6 +15,7 @@ struct embedded_settings {
     std::optional<uint64_t> throttle; // bytes per second, 0: no limit; null: what the mirrors' own file says
     uint64_t tracking_page = 0;       // bytes; 0: the smallest that fits into the memory
     uint64_t tracking_memory = uint64_t{64} << 20; // bytes per disk for the marks
+    unkept_marks unkept = unkept_marks::refused;
 
     bool operator==(const embedded_settings &) const = default;
 };

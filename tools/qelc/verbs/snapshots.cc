@@ -50,14 +50,15 @@ unsigned seconds_for_volumes(const verb_options & /*given*/)
 
 constexpr verb table[] = {
     {.name = "snapshot",
-     .usage = source_usage,
+     .usage = "(--disk GUID | --group NAME) [--note TEXT]",
      .description = "take a snapshot of a disk or a group now",
      .note = "The host reports success even for a group that it does not know; check with\n"
              "qelc group list.\n",
      .code = command::create_snapshot,
-     .add_options = add_disk_or_group,
+     .add_options = add_snapshot_options,
      .complaint = source_complaint,
-     .body = snapshot_body},
+     .body = snapshot_body,
+     .takes_snapshot = true},
     {.name = "restore-wait",
      .usage = "GUID...",
      .description = "wait for restored snapshot volumes",

@@ -1,0 +1,20 @@
+// Attaching, detaching and removing snapshots. For qelc, which an administrator runs on the host; the agent
+// itself does none of it.
+#pragma once
+
+#include <string>
+#include <vector>
+
+// Makes a read-only block device of each member; of one that is attached, it gives the device. All members or
+// none. False with the reason in WHY.
+bool attach_snapshot(const std::string &name, std::vector<std::string> *devices, std::string *why);
+
+// True if it was not attached. False with the reason in WHY.
+bool detach_snapshot(const std::string &name, std::string *why);
+
+// Removes the data and then the record. One that is attached is refused. False with the reason in WHY; what
+// is left can be removed again.
+bool remove_snapshot(const std::string &name, std::string *why);
+
+// Writes a note into the record. False with the reason in WHY.
+bool note_snapshot(const std::string &name, const std::string &note, std::string *why);

@@ -1,0 +1,53 @@
+#!/bin/bash
+# The life of a snapshot of a mirror on a file system that can clone files, as an administrator sees it.
+# snapshots.sh BUILD-FOLDER, in a private host.
+# shellcheck source=tests/host/host_test.sh
+source "$(dirname "$0")/host_test.sh"
+
+grep -qw xfs /proc/filesystems || modprobe xfs 2>/dev/null || { echo "no XFS here: skipped"; exit 77; }
+
+attach_xfs() {
+    truncate -s 400M /var/tmp/xfs
+    mkfs.xfs -q /var/tmp/xfs
+    attach_loop /var/tmp/xfs
+    mkdir "$images/xfs"
+    mount "$attached" "$images/xfs"
+}
+
+# state_is STATE: of the only snapshot.
+state_is() {
+    local page
+    page=$(qelc snapshots --disk "${guid[disk]}")
+    echo "$page"
+    [[ $(wc -l <<<"$page") == 2 && $page == *" $name "*" reflink "*" $1 "*"a note" ]]
+}
+
+# All loop devices have nodes here: one is needed that the keeper chooses.
+for number in {0..63}; do
+    [[ -e /dev/loop$number ]] || mknod -m 600 "/dev/loop$number" b 7 "$number"
+done
+attach_xfs
+make_source disk 32
+make_mirror xfs/mirror 32
+start_protected disk=xfs/mirror
+check "resync" as_manager resync "${guid[disk]}"
+check_within 60 "level" eval 'qelc mirrors | grep -w synchronised'
+
+name=$(qelc snapshot --disk "${guid[disk]}" --note "a note" | tail -n 1)
+check "a snapshot, listed" state_is ok
+check "which is in the journal" grep -x ".* ok $name" /var/lib/kavcdpagt/journal
+path=$(qelc snapshots attach "$name" 2>/dev/null)
+check "attached" state_is attached
+check "it holds what the disk holds beside the signature" cmp -i 4096 "$path" "${device[disk]}"
+check "and the mirror goes on" eval 'sleep 3; qelc mirrors | grep -w synchronised'
+check "it is not removed" none qelc snapshots remove "$name"
+check "detached" qelc snapshots detach "$name"
+rm "$images"/xfs/mirror.qelcd-snapshots/*
+check "what somebody has removed is gone" state_is gone
+check "and its record can be removed" qelc snapshots remove "$name"
+check "then nothing is left" test "$(qelc --json snapshots)" = '{"snapshots":[]}'
+mkdir -p /etc/kavtessaron/keepers.d
+ln -s /dev/null /etc/kavtessaron/keepers.d/reflink
+check "without a keeper there is no snapshot" none qelc snapshot --disk "${guid[disk]}"
+check "and the log says what to do" logged "nothing would keep ${guid[xfs/mirror]}"
+end_test
