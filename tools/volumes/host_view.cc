@@ -23,8 +23,17 @@
 namespace {
 constexpr int most_layers = 16; // of devices on devices; more must be a circle
 
+// An LVM volume and its snapshots show what the loop device over it shows. No relationship can use them.
+bool is_out_of_use(const disk_facts &disk)
+{
+    return access((disk.folder + "/dm").c_str(), F_OK) == 0 ||
+           access((disk.folder + "/md").c_str(), F_OK) == 0 || read_number(disk.folder + "/ro") != 0U;
+}
+
 std::string guid_of(const disk_facts &disk)
 {
+    if (is_out_of_use(disk))
+        return "";
     const char *vendor = disk.vendor ? disk.vendor->c_str() : nullptr;
     const char *model = disk.model ? disk.model->c_str() : nullptr;
     return is_storage_volume(vendor, model) ? read_scsi_guid(disk.folder).value_or("") : guid_in(disk.path);

@@ -11,7 +11,7 @@
 
 struct known_disk {
     disk_facts facts;
-    std::string guid; // "" if it has none, or cannot be read
+    std::string guid; // "" if it has none, cannot be read, or is made of other devices or read-only
 };
 
 // Null if they cannot be listed.
