@@ -142,6 +142,9 @@ std::string detach_loop(const std::string &path, const std::string &store)
     }
     if (!loop.is_open())
         return path + (errno == EBUSY ? " is mounted or in use" : std::string(": ") + strerror(errno));
+    struct stat facts {};
+    if (stat(store.c_str(), &facts) != 0 || !shows(loop.get(), facts))
+        return is_over(path, store) ? path + ": " + strerror(errno) : ""; // it has gone meanwhile
     if (!set_autoclear(loop.get(), true))
         return path + ": " + strerror(errno);
     loop.reset();

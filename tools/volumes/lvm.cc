@@ -29,11 +29,16 @@ std::string all_of(int fd)
     return text;
 }
 
-// A person reads one line: the last one, which says what ended the tool, without its indentation.
-std::string last_line(const std::string &text)
+// A person reads one line: the first one that is no warning, without its indentation. What follows is less
+// plain.
+std::string first_complaint(const std::string &text)
 {
-    const auto lines = split(text, '\n');
-    return lines.empty() ? "" : std::string(trim_padding(lines.back()));
+    for (std::string_view line : split(text, '\n')) {
+        line = trim_padding(line);
+        if (!line.starts_with("WARNING"))
+            return std::string(line);
+    }
+    return "";
 }
 
 tool_result run(const std::vector<std::string> &words)
@@ -50,7 +55,7 @@ tool_result run(const std::vector<std::string> &words)
         return {"", words[0] + ": " + strerror(error)};
     if (WIFEXITED(status) && WEXITSTATUS(status) == 0)
         return {all_of(output.get()), ""};
-    const std::string said = last_line(all_of(errors.get()));
+    const std::string said = first_complaint(all_of(errors.get()));
     return {"", words[0] + (said.empty() ? " has failed" : ": " + said)};
 }
 
