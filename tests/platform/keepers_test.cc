@@ -67,6 +67,7 @@ protected:
     {
         fs::remove_all(KEEPERS);
         fs::remove_all(STATE);
+        fs::remove("/run/killed");
         fs::remove(CALLS);
         take_log();
     }
