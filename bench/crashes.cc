@@ -98,21 +98,28 @@ void kill_worker(int pid, bool by_signal)
         ask(without_handler, "");
 }
 
+bool has_ended(const char *sign)
+{
+    const bool is_there = kill(supervisor(), 0) == 0;
+    fprintf(stderr, "bench-crashes: %s; the supervisor is %s\n", sign, is_there ? "there" : "gone");
+    return false;
+}
+
 bool play(int kills, tally &seen)
 {
     std::mt19937 random(std::random_device{}());
     std::uniform_int_distribution<int> microseconds(0, 20000);
     while (seen.kills < kills) {
         if (!wait_for_changes(2))
-            return false;
+            return has_ended("no change was answered for half a minute");
         const int pid = worker();
         if (pid == 0)
-            return false;
+            return has_ended("there is no working process");
         std::this_thread::sleep_for(std::chrono::microseconds(microseconds(random)));
         kill_worker(pid, seen.kills % 2 == 0);
         ++seen.kills;
         if (!wait_for_new_worker(pid))
-            return false;
+            return has_ended("no new working process");
         look(seen);
     }
     return true;

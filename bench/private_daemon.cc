@@ -81,7 +81,7 @@ int worker()
 
 bool wait_for_new_worker(int old)
 {
-    for (int tries = 0; tries < 5000; ++tries) {
+    for (int tries = 0; tries < 60000; ++tries) { // on a busy machine each takes more than a millisecond
         const int now = worker();
         if (now != 0 && now != old)
             return true;

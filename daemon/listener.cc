@@ -23,9 +23,24 @@ namespace {
 constexpr int backlog = 512;
 constexpr unsigned exhausted_pause_ms = 100;
 
+// A working process that was killed may leave a child that has not become the tool yet that it is to run.
+// Until then it has the port open, too.
+int bind_patiently(int fd, const sockaddr *address, socklen_t length)
+{
+    constexpr unsigned patience_ms = 5000;
+    constexpr unsigned pause_ms = 50;
+    for (unsigned waited = 0;; waited += pause_ms) {
+        if (bind(fd, address, length) == 0)
+            return 0;
+        if (errno != EADDRINUSE || address->sa_family != AF_INET || waited >= patience_ms)
+            return -1;
+        clock_sleep_ms(pause_ms);
+    }
+}
+
 int bind_and_listen(int fd, const sockaddr *address, socklen_t length)
 {
-    if (bind(fd, address, length) != 0) {
+    if (bind_patiently(fd, address, length) != 0) {
         log_error("Failed to bind (%s)", strerror(errno));
         return -1;
     }

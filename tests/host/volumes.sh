@@ -3,7 +3,12 @@
 # private host.
 # shellcheck source=tests/host/host_test.sh
 source "$(dirname "$0")/host_test.sh"
-folder=$images/mirrors
+folder=$images/mirrors-$RANDOM$RANDOM # losetup shows those of tests beside this one, too
+
+# The loop devices of this test.
+our_devices() {
+    losetup | grep -F "$folder/"
+}
 
 # Nobody else would end them. Loop devices belong to the whole machine: only those over these very files.
 end_devices() {
@@ -86,9 +91,9 @@ boot mirror second
 check "all volumes come" qelc volume attach
 device[mirror]=$(listed mirror "" | grep -o '/dev/loop[0-9]*')
 device[second]=$(listed second "" | grep -o '/dev/loop[0-9]*')
-before=$(losetup)
+before=$(our_devices)
 check "twice is no harm" qelc volume attach
-check "and stay as they are" test "$(losetup)" = "$before"
+check "and stay as they are" test "$(our_devices)" = "$before"
 start_again
 write_page disk
 check_within 40 "level after the boot" told_level disk
@@ -120,7 +125,7 @@ all_or_nothing() {
     if listed "$1" '"state":"whole","device":"/dev/loop'; then
         [[ $(records | grep -c "$1") == 2 ]]
     else
-        ! records | grep "$1" && ! losetup | grep "$1"
+        ! records | grep "$1" && ! our_devices | grep "$1"
     fi
 }
 
@@ -143,5 +148,5 @@ check "protection ends" as_manager unprotect "${guid[disk]}"
 check_within 20 "a volume is deleted" qelc volume delete mirror --yes
 check "nothing is left" test "$(records | paste -s -d ' ')" = "$folder/theirs.img /var/lib/qelcd-volumes/lock"
 check "the list is empty" test "$(qelc volumes)" = "no volumes"
-check "the loop device as well" none grep -q "mirror.img" <(losetup)
+check "the loop device as well" none our_devices
 end_test

@@ -11,6 +11,8 @@
 
 #include <csignal>
 #include <filesystem>
+#include <optional>
+#include <thread>
 
 namespace fs = std::filesystem;
 
@@ -156,6 +158,19 @@ TEST_F(supervisor, WorkerThatCannotStartEndsTheDaemon)
     const peer occupant = listen_tcp(client_port);
     ASSERT_TRUE(occupant.connected());
     expect_end("Failed to bind (Address already in use)");
+}
+
+// As by a child of a worker that was killed.
+TEST_F(supervisor, PortThatIsHeldForAMomentIsWaitedFor)
+{
+    std::optional<peer> occupant(listen_tcp(client_port));
+    ASSERT_TRUE(occupant->connected());
+    const std::jthread leaves([&] {
+        std::this_thread::sleep_for(1s);
+        occupant.reset();
+    });
+    daemon.start();
+    EXPECT_EQ(qelcd::processes().size(), 2U);
 }
 
 // A worker that is stopped cannot end by itself, and a system log that nobody reads takes no line.
