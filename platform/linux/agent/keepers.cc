@@ -118,7 +118,7 @@ std::optional<std::vector<keeper>> list_keepers(std::string *why)
         return std::nullopt;
     names.insert(names.end(), site_names.begin(), site_names.end());
     std::ranges::sort(names);
-    names.erase(std::ranges::unique(names).begin(), names.end());
+    names.erase(std::unique(names.begin(), names.end()), names.end());
     std::vector<keeper> keepers;
     for (const std::string &name : names) {
         const bool is_of_site = std::ranges::find(site_names, name) != site_names.end();
