@@ -187,6 +187,13 @@ int print_row(const std::string &what, const tally &sum)
     return sum.wrong > 0 ? 1 : sum.taken < sum.marks ? not_all : 0;
 }
 
+// A mirror that is far behind is not frozen for, so it catches up before the next mark.
+void wait_for_level(const std::string &guid)
+{
+    for (int looks = 0; looks < 10000 && !is_level(guid); looks++)
+        std::this_thread::sleep_for(2ms);
+}
+
 // FOLDER and CHECK are empty for writers on the disk itself.
 int check_marks(const std::string &source, const std::vector<std::string> &mirrors, int marks,
                 const std::string &copy, const std::string &folder, const std::string &check,
@@ -208,6 +215,7 @@ int check_marks(const std::string &source, const std::vector<std::string> &mirro
         }
         mark_and_check(mirrors, writers, check, copy, &sum);
         std::filesystem::remove(throttle);
+        wait_for_level(guid_of(source));
     }
     return print_row(folder.empty() ? "disk" : folder.substr(folder.rfind('/') + 1), sum);
 }
