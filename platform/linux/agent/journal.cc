@@ -15,16 +15,6 @@ namespace {
 
 const std::string path = std::string(kavcdpagt.path) + "/journal";
 
-std::string time_now()
-{
-    const time_t now = time(nullptr);
-    tm parts{};
-    gmtime_r(&now, &parts);
-    char text[32];
-    strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
-    return text;
-}
-
 // A crash of the host may leave an incomplete last line. It is kept, on a line of its own.
 bool is_torn(int fd, off_t size)
 {
@@ -60,6 +50,16 @@ bool append_line(const std::string &line)
 }
 
 } // namespace
+
+std::string time_now()
+{
+    const time_t now = time(nullptr);
+    tm parts{};
+    gmtime_r(&now, &parts);
+    char text[32];
+    strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
+    return text;
+}
 
 bool append_journal(const std::string &text)
 {

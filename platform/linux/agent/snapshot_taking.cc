@@ -1,5 +1,6 @@
 #include "platform/linux/agent/snapshot_taking.h"
 
+#include "platform/linux/agent/journal.h"
 #include "platform/linux/agent/keepers.h"
 #include "platform/linux/agent/snapshot_list.h"
 #include "platform/linux/devices/scsi_guid.h"
@@ -9,22 +10,11 @@
 
 #include <algorithm>
 #include <cctype>
-#include <ctime>
 
 namespace {
 
 constexpr unsigned most_of_one_second = 100;
 constexpr size_t longest_name_of_source = 40;
-
-std::string time_now()
-{
-    const time_t now = time(nullptr);
-    tm parts{};
-    gmtime_r(&now, &parts);
-    char text[32];
-    strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
-    return text;
-}
 
 // TEXT as a part of a name that every shell, volume group and file system takes as it is.
 std::string plain_name(std::string text)
