@@ -6,6 +6,7 @@
 #include "tests/platform/host.h"
 #include "tests/support/captured_log.h"
 
+#include <fcntl.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -161,6 +162,11 @@ uint64_t test_disk::sectors_written() const
     for (int i = 0; i < 7; i++)
         fields >> field;
     return field;
+}
+
+bool test_disk::is_claimed() const
+{
+    return !unique_fd(open(path().c_str(), O_RDONLY | O_CLOEXEC | O_EXCL)).is_open();
 }
 
 void Mirror::SetUp()

@@ -48,6 +48,7 @@ public:
     void write(size_t offset, const std::string &bytes) const { device->write(offset, bytes); }
     std::string content() const;
     uint64_t sectors_written() const;
+    bool is_claimed() const; // also by a process that was killed, until its last write has ended
 
     const std::string guid;
     const std::string image;

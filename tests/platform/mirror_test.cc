@@ -56,6 +56,7 @@ TEST_F(Mirror, ResumesAfterAKillFromItsCheckpoint)
     EXPECT_TRUE(eventually([&] { return saved_position() > 4 * MIB; }));
     source->write(2 * MIB, "behind"); // of what is copied already
     engine->kill();
+    ASSERT_TRUE(eventually([&] { return !mirror->is_claimed(); }));
     const uint64_t position = saved_position();
     const uint64_t written = mirror->sectors_written();
     write_file(FOLDER + "throttle", "fast\n");

@@ -172,6 +172,8 @@ unique_fd open_source(const located_disk &disk, std::string *why)
     return open_that_disk(disk, O_RDONLY, why);
 }
 
+// A process that was killed has the disk open until its last write has ended, and so none of its writes can
+// fall upon a later one of ours: until then this open fails.
 unique_fd open_mirror(const located_disk &disk, std::string *why)
 {
     unique_fd fd = open_that_disk(disk, O_RDWR | O_EXCL, why);
