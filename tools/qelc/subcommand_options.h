@@ -33,6 +33,7 @@ struct verb_options {
     std::string where;  // a new volume lies
     std::string volume; // name
     bool yes = false;
+    bool dry_run = false;
     bool archive_log = false;
 };
 
@@ -54,6 +55,7 @@ void add_disk_or_group(CLI::App &app, verb_options &given);
 void add_snapshot_options(CLI::App &app, verb_options &given);
 void add_snapshot_name(CLI::App &app, verb_options &given);
 void add_snapshot_names(CLI::App &app, verb_options &given);
+void add_dry_run(CLI::App &app, verb_options &given);
 void add_schedule_options(CLI::App &app, verb_options &given);
 void add_group_name(CLI::App &app, verb_options &given);
 void add_group_and_any_disks(CLI::App &app, verb_options &given);
