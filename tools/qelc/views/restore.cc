@@ -11,7 +11,7 @@
 
 namespace {
 using std::chrono::steady_clock;
-constexpr std::chrono::milliseconds time_between_bars{200};
+constexpr std::chrono::milliseconds time_between_bars{200}, time_between_lines{30000};
 
 std::string model_of(const disk_facts &disk)
 {
@@ -70,28 +70,22 @@ std::string overwritten_page(const snapshot &of, const std::vector<restore_targe
 void restore_progress::show(const restore_target &target, uint64_t position)
 {
     const auto now = steady_clock::now();
-    const std::string &disk = target.disk.facts.name;
-    if (disk_ != disk) {
-        disk_ = disk;
-        begin_ = now;
-        shown_ = {};
-        tenths_ = 0;
+    if (disk_ != target.disk.facts.name) {
+        disk_ = target.disk.facts.name;
+        begin_ = shown_ = now;
     }
-    const uint64_t percent = position / (target.size / 100 + 1);
-    const uint64_t shown_percent = position == target.size ? 100 : percent;
-    if (isatty(STDERR_FILENO) == 0) {
-        if (shown_percent / 10 > tenths_)
-            fprintf(stderr, "%s: %u %%%s\n", visible(disk).c_str(), static_cast<unsigned>(shown_percent),
-                    speed_text(position, target.size, now - begin_).c_str());
-        tenths_ = std::max(tenths_, shown_percent / 10);
-        return;
-    }
-    if (now - shown_ < time_between_bars && position != target.size)
+    const bool is_terminal = isatty(STDERR_FILENO) != 0, is_end = position == target.size;
+    if (now - shown_ < (is_terminal ? time_between_bars : time_between_lines) && !(is_end && is_terminal))
         return;
     shown_ = now;
-    is_in_line_ = true;
-    fprintf(stderr, "\r  %s  %s%s\033[K", visible(disk).c_str(), bar(shown_percent).c_str(),
-            speed_text(position, target.size, now - begin_).c_str());
+    const uint64_t percent = is_end ? 100 : position / (target.size / 100 + 1);
+    const std::string speed = speed_text(position, target.size, now - begin_);
+    is_in_line_ = is_terminal;
+    if (is_terminal)
+        fprintf(stderr, "\r  %s  %s%s\033[K", visible(disk_).c_str(), bar(percent).c_str(), speed.c_str());
+    else
+        fprintf(stderr, "%s: %u %%%s\n", visible(disk_).c_str(), static_cast<unsigned>(percent),
+                speed.c_str());
 }
 
 void restore_progress::end_line()

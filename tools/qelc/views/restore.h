@@ -10,7 +10,7 @@
 // What would be overwritten with what.
 std::string overwritten_page(const snapshot &of, const std::vector<restore_target> &targets);
 
-// A bar on a terminal; elsewhere a line for each tenth.
+// A bar on a terminal; elsewhere a line every half minute.
 class restore_progress {
 public:
     void show(const restore_target &target, uint64_t position);
@@ -21,6 +21,5 @@ public:
 private:
     std::string disk_;
     std::chrono::steady_clock::time_point begin_, shown_;
-    uint64_t tenths_ = 0;
     bool is_in_line_ = false;
 };
