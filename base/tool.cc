@@ -13,14 +13,16 @@
 namespace {
 class spawn_files {
 public:
-    spawn_files(int output, int errors)
+    explicit spawn_files(const tool_start &tool)
     {
         posix_spawn_file_actions_init(&actions_);
         add(posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0));
-        add_stream(output, STDOUT_FILENO);
-        add_stream(errors, STDERR_FILENO);
+        add_stream(tool.output, STDOUT_FILENO);
+        add_stream(tool.errors, STDERR_FILENO);
+        if (tool.kept >= 0)
+            add(posix_spawn_file_actions_adddup2(&actions_, tool.kept, kept_number));
         // Ours are closed on exec anyway; those of a site's library may not be.
-        add(posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1));
+        add(posix_spawn_file_actions_addclosefrom_np(&actions_, kept_number + (tool.kept < 0 ? 0 : 1)));
     }
     ~spawn_files() { posix_spawn_file_actions_destroy(&actions_); }
     spawn_files(const spawn_files &) = delete;
@@ -30,6 +32,7 @@ public:
     int error() const { return error_; }
 
 private:
+    static constexpr int kept_number = STDERR_FILENO + 1;
     void add_stream(int from, int to)
     {
         add(from < 0 ? posix_spawn_file_actions_addopen(&actions_, to, "/dev/null", O_WRONLY, 0)
@@ -101,7 +104,7 @@ int start_tool(const tool_start &tool, pid_t *child)
     std::vector<std::string> variables = {std::string("PATH=") + tool_path, "LC_ALL=C", "HOME=/"};
     variables.insert(variables.end(), tool.variables.begin(), tool.variables.end());
     const std::vector<char *> argv = pointers_to(words), environment = pointers_to(variables);
-    const spawn_files files(tool.output, tool.errors);
+    const spawn_files files(tool);
     const spawn_attributes attributes(tool.leads_group);
     if (files.error() != 0)
         return files.error();

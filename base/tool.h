@@ -1,8 +1,9 @@
 // Starting tools of the host in a state that does not depend on how this process was started.
 //
 // A tool gets the environment below, default signals, /dev/null as its standard streams, and no other file of
-// this process. It needs no more of the environment: PATH for the tools that it runs itself, LC_ALL so that
-// its output is the same on every host, and HOME because some tools refuse to run without one.
+// this process that the caller does not name. It needs no more of the environment: PATH for the tools that it
+// runs itself, LC_ALL so that its output is the same on every host, and HOME because some tools refuse to run
+// without one.
 #pragma once
 
 #include <sys/types.h>
@@ -18,6 +19,7 @@ struct tool_start {
     std::vector<std::string> variables = {}; // "NAME=VALUE", beside PATH, LC_ALL and HOME
     int output = -1;                         // descriptor that becomes the standard output; -1: /dev/null
     int errors = -1;                         // the same for the standard error
+    int kept = -1;                           // descriptor that it gets as number 3; -1: none
     bool leads_group = false;                // in a process group of its own, which can be killed as one
 };
 

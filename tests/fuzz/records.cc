@@ -2,8 +2,10 @@
 // A mirror's record of a former version gets the fields that are new.
 #include "platform/linux/agent/apps.h"
 #include "platform/linux/agent/devices.h"
+#include "platform/linux/agent/snapshots.h"
 #include "platform/linux/mirror/record.h"
 #include "tests/fuzz/fuzz.h"
+#include "tools/volumes/record.h"
 
 #include <unistd.h>
 
@@ -42,13 +44,38 @@ bool stores_device_again()
     return true;
 }
 
+bool stores_snapshot_again()
+{
+    const auto snapshots = load_snapshots();
+    require(snapshots.has_value(), "snapshots can be loaded");
+    if (snapshots->empty())
+        return false;
+    require(store_snapshot(snapshots->front()), "a snapshot can be stored");
+    return true;
+}
+
+bool stores_volume_again()
+{
+    const auto volumes = load_volumes(bad_files::set_aside);
+    require(volumes.has_value(), "volumes can be loaded");
+    if (volumes->empty())
+        return false;
+    require(is_volume_name(volumes->front().name), "a volume has a name that a file can have");
+    require(save_volume(volumes->front()), "a volume can be stored");
+    return true;
+}
+
+constexpr state_folder volumes_folder = {"/var/lib/qelcd-volumes", "qelcd-volumes"};
+
 struct {
     const state_folder &folder;
     const char *kind;
     bool (*stores_again)();
 } const kinds[] = {{twinvault, "mirror", stores_mirror_again},
                    {kavcdpagt, "application", stores_app_again},
-                   {kavcdpagt, "device", stores_device_again}};
+                   {kavcdpagt, "device", stores_device_again},
+                   {kavcdpagt, "snapshot", stores_snapshot_again},
+                   {volumes_folder, "volume", stores_volume_again}};
 
 std::string with_new_fields(const record_fields &fields, const std::string &text)
 {
@@ -64,7 +91,8 @@ std::string with_new_fields(const record_fields &fields, const std::string &text
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     static const bool is_ready =
-        (require_private_host(), make_state_folder(twinvault) && make_state_folder(kavcdpagt));
+        (require_private_host(),
+         make_state_folder(twinvault) && make_state_folder(kavcdpagt) && make_state_folder(volumes_folder));
     require(is_ready, "the state folders can be made");
     const fuzz_input input(data, size, std::size(kinds));
     const auto &kind = kinds[input.choice];

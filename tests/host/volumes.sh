@@ -117,7 +117,13 @@ check "another file" refused "does not have the signature" qelc volume attach
 check "is not removed" refused "does not have the signature" qelc volume delete second --yes
 check "it is that one" cmp "$folder/mirror.img" "$folder/second.img"
 mv "$folder/away" "$folder/second.img"
-check "its own file again" qelc volume attach
+records=/var/lib/qelcd-volumes
+mv $records/second.volume /var/tmp/second
+check "a record that is damaged" refused "it is damaged" eval "echo x >$records/second.volume; qelc volume attach"
+check "still" refused "it is damaged" qelc volume attach
+rm $records/second.volume.damaged-1
+mv /var/tmp/second $records/second.volume
+check "its own file and record again" qelc volume attach
 
 step "commands that were killed"
 # all_or_nothing NAME: the volume is there as a whole, or no trace of it.

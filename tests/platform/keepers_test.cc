@@ -1,15 +1,18 @@
 // Keepers of the embedded CDP agent: a mirror is marked only if one of them has kept it, however they behave.
 #include "platform/include/kavagt.h"
 #include "platform/linux/agent/limited_run.h"
+#include "platform/linux/agent/retention.h"
 #include "platform/linux/agent/snapshot_acts.h"
 #include "platform/linux/agent/snapshot_list.h"
 #include "tests/scripted/script.h"
 #include "tests/support/captured_log.h"
+#include "tests/support/eventually.h"
 #include "tests/support/files.h"
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <regex>
 
@@ -23,11 +26,13 @@ const std::string STATE = "/var/lib/kavcdpagt/", KEEPERS = "/etc/kavtessaron/kee
 void write_keeper(const std::string &name, const std::string &change = "")
 {
     write_file(KEEPERS + name,
-               "#!/bin/sh\n[ $1 = probe -o $1 = list ] || echo $1 $QELCD_DEVICE >>" + CALLS + "\n" + change +
+               "#!/bin/sh\ncase $1 in probe | list | space) ;; *) echo $1 $QELCD_DEVICE >>" + CALLS +
+                   " ;; esac" + "\n" + change +
                    "\ncase $1 in\n"
                    "probe) echo /run/kept-$QELCD_SNAPSHOT-$QELCD_GUID ;;\n"
                    "mark) : >$QELCD_PLACE ;;\n"
                    "attach) echo /dev/null ;;\n"
+                   "space) cat /run/fill ;;\n"
                    "undo | remove) rm -f $QELCD_PLACE ;;\n"
                    "list) shift; s=; echo '['; for p; do [ ! -e $p ] || { echo $s'{\"place\":\"'$p'\","
                    "\"size\":5}'; s=,; }; done; echo ']' ;;\n"
@@ -52,6 +57,12 @@ std::string last_result()
     return std::regex_replace(all, std::regex("\\S+Z group my%20group 1,2 |[-0-9]{10}T[-0-9]{8}Z-|\n"), "");
 }
 
+bool are_all_ok()
+{
+    const auto all = list_snapshots();
+    return std::ranges::all_of(*all, [](const auto &one) { return one.state == snapshot_state::ok; });
+}
+
 class Keepers : public testing::Test {
 protected:
     void SetUp() override
@@ -68,6 +79,7 @@ protected:
         fs::remove_all(KEEPERS);
         fs::remove_all(STATE);
         fs::remove("/run/killed");
+        fs::remove("/etc/kavtessaron/embedded.conf");
         fs::remove(CALLS);
         take_log();
     }
@@ -131,7 +143,6 @@ TEST_F(Keepers, KeepAllMirrorsOfAMarkOrNone)
     write_keeper("lvm", "[ $1 != probe ] || exit 3");
     EXPECT_EQ(mark_both(), 0);
     EXPECT_EQ(last_result(), "ok");
-    fs::remove("/etc/kavtessaron/embedded.conf");
 }
 
 TEST_F(Keepers, ListAttachAndRemoveWhatIsThere)
@@ -142,7 +153,8 @@ TEST_F(Keepers, ListAttachAndRemoveWhatIsThere)
     ASSERT_EQ(mark_both(), 0) << take_log();
     const auto only = [] { return list_snapshots().value().at(0); };
     const std::string name = only().record.name;
-    EXPECT_TRUE(only().state == snapshot_state::ok && only().size == 10U);
+    EXPECT_EQ(list_snapshots({.with_sizes = true}).value().at(0).size, 10U);
+    EXPECT_EQ(only().state, snapshot_state::ok);
     std::string why;
     std::vector<std::string> devices;
     EXPECT_FALSE(attach_snapshot(name, &devices, &why));
@@ -160,18 +172,103 @@ TEST_F(Keepers, ListAttachAndRemoveWhatIsThere)
     EXPECT_EQ(read_file(CALLS), "mark /one\nmark /two\nattach /one\ndetach /one\nremove /one\nremove /two\n");
 }
 
+// A snapshot of MIRROR as an empty file, taken at that time.
+void put_snapshot(const std::string &mirror, const std::string &time, const std::string &group = "")
+{
+    const std::string name = time + "-" + mirror, place = "/run/kept-" + name;
+    write_file(place, "");
+    ASSERT_TRUE(
+        store_snapshot({name, time, group, "", true, {{mirror, "s" + mirror, "/x", "lvm", place, "512"}}}));
+}
+
+std::string names_left(const std::string &mirror)
+{
+    std::string names;
+    const auto all = list_snapshots();
+    for (const listed_snapshot &one : *all) {
+        if (one.record.members.front().mirror == mirror)
+            names += one.record.time.substr(5, 8) + " ";
+    }
+    return names;
+}
+
+TEST_F(Keepers, RemoveWhatNoRuleKeeps)
+{
+    write_keeper("lvm", "[ $1$QELCD_GUID != removestuck ] || exit 1");
+    const char *const times[] = {"2030-12-30T10", "2030-12-31T10", "2030-12-31T11",
+                                 "2031-01-01T00", "2031-01-01T01", "2031-01-05T23",
+                                 "2031-01-06T00", "2031-01-06T01", "2031-01-06T02"};
+    const struct {
+        const char *mirror, *rule, *left;
+    } rows[] = {
+        {"all", "all", "12-30T10 12-31T10 12-31T11 01-01T00 01-01T01 01-05T23 01-06T00 01-06T01 01-06T02 "},
+        {"last", "last 2", "01-06T01 01-06T02 "},
+        {"hours", "hourly 2", "01-06T01 01-06T02 "},
+        {"days", "daily 3", "01-01T00 01-05T23 01-06T00 01-06T02 "},
+        {"weeks", "weekly 2", "12-30T10 01-06T00 01-06T02 "}, // 30 December and 6 January are Mondays
+        {"months", "monthly 9, last 1", "12-30T10 01-01T00 01-06T02 "},
+    };
+    std::string settings;
+    for (const auto &row : rows) {
+        settings += "keep disk s" + std::string(row.mirror) + " = " + row.rule + "\n";
+        for (const char *time : times)
+            put_snapshot(row.mirror, time);
+    }
+    put_snapshot("stuck", times[0]), put_snapshot("stuck", times[1]);
+    write_file("/etc/kavtessaron/embedded.conf", settings + "keep = last 1\n");
+    const auto report = prune_snapshots([](const snapshot &) { return true; });
+    for (const auto &row : rows)
+        EXPECT_EQ(names_left(row.mirror), row.left) << row.rule;
+    EXPECT_EQ(report.value().not_removed.size(), 1U);
+    EXPECT_EQ(names_left("stuck"), "12-30T10 12-31T10 ");
+    EXPECT_TRUE(are_all_ok()) << "what cannot be removed stays whole";
+}
+
+TEST_F(Keepers, MakeRoomOrRefuse)
+{
+    write_keeper("lvm", "[ $1 != remove ] || echo 94.9 >/run/fill");
+    const struct {
+        const char *settings, *fill, *result;
+        size_t left;
+    } rows[] = {
+        {"", "94.9", "ok", 1},
+        {"", "", "ok", 2},
+        {"", "95.0", "failed: what keeps 1 is 95 % full, and fill_limit is 95", 2},
+        {"fill_limit = 100", "100", "ok", 3},
+        {"keep = last 1\nfill_limit = 95", "99", "ok", 1}, // before it takes one, and after that
+        {"keep = last 1\nfill_limit = 90", "99", "failed: what keeps 1 is 99 % full, and fill_limit is 90",
+         1},
+    };
+    for (const auto &row : rows) {
+        write_file("/etc/kavtessaron/embedded.conf", row.settings);
+        write_file("/run/fill", row.fill);
+        mark_both();
+        EXPECT_TRUE(last_result().starts_with(row.result)) << last_result();
+        EXPECT_EQ(list_snapshots()->size(), row.left) << row.settings << " " << row.fill;
+    }
+}
+
+// The keeper goes on when the process that asked it is killed; what it makes then must not stay.
 TEST_F(Keepers, OfAMarkThatWasKilledLeaveNothing)
 {
-    write_keeper("lvm", "[ $1$QELCD_GUID != mark2 -o -e /run/killed ] || { : >/run/killed; kill -9 $PPID; }");
+    write_keeper("lvm", "[ $1$QELCD_GUID != mark2 -o -e /run/killed ] || "
+                        "{ : >/run/killed; kill -9 $PPID; sleep 1; }");
     const pid_t marker = fork();
     if (marker == 0)
         _exit(mark_both());
     ASSERT_EQ(waitpid(marker, nullptr, 0), marker);
-    EXPECT_EQ(list_snapshots().value().at(0).state, snapshot_state::unfinished);
+    const listed_snapshot half = list_snapshots().value().at(0);
+    EXPECT_EQ(half.state, snapshot_state::unfinished);
+    fs::remove(CALLS);
+    EXPECT_EQ(mark_both(), 0) << take_log();
+    EXPECT_EQ(read_file(CALLS), "mark /one\nmark /two\n") << "it is at work still";
+    EXPECT_TRUE(eventually([&] { return try_lock_snapshot(half.record.name).is_open(); }));
     fs::remove(CALLS);
     EXPECT_EQ(mark_both(), 0) << take_log();
     EXPECT_EQ(read_file(CALLS), "undo /two\nundo /one\nmark /one\nmark /two\n");
-    EXPECT_EQ(list_snapshots().value().at(0).state, snapshot_state::ok);
-    EXPECT_EQ(list_snapshots()->size(), 1U);
+    for (const snapshot_member &member : half.record.members)
+        EXPECT_FALSE(fs::exists(member.place));
+    EXPECT_EQ(list_snapshots()->size(), 2U);
+    EXPECT_TRUE(are_all_ok());
 }
 } // namespace

@@ -27,6 +27,20 @@ TEST(Settings, AreWhatTheFileSaysAndADefaultForWhatCannotBeUsed)
          {true, seconds(0), milliseconds(5000), 30 << 20, 65536, 1 << 30, unkept_marks::journal},
          ""},
         {"throttle = 0\nthrottle = 5\n", {.throttle = 0}, "2: throttle is set a second time\n"},
+        {"keep = last 2, hourly 3, daily 4, weekly\t5,monthly 6\nkeep disk 0D97 = all\nkeep group a b = "
+         "daily 1\nfill_limit = 100",
+         {.keep = {{2, 3, 4, 5, 6}, {{"disk 0d97", {}}, {"group a b", {0, 0, 1, 0, 0}}}}, .fill_limit = 100},
+         ""},
+        // A rule that cannot be read lets nothing go.
+        {"keep = last 0\nkeep disk 1 = dayly 1\nkeep disk 2 = last 1, last 2\nkeep group = last 1\nkeep disk "
+         "3 =\n",
+         {.keep = {{}, {{"disk 1", {}}, {"disk 2", {}}, {"disk 3", {}}}}},
+         "1: keep: \"last 0\" has no number from 1 to 100000 after last\n"
+         "2: keep disk 1: \"dayly 1\" is neither all nor parts like last 10, hourly 24, daily 7, weekly 4, "
+         "monthly 12\n"
+         "3: keep disk 2: \"last 1, last 2\" has last twice\n4: there is no setting \"keep group\"\n"
+         "5: keep disk 3: \"\" is neither all nor parts like last 10, hourly 24, daily 7, weekly 4, monthly "
+         "12\n"},
         {"throttle = 18446744073709551615\n", {.throttle = UINT64_MAX}, ""},
         {"throttle = 17179869184G\ntracking_page = 2M\n", defaults,
          "1: throttle: \"17179869184G\" is no number\n"

@@ -244,6 +244,11 @@ void add_old_volume(CLI::App &app, verb_options &given)
     app.add_flag("--yes", given.yes, "do not ask");
 }
 
+void add_dry_run(CLI::App &app, verb_options &given)
+{
+    app.add_flag("--dry-run", given.dry_run, "only show what would be done");
+}
+
 // --- Of commands -------------------------------------------------------------------------------------
 
 void add_manager_options(CLI::App &app, command_options &given)

@@ -37,6 +37,7 @@ struct verb_options {
     bool no_snapshot = false;
     std::string volume; // name
     bool yes = false;
+    bool dry_run = false;
     bool archive_log = false;
 };
 
@@ -61,6 +62,7 @@ void add_snapshot_names(CLI::App &app, verb_options &given);
 void add_attach_options(CLI::App &app, verb_options &given);
 void add_mount_options(CLI::App &app, verb_options &given);
 void add_restore_options(CLI::App &app, verb_options &given);
+void add_dry_run(CLI::App &app, verb_options &given);
 void add_schedule_options(CLI::App &app, verb_options &given);
 void add_group_name(CLI::App &app, verb_options &given);
 void add_group_and_any_disks(CLI::App &app, verb_options &given);

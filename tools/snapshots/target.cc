@@ -147,11 +147,14 @@ std::string claim_disk(restore_target *target)
     return "";
 }
 
-uint64_t size_of_device(const std::string &path)
+// Of the disk when the snapshot was taken, in bytes: its mirror may be larger. 0 if the device has less.
+uint64_t size_of(const snapshot_member &member, const std::string &device)
 {
-    const unique_fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const unique_fd fd(open(device.c_str(), O_RDONLY | O_CLOEXEC));
     const off_t end = fd.is_open() ? lseek(fd.get(), 0, SEEK_END) : -1;
-    return end > 0 ? static_cast<uint64_t>(end) : 0;
+    const uint64_t whole = end > 0 ? static_cast<uint64_t>(end) : 0;
+    const uint64_t size = parse_number(member.size).value_or(whole);
+    return size <= whole ? size : 0;
 }
 
 std::string mirror_of(const std::string &guid)
@@ -166,7 +169,7 @@ std::string mirror_of(const std::string &guid)
 std::string objection_to(const attached_snapshot &one, restore_target *target)
 {
     if (target->size == 0)
-        return target->device + " has no size";
+        return target->device + " is not as large as the snapshot";
     for (const std::string &objection :
          {direction_objection(target->disk), place_objection(one, target->disk),
           use_objection(target->disk.facts), kind_objection(target->disk), size_objection(*target)}) {
@@ -186,7 +189,7 @@ std::optional<restore_target> open_target(const attached_snapshot &one, size_t n
     restore_target target;
     target.disk = std::move(*disk);
     target.device = one.devices[number];
-    target.size = size_of_device(target.device);
+    target.size = size_of(one.record.members[number], target.device);
     *why = objection_to(one, &target);
     if (!why->empty())
         return std::nullopt;

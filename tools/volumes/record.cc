@@ -2,6 +2,7 @@
 
 #include "base/log.h"
 #include "platform/linux/devices/disk_signature.h"
+#include "platform/linux/host/sysfs.h"
 #include "platform/linux/host/text.h"
 #include "platform/linux/state/lock.h"
 
@@ -110,4 +111,14 @@ std::optional<std::vector<volume_record>> load_volumes(bad_files bad)
     for (const record_fields &fields : *all)
         volumes.push_back(volume_of(fields));
     return volumes;
+}
+
+std::vector<std::string> damaged_volumes()
+{
+    std::vector<std::string> paths;
+    for (const std::string &name : list_folder(volumes_folder.path).value_or(std::vector<std::string>{})) {
+        if (name.find(".volume.damaged-") != std::string::npos)
+            paths.push_back(std::string(volumes_folder.path) + "/" + name);
+    }
+    return paths;
 }

@@ -40,3 +40,6 @@ unique_fd lock_volumes();
 bool save_volume(const volume_record &volume);
 bool forget_volume(const volume_record &volume);
 std::optional<std::vector<volume_record>> load_volumes(bad_files bad);
+
+// The paths of records that were set aside, since they are damaged.
+std::vector<std::string> damaged_volumes();

@@ -94,6 +94,11 @@ bool attach_volumes(const line_taker &say)
     const auto disks = known_disks();
     if (!volumes || !disks)
         return !reject(say, "volumes", "the volumes or the disks of this host cannot be listed");
+    for (const std::string &path : damaged_volumes()) {
+        say(path +
+            ": it is damaged, so its volume is not shown; mend it and give it its name again, or remove it");
+        are_all_there = false;
+    }
     for (const volume_record &volume : *volumes) {
         std::optional<std::string> device;
         if (volume.state == volume_state::whole && reject(say, volume.name, show(volume, *disks, &device)))

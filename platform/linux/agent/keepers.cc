@@ -25,7 +25,7 @@ constexpr struct {
     {"probe", {std::chrono::seconds(10), 4096}},   {"mark", {std::chrono::seconds(60), 4096}},
     {"undo", {std::chrono::seconds(60), 4096}},    {"list", {std::chrono::seconds(30), size_t{1} << 20}},
     {"attach", {std::chrono::seconds(30), 4096}},  {"detach", {std::chrono::seconds(30), 4096}},
-    {"remove", {std::chrono::seconds(120), 4096}},
+    {"remove", {std::chrono::seconds(120), 4096}}, {"space", {std::chrono::seconds(10), 4096}},
 };
 
 // Of the library or program that has this code.
@@ -129,21 +129,25 @@ std::optional<std::vector<keeper>> list_keepers(std::string *why)
     return keepers;
 }
 
-keeper_answer ask_keeper(const keeper &who, keeper_verb verb, const snapshot &of, const snapshot_member &one)
+keeper_answer ask_keeper(const keeper &who, keeper_verb verb, const snapshot &of, const snapshot_member &one,
+                         const unique_fd &lock)
 {
-    return run_keeper(who, verb, {.words = {}, .variables = variables_of(of, one)});
+    return run_keeper(who, verb, {.words = {}, .variables = variables_of(of, one), .kept = lock.get()});
 }
 
-keeper_answer ask_keeper_of(keeper_verb verb, const snapshot &of, const snapshot_member &one)
+keeper_answer ask_keeper_of(keeper_verb verb, const snapshot &of, const snapshot_member &one,
+                            const unique_fd &lock)
 {
     keeper_answer none;
     const auto who = find_keeper(one.keeper, &none.why);
-    return who ? ask_keeper(*who, verb, of, one) : none;
+    return who ? ask_keeper(*who, verb, of, one, lock) : none;
 }
 
-keeper_answer ask_keeper_for_list(const std::string &name, const std::vector<std::string> &places)
+keeper_answer ask_keeper_for_list(const std::string &name, const std::vector<std::string> &places,
+                                  bool with_sizes)
 {
     keeper_answer none;
     const auto who = find_keeper(name, &none.why);
-    return who ? run_keeper(*who, keeper_verb::list, {.words = places}) : none;
+    const std::string sizes = with_sizes ? "QELCD_SIZES=yes" : "QELCD_SIZES=";
+    return who ? run_keeper(*who, keeper_verb::list, {.words = places, .variables = {sizes}}) : none;
 }

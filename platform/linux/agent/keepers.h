@@ -20,7 +20,7 @@ inline const std::string keeper_folder = "/etc/kavtessaron/keepers.d";
 // example a link to /dev/null, only takes that one away. Null with the reason in WHY.
 std::optional<std::vector<keeper>> list_keepers(std::string *why);
 
-enum class keeper_verb { probe, mark, undo, list, attach, detach, remove };
+enum class keeper_verb { probe, mark, undo, list, attach, detach, remove, space };
 
 struct keeper_answer {
     bool is_done = false;
@@ -29,11 +29,16 @@ struct keeper_answer {
     std::string why;          // not done
 };
 
-// Runs VERB for one member of a snapshot and waits for its end; kills it if it takes too long.
-keeper_answer ask_keeper(const keeper &who, keeper_verb verb, const snapshot &of, const snapshot_member &one);
+// Runs VERB for one member of a snapshot and waits for its end; kills it if it takes too long. LOCK is that
+// of the snapshot: if this process is killed, the keeper and what it has started hold it until they have
+// ended.
+keeper_answer ask_keeper(const keeper &who, keeper_verb verb, const snapshot &of, const snapshot_member &one,
+                         const unique_fd &lock);
 
 // The same, by the name of the member's keeper.
-keeper_answer ask_keeper_of(keeper_verb verb, const snapshot &of, const snapshot_member &one);
+keeper_answer ask_keeper_of(keeper_verb verb, const snapshot &of, const snapshot_member &one,
+                            const unique_fd &lock);
 
-// The answer of LIST for these places.
-keeper_answer ask_keeper_for_list(const std::string &name, const std::vector<std::string> &places);
+// The answer of LIST for these places. Sizes may take the keeper long to find.
+keeper_answer ask_keeper_for_list(const std::string &name, const std::vector<std::string> &places,
+                                  bool with_sizes);

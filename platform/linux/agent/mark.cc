@@ -5,6 +5,7 @@
 #include "platform/linux/agent/keepers.h"
 #include "platform/linux/agent/lock.h"
 #include "platform/linux/agent/relationship.h"
+#include "platform/linux/agent/retention.h"
 #include "platform/linux/agent/snapshot_taking.h"
 #include "platform/linux/host/boundary.h"
 #include "platform/linux/state/settings.h"
@@ -75,7 +76,8 @@ bool try_to_mark(const mark_order &order, mark_progress *done, std::string *why)
     if (!level || !list_hooks(&hooks, why))
         return false;
     done->plan = plan_snapshot(order.group, level->mirrors, why);
-    if (!done->plan || !may_go_unkept(*done->plan, hooks, why) || !keep_members(&*done->plan, why) ||
+    if (!done->plan || !may_go_unkept(*done->plan, hooks, why) ||
+        !make_room_for(done->plan->record, done->plan->lock, why) || !keep_members(&*done->plan, why) ||
         !run_hooks(level->mirrors, hooks, &done->hooks, why) || !know_devices(level->mirrors, why) ||
         !complete_snapshot(&*done->plan, why))
         return false;
@@ -95,7 +97,7 @@ void undo(const mark_progress &done, std::string *why)
         });
     }
     if (done.plan && done.plan->is_begun)
-        drop_snapshot(done.plan->record, why);
+        drop_snapshot(done.plan->record, done.plan->lock, why);
 }
 
 } // namespace
@@ -112,8 +114,10 @@ int mark_mirrors(const mark_order &order)
         drop_unfinished(order.guids);
         is_marked = try_to_mark(order, &done, &why);
     });
-    if (is_marked)
+    if (is_marked) {
+        end_at_exception("The removal of old snapshots", [&] { prune_series_of(done.plan->record); });
         return 0;
+    }
     if (error != 0)
         why.clear();
     undo(done, &why);

@@ -37,32 +37,51 @@ bool is_block_device(const std::string &path)
     return stat(path.c_str(), &facts) == 0 && S_ISBLK(facts.st_mode);
 }
 
-bool attach_member(const snapshot &of, const snapshot_member &member, std::string *device, std::string *why)
+bool attach_member(const locked_snapshot &of, const snapshot_member &member, std::string *device,
+                   std::string *why)
 {
-    const keeper_answer answer = ask_keeper_of(keeper_verb::attach, of, member);
+    const keeper_answer answer = ask_keeper_of(keeper_verb::attach, of.found.record, member, of.lock);
     *device = answer.output;
     *why = answer.is_done ? "keeper " + member.keeper + ", attach: it names no block device" : answer.why;
     return answer.is_done && is_block_device(*device);
 }
 
 // Undoes an attachment that failed in the middle.
-void detach_members(const snapshot &of, size_t count)
+void detach_members(const locked_snapshot &of, size_t count)
 {
     for (size_t i = count; i > 0; i--)
-        ask_keeper_of(keeper_verb::detach, of, of.members[i - 1]);
+        ask_keeper_of(keeper_verb::detach, of.found.record, of.found.record.members[i - 1], of.lock);
 }
 
 // Asks each keeper of a member; goes on after a failure.
-bool ask_all_members(keeper_verb verb, const snapshot &of, std::string *why)
+bool ask_all_members(keeper_verb verb, const locked_snapshot &of, std::string *why)
 {
     bool is_done = true;
-    for (const snapshot_member &member : of.members) {
-        const keeper_answer answer = ask_keeper_of(verb, of, member);
+    for (const snapshot_member &member : of.found.record.members) {
+        const keeper_answer answer = ask_keeper_of(verb, of.found.record, member, of.lock);
         if (!answer.is_done)
             *why = (is_done ? "" : *why + "; ") + answer.why;
         is_done = is_done && answer.is_done;
     }
     return is_done;
+}
+
+bool is_all_there(const snapshot &of)
+{
+    return std::ranges::all_of(of.members, [](const snapshot_member &member) {
+        std::string why;
+        const auto found = look_at_places(member.keeper, {member.place}, false, &why);
+        return found && found->contains(member.place);
+    });
+}
+
+// From now on the snapshot counts as none, so that a process that is killed in the middle of removing it
+// leaves none that seems whole; the next mark of its mirrors, or another removal, ends that.
+bool give_up(snapshot *record, std::string *why)
+{
+    record->is_complete = false;
+    *why = "its record cannot be written";
+    return store_snapshot(*record);
 }
 
 } // namespace
@@ -82,9 +101,9 @@ bool attach_snapshot(const std::string &name, std::vector<std::string> *devices,
     }
     for (const snapshot_member &member : record.members) {
         devices->emplace_back();
-        if (!attach_member(record, member, &devices->back(), why)) {
+        if (!attach_member(*one, member, &devices->back(), why)) {
             if (state == snapshot_state::ok)
-                detach_members(record, devices->size());
+                detach_members(*one, devices->size());
             return false;
         }
     }
@@ -94,21 +113,25 @@ bool attach_snapshot(const std::string &name, std::vector<std::string> *devices,
 bool detach_snapshot(const std::string &name, std::string *why)
 {
     const auto one = take_snapshot(name, why);
-    return one && ask_all_members(keeper_verb::detach, one->found.record, why);
+    return one && ask_all_members(keeper_verb::detach, *one, why);
 }
 
 bool remove_snapshot(const std::string &name, std::string *why)
 {
-    const auto one = take_snapshot(name, why);
+    auto one = take_snapshot(name, why);
     if (!one)
         return false;
-    if (!one->found.devices.empty()) {
-        *why = "it is attached as " + one->found.devices.front();
+    snapshot &record = one->found.record;
+    const bool was_complete = record.is_complete;
+    *why = one->found.devices.empty() ? one->found.why : "it is attached as " + one->found.devices.front();
+    if (!why->empty() || (was_complete && !give_up(&record, why)))
+        return false;
+    if (!ask_all_members(was_complete ? keeper_verb::remove : keeper_verb::undo, *one, why)) {
+        record.is_complete = was_complete && is_all_there(record);
+        if (record.is_complete)
+            store_snapshot(record);
         return false;
     }
-    const bool is_complete = one->found.record.is_complete;
-    if (!ask_all_members(is_complete ? keeper_verb::remove : keeper_verb::undo, one->found.record, why))
-        return false;
     *why = "its record cannot be removed";
     return forget_snapshot(name);
 }

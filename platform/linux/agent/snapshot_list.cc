@@ -91,7 +91,7 @@ struct keeper_places {
     std::string why;
 };
 
-std::map<std::string, keeper_places> ask_all(const std::vector<snapshot> &records)
+std::map<std::string, keeper_places> ask_all(const std::vector<snapshot> &records, bool with_sizes)
 {
     std::map<std::string, std::vector<std::string>> wanted;
     for (const snapshot &record : records) {
@@ -100,7 +100,7 @@ std::map<std::string, keeper_places> ask_all(const std::vector<snapshot> &record
     }
     std::map<std::string, keeper_places> found;
     for (const auto &[keeper, places] : wanted)
-        found[keeper].places = look_at_places(keeper, places, &found[keeper].why);
+        found[keeper].places = look_at_places(keeper, places, with_sizes, &found[keeper].why);
     return found;
 }
 
@@ -122,9 +122,9 @@ void add_member(const snapshot_member &member, const keeper_places &of, listed_s
         one->devices.push_back(found->second.device);
 }
 
-std::vector<listed_snapshot> look_at(std::vector<snapshot> records)
+std::vector<listed_snapshot> look_at(std::vector<snapshot> records, bool with_sizes)
 {
-    auto places = ask_all(records);
+    auto places = ask_all(records, with_sizes);
     std::vector<listed_snapshot> all;
     for (snapshot &record : records) {
         listed_snapshot one;
@@ -142,15 +142,16 @@ std::vector<listed_snapshot> look_at(std::vector<snapshot> records)
 
 } // namespace
 
-std::optional<std::map<std::string, kept_place>>
-look_at_places(const std::string &keeper, const std::vector<std::string> &places, std::string *why)
+std::optional<std::map<std::string, kept_place>> look_at_places(const std::string &keeper,
+                                                                const std::vector<std::string> &places,
+                                                                bool with_sizes, std::string *why)
 {
     std::map<std::string, kept_place> found;
     for (size_t first = 0; first < places.size(); first += most_places_at_once) {
         const auto begin = places.begin() + static_cast<ptrdiff_t>(first);
         const auto count = std::min(most_places_at_once, places.size() - first);
         const keeper_answer answer =
-            ask_keeper_for_list(keeper, {begin, begin + static_cast<ptrdiff_t>(count)});
+            ask_keeper_for_list(keeper, {begin, begin + static_cast<ptrdiff_t>(count)}, with_sizes);
         *why = answer.is_done ? "keeper " + escaped(keeper) + ", list: what it says is no list" : answer.why;
         if (!answer.is_done || !read_places(answer.output, &found))
             return std::nullopt;
@@ -158,15 +159,18 @@ look_at_places(const std::string &keeper, const std::vector<std::string> &places
     return found;
 }
 
-std::optional<std::vector<listed_snapshot>> list_snapshots()
+std::optional<std::vector<listed_snapshot>> list_snapshots(const snapshot_question &asked)
 {
     auto records = load_snapshots();
-    return records ? std::optional(look_at(std::move(*records))) : std::nullopt;
+    if (!records)
+        return std::nullopt;
+    std::erase_if(*records, [&](const snapshot &one) { return !asked.is_wanted(one); });
+    return look_at(std::move(*records), asked.with_sizes);
 }
 
 std::optional<listed_snapshot> look_at_snapshot(const std::string &name, std::string *why)
 {
     auto record = load_snapshot(name);
     *why = "there is no snapshot " + escaped(name);
-    return record ? std::optional(look_at({std::move(*record)}).front()) : std::nullopt;
+    return record ? std::optional(look_at({std::move(*record)}, false).front()) : std::nullopt;
 }

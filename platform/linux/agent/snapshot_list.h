@@ -4,6 +4,7 @@
 #include "platform/linux/agent/snapshots.h"
 
 #include <cstdint>
+#include <functional>
 #include <map>
 
 struct kept_place {
@@ -12,8 +13,9 @@ struct kept_place {
 };
 
 // What the keeper has at those of PLACES where it has something. Null with the reason in WHY.
-std::optional<std::map<std::string, kept_place>>
-look_at_places(const std::string &keeper, const std::vector<std::string> &places, std::string *why);
+std::optional<std::map<std::string, kept_place>> look_at_places(const std::string &keeper,
+                                                                const std::vector<std::string> &places,
+                                                                bool with_sizes, std::string *why);
 
 enum class snapshot_state {
     ok,
@@ -27,12 +29,17 @@ struct listed_snapshot {
     snapshot record;
     snapshot_state state = snapshot_state::ok;
     std::string why;              // unknown
-    std::optional<uint64_t> size; // of all members
+    std::optional<uint64_t> size; // of all members, if it was asked for
     std::vector<std::string> devices;
 };
 
-// All snapshots, the oldest first. Null, with errno, if the records cannot be read.
-std::optional<std::vector<listed_snapshot>> list_snapshots();
+struct snapshot_question {
+    std::function<bool(const snapshot &)> is_wanted = [](const snapshot &) { return true; };
+    bool with_sizes = false; // which may take long
+};
+
+// The oldest first. Null, with errno, if the records cannot be read.
+std::optional<std::vector<listed_snapshot>> list_snapshots(const snapshot_question &asked = {});
 
 // One of them; null with the reason in WHY.
 std::optional<listed_snapshot> look_at_snapshot(const std::string &name, std::string *why);

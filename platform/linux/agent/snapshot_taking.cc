@@ -46,6 +46,13 @@ bool take_name(const std::string &source, snapshot_plan *plan, std::string *why)
     return false;
 }
 
+// In bytes; "" if it is not known.
+std::string size_of(const std::string &disk)
+{
+    const auto sectors = read_number("/sys/block/" + disk_name_of(disk) + "/size");
+    return sectors ? std::to_string(*sectors * 512) : "";
+}
+
 // True for a mirror whose snapshots the storage system takes.
 bool is_kept_by_storage(const marked_device &mirror)
 {
@@ -62,12 +69,12 @@ bool is_place(const std::string &text)
 }
 
 // The first keeper that says so keeps the mirror. False with the reason in WHY.
-bool find_keeper_for(const std::vector<keeper> &keepers, const snapshot &record, snapshot_member *member,
+bool find_keeper_for(const std::vector<keeper> &keepers, const snapshot_plan &plan, snapshot_member *member,
                      std::string *why)
 {
     *why = keepers.empty() ? "there is no keeper" : "no keeper knows how";
     for (const keeper &one : keepers) {
-        const keeper_answer answer = ask_keeper(one, keeper_verb::probe, record, *member);
+        const keeper_answer answer = ask_keeper(one, keeper_verb::probe, plan.record, *member, plan.lock);
         if (answer.is_done && is_place(answer.output)) {
             member->keeper = one.name;
             member->place = answer.output;
@@ -81,7 +88,7 @@ bool find_keeper_for(const std::vector<keeper> &keepers, const snapshot &record,
 
 bool is_kept(const snapshot_member &member, std::string *why)
 {
-    const auto kept = look_at_places(member.keeper, {member.place}, why);
+    const auto kept = look_at_places(member.keeper, {member.place}, false, why);
     if (!kept)
         return false;
     *why = "keeper " + escaped(member.keeper) + " says that it kept " + escaped(member.mirror) +
@@ -101,11 +108,11 @@ std::optional<snapshot_plan> plan_snapshot(const std::string &group,
     if (!keepers || !take_name(source, &plan, why))
         return std::nullopt;
     for (const marked_device &mirror : mirrors) {
-        snapshot_member member{mirror.guid, mirror.source, mirror.path, "", ""};
+        snapshot_member member{mirror.guid, mirror.source, mirror.path, "", "", size_of(mirror.source_path)};
         std::string obstacle;
         if (is_kept_by_storage(mirror))
             continue;
-        if (find_keeper_for(*keepers, plan.record, &member, &obstacle))
+        if (find_keeper_for(*keepers, plan, &member, &obstacle))
             plan.record.members.push_back(std::move(member));
         else
             plan.unkept.push_back(escaped(mirror.guid) + " (" + escaped(mirror.path) + "): " + obstacle);
@@ -123,7 +130,7 @@ bool keep_members(snapshot_plan *plan, std::string *why)
     if (!store_snapshot(record))
         return false;
     for (const snapshot_member &member : record.members) {
-        const keeper_answer answer = ask_keeper_of(keeper_verb::mark, record, member);
+        const keeper_answer answer = ask_keeper_of(keeper_verb::mark, record, member, plan->lock);
         if (!answer.is_done)
             *why = answer.why + " (" + escaped(member.mirror) + ")";
         if (!answer.is_done || !is_kept(member, why))
@@ -141,12 +148,12 @@ bool complete_snapshot(snapshot_plan *plan, std::string *why)
     return store_snapshot(plan->record);
 }
 
-void drop_snapshot(const snapshot &record, std::string *why)
+void drop_snapshot(const snapshot &record, const unique_fd &lock, std::string *why)
 {
     bool is_undone = true;
     for (auto member = record.members.rbegin(); member != record.members.rend(); ++member) {
         const bool went = end_at_exception("The undoing of a snapshot", [&] {
-            const keeper_answer answer = ask_keeper_of(keeper_verb::undo, record, *member);
+            const keeper_answer answer = ask_keeper_of(keeper_verb::undo, record, *member, lock);
             is_undone = is_undone && answer.is_done;
             if (!answer.is_done)
                 *why += "; not undone: " + answer.why;
@@ -167,7 +174,7 @@ void drop_unfinished(const std::vector<std::string> &mirrors)
         if (!lock.is_open())
             continue;
         std::string why;
-        drop_snapshot(one, &why);
+        drop_snapshot(one, lock, &why);
         log_warning("Snapshot %s was not finished%s", one.name.c_str(),
                     why.empty() ? "; what was there of it is removed" : why.c_str());
     }

@@ -23,9 +23,9 @@ bool keep_members(snapshot_plan *plan, std::string *why);
 // From here on the snapshot counts as taken. False with the reason in WHY.
 bool complete_snapshot(snapshot_plan *plan, std::string *why);
 
-// Undoes what was kept of a snapshot that is not complete, in reverse order. Adds what cannot be undone to
-// WHY; the record then stays, and the next mark of one of its mirrors tries again.
-void drop_snapshot(const snapshot &record, std::string *why);
+// Undoes what was kept of a snapshot that is not complete, in reverse order. LOCK is that of its name. Adds
+// what cannot be undone to WHY; the record then stays, and the next mark of one of its mirrors tries again.
+void drop_snapshot(const snapshot &record, const unique_fd &lock, std::string *why);
 
 // Drops the snapshots of these mirrors that a process began and did not live to finish. The caller holds the
 // lock of the marks of these mirrors.

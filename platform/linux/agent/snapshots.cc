@@ -5,6 +5,8 @@
 #include "platform/linux/state/store.h"
 
 #include <algorithm>
+#include <string_view>
+#include <tuple>
 
 namespace {
 
@@ -12,6 +14,7 @@ constexpr std::pair<const char *, std::string snapshot_member::*> member_texts[]
     {"mirror", &snapshot_member::mirror}, // begins a member
     {"source", &snapshot_member::source}, {"device", &snapshot_member::device},
     {"keeper", &snapshot_member::keeper}, {"place", &snapshot_member::place},
+    {"size", &snapshot_member::size},
 };
 
 constexpr std::pair<const char *, std::string snapshot::*> texts[] = {
@@ -60,6 +63,12 @@ bool is_snapshot(const record_fields &fields)
     return fields_of(snapshot_of(fields)) == fields;
 }
 
+// Of two of the same second, the later one has a larger number at the end of its name.
+auto age_of(const snapshot &one)
+{
+    return std::tuple(std::string_view(one.time), one.name.size(), std::string_view(one.name));
+}
+
 constexpr record_kind kept_snapshot = {kavcdpagt, "snapshot", is_snapshot};
 
 } // namespace
@@ -82,6 +91,7 @@ std::optional<std::vector<snapshot>> load_snapshots()
     std::vector<snapshot> all;
     for (const record_fields &fields : *records)
         all.push_back(snapshot_of(fields));
+    std::ranges::sort(all, {}, age_of);
     return all;
 }
 

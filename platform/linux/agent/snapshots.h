@@ -13,6 +13,7 @@ struct snapshot_member {
     std::string device; // the mirror's path at that time
     std::string keeper; // by name
     std::string place;  // where it is kept, in the keeper's own words
+    std::string size;   // of the source, in bytes; the mirror may be larger
 
     bool operator==(const snapshot_member &) const = default;
 };

@@ -1,7 +1,12 @@
 #include "platform/linux/mirror/disk_census.h"
 
+#include "base/fd.h"
 #include "base/hash.h"
 #include "platform/linux/host/sysfs.h"
+#include "platform/linux/host/text.h"
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <mutex>
@@ -17,7 +22,10 @@ using steady_clock = std::chrono::steady_clock;
 // sysfs-kernel-uevents in the kernel). While it stands still, nothing of that has happened.
 std::optional<uint64_t> count_device_events()
 {
-    return read_number("/sys/kernel/uevent_seqnum");
+    static const auto *file = new unique_fd(open("/sys/kernel/uevent_seqnum", O_RDONLY | O_CLOEXEC));
+    char text[32];
+    const ssize_t count = pread(file->get(), text, sizeof text, 0);
+    return count > 1 ? parse_number({text, static_cast<size_t>(count - 1)}) : std::nullopt;
 }
 
 // The kernel gives a device another sequence number when what is behind it changes

@@ -32,10 +32,11 @@ struct tracking_choice {
     bool is_settled = false; // no other attempt before RETRY
     std::chrono::steady_clock::time_point retry = std::chrono::steady_clock::time_point::max();
     std::optional<std::chrono::steady_clock::time_point> doubt_since; // the books have not balanced
-    unsigned doubts = 0; // looks that found so, one after the other
-    std::string why;     // it is not tracked; "" if it is
-    unsigned mismatches =
-        0; // of the tracked and the counted sectors, within the pause that follows the third
+    unsigned doubts = 0;                     // looks that found so, one after the other
+    std::string why;                         // it is not tracked; "" if it is
+    std::chrono::milliseconds look_period{}; // at the sums; longer, the longer nothing was written
+    // Of the tracked and the counted sectors, within the pause that follows the third.
+    unsigned mismatches = 0;
     std::chrono::steady_clock::time_point last_mismatch{};
 };
 

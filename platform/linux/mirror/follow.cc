@@ -68,20 +68,22 @@ void save_at_rest(const copying &work)
 // missed.
 void wait_for_writes(copying &work, const tracker_sums &known, steady_clock::time_point end)
 {
-    auto period = shortest_look;
+    std::chrono::milliseconds &period = work.ends.tracking.look_period;
     bool has_begun = false;
     while (is_followed(work) && !is_awaited(work)) {
         const tracker_sums now = work.tracker->sums();
-        if (now.events != known.events || (has_begun && now.begun != known.begun))
+        if (now.events != known.events || (has_begun && now.begun != known.begun)) {
+            period = 0ms;
             return;
+        }
         has_begun = now.begun != known.begun;
         if (steady_clock::now() >= end) {
             save_at_rest(work);
             work.ends.dest.samples.remember(work.job.mirror, true);
             return;
         }
+        period = std::clamp<std::chrono::milliseconds>(period * 2, shortest_look, longest_look);
         wait_shortly(work, period);
-        period = std::min<std::chrono::milliseconds>(period * 2, longest_look);
     }
 }
 

@@ -103,10 +103,20 @@ complaint set_unkept(std::string_view text, embedded_settings &all)
     return "";
 }
 
+complaint set_fill_limit(std::string_view text, embedded_settings &all)
+{
+    uint64_t limit = 0;
+    complaint wrong = set_number(text, 1, 100, limit);
+    if (wrong.empty())
+        all.fill_limit = static_cast<unsigned>(limit);
+    return wrong;
+}
+
 constexpr struct {
     std::string_view key;
     complaint (*set)(std::string_view text, embedded_settings &all);
-} known[] = {{"freeze", set_freeze},
+} known[] = {{"fill_limit", set_fill_limit},
+             {"freeze", set_freeze},
              {"freeze_after", set_freeze_after},
              {"freeze_deadline", set_freeze_deadline},
              {"throttle", set_throttle},
@@ -128,6 +138,18 @@ std::string shown(std::string_view text)
     return escaped(text.substr(0, longest), plain_in_values) + (text.size() > longest ? "..." : "");
 }
 
+complaint set_value(std::string_view key, std::string_view value, embedded_settings &all)
+{
+    if (is_keep_key(key))
+        return set_keep_rule(key, value, all.keep);
+    return std::ranges::find(known, key, [](const auto &one) { return one.key; })->set(value, all);
+}
+
+bool is_setting(std::string_view key)
+{
+    return is_keep_key(key) || std::ranges::any_of(known, [&](const auto &one) { return one.key == key; });
+}
+
 complaint read_line(std::string_view line, std::set<std::string_view> &keys, embedded_settings &all)
 {
     line = without_blanks(line.substr(0, line.find('#')));
@@ -138,12 +160,11 @@ complaint read_line(std::string_view line, std::set<std::string_view> &keys, emb
         return "\"" + shown(line) + "\" has no =";
     const std::string_view key = without_blanks(line.substr(0, sign));
     const std::string_view value = without_blanks(line.substr(sign + 1));
-    const auto *const setting = std::ranges::find(known, key, [](const auto &one) { return one.key; });
-    if (setting == std::end(known))
+    if (!is_setting(key))
         return "there is no setting \"" + shown(key) + "\"";
-    if (!keys.insert(setting->key).second)
+    if (!keys.insert(key).second)
         return shown(key) + " is set a second time";
-    const complaint wrong = setting->set(value, all);
+    const complaint wrong = set_value(key, value, all);
     return wrong.empty() ? "" : shown(key) + ": \"" + shown(value) + "\" " + wrong;
 }
 

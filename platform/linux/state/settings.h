@@ -1,6 +1,8 @@
 // What an administrator has set for the embedded libraries: /etc/kavtessaron/embedded.conf.
 #pragma once
 
+#include "platform/linux/state/keep_rule.h"
+
 #include <chrono>
 #include <cstdint>
 #include <optional>
@@ -16,6 +18,8 @@ struct embedded_settings {
     uint64_t tracking_page = 0;       // bytes; 0: the smallest that fits into the memory
     uint64_t tracking_memory = uint64_t{64} << 20; // bytes per disk for the marks
     unkept_marks unkept = unkept_marks::refused;
+    keep_rules keep;
+    unsigned fill_limit = 95; // percent of a store at which nothing more is kept there; 100: no limit
 
     bool operator==(const embedded_settings &) const = default;
 };

@@ -10,6 +10,7 @@
 std::span<const verb> mirror_verbs();
 std::span<const verb> snapshot_verbs();
 std::span<const verb> kept_verbs();
+std::span<const verb> prune_verbs();
 std::span<const verb> group_verbs();
 std::span<const verb> database_verbs();
 std::span<const verb> volume_verbs();

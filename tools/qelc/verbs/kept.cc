@@ -30,10 +30,10 @@ bool is_wanted(const snapshot &one, const verb_options &given)
 
 int list_all(const verb_options &given, bool as_json)
 {
-    auto all = list_snapshots();
+    const auto all = list_snapshots(
+        {.is_wanted = [&](const snapshot &one) { return is_wanted(one, given); }, .with_sizes = true});
     if (!all)
         return fail(exit_refused, "/var/lib/kavcdpagt", strerror(errno));
-    std::erase_if(*all, [&](const listed_snapshot &one) { return !is_wanted(one.record, given); });
     const auto restores = restores_to_show();
     fputs((as_json ? kept_json(*all, restores) : kept_page(*all, restores)).c_str(), stdout);
     return exit_ok;
