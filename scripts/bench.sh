@@ -12,3 +12,4 @@ scripts/private-host -n bench scripts/bench/host.sh build/release "$rounds" "$se
 scripts/private-host -n bench scripts/bench/schedules.sh build/release
 scripts/private-host -n bench scripts/bench/mirrors.sh build/release
 scripts/private-host -n bench scripts/bench/follow.sh build/release
+scripts/private-host -n bench scripts/bench/restore.sh build/release

@@ -16,8 +16,9 @@ This shows qelcd on a host of its own: a private host with its own processes,
 You will see
   - a manager that scans and adopts the host, and takes its heartbeats;
   - a disk that is protected, and a first copy that goes on after kill -9;
-  - a snapshot, which a hook keeps;
+  - a snapshot, which a keeper keeps;
   - a mirror that is level again and again under a writer that never pauses;
+  - a file that is deleted, and found in the snapshot; the disk restored from it;
   - the release of the host, and disk and mirror compared byte for byte.
 
 Not touched: this machine's own /etc, /var, network and disks. Debian packages

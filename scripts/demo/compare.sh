@@ -1,4 +1,4 @@
-# The end: what the mirror and the snapshot hold. Sourced.
+# The end: what the mirror holds. Sourced.
 # shellcheck shell=bash disable=SC2034,SC2154
 
 # Only these four bytes of a local mirror are its own.
@@ -16,20 +16,4 @@ show_comparison() {
     head -n 8 <<<"$differences"
     prove "They differ in the signature only, which each disk has for itself." differ_in_signature_only "$differences"
     prove "The swap disk is still as it was." is_swap_untouched
-}
-
-is_text() {
-    [[ $(<"$1") == "$2" ]]
-}
-
-show_notes() {
-    title "The notes on the mirror, and on the snapshot"
-    attach_partitioned blank --read-only
-    show mount -o ro "${attached}p1" /mnt/mirror
-    show cat /mnt/mirror/notes
-    prove "The mirror has both notes." is_text /mnt/mirror/notes $'first\nsecond'
-    attach_partitioned snapshot
-    show mount -o ro "${attached}p1" /mnt/snapshot
-    show cat /mnt/snapshot/notes
-    prove "The snapshot has the first note only." is_text /mnt/snapshot/notes first
 }

@@ -26,12 +26,11 @@ attach_blank() {
     attach "$1"
 }
 
-# attach_partitioned NAME OPTION...: with its partitions, which go with it (--partscan), and their nodes.
-attach_partitioned() {
-    attach "$@" --partscan
-    partx --update "$attached" # for kernels that do not know this partition table
+# make_nodes DISK: of its partitions.
+make_nodes() {
+    partx --update "$1" # for kernels that do not know this partition table
     local entry node major_minor
-    for entry in "/sys/block/${attached#/dev/}/${attached#/dev/}"p*; do
+    for entry in "/sys/block/${1#/dev/}/${1#/dev/}"p*; do
         node=/dev/${entry##*/}
         major_minor=$(<"$entry/dev")
         rm -f "$node" # it may belong to an earlier disk of that name
@@ -42,7 +41,8 @@ attach_partitioned() {
 make_data_disk() {
     truncate -s 64M "$disk_folder/data"
     printf 'label: gpt\n,\n' | sfdisk --quiet "$disk_folder/data"
-    attach_partitioned data
+    attach data --partscan # the partitions go with it
+    make_nodes "$attached"
     data_disk=$attached
     # Without these options the kernel would go on writing by itself, and the mirror would have to follow.
     mkfs.ext4 -q -E lazy_itable_init=0,lazy_journal_init=0 "${data_disk}p1"
@@ -52,10 +52,14 @@ make_data_disk() {
 }
 
 make_disks() {
+    local tool
     rm -f /dev/loop[0-9]* # nodes of this machine's loop devices
+    for tool in losetup mount; do
+        ln -s "$(realpath "$here/../loop-tool")" "/usr/local/sbin/$tool"
+    done
     mkdir "$disk_folder"
     mount -t tmpfs demo /mnt
-    mkdir /mnt/{data,mirror,snapshot}
+    mkdir /mnt/{data,snapshot}
     make_data_disk
     attach_blank blank 64M
     blank_disk=$attached
@@ -84,8 +88,11 @@ are_disks_gone() {
 # True when no loop device is left.
 remove_disks() {
     local folder attempt
-    for folder in /mnt/{data,mirror,snapshot}; do
+    for folder in /mnt/{data,snapshot}; do
         umount "$folder" 2>/dev/null
+    done
+    for folder in "$disk_folder"/all.qelcd-snapshots/*; do
+        losetup --noheadings --output NAME --associated "$folder" | xargs -r losetup --detach
     done
     ((${#loop_holders[@]} == 0)) || kill -KILL "${loop_holders[@]}"
     for attempt in {1..50}; do

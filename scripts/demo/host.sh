@@ -61,7 +61,8 @@ show_protection
 show_first_copy_with_a_crash
 show_snapshot
 show_busy_writer
+show_lost_file
+show_restore
 show_release
 show_stop
 show_comparison
-show_notes

@@ -67,9 +67,10 @@ show_first_copy_with_a_crash() {
     prove "The new process sends heartbeats to the manager." heartbeats $((before + 1))
 }
 
-# write_note TEXT: on the protected disk, past the cache of the file system.
+# write_note TEXT: on the protected disk, past the cache of the file system and its journal.
 write_note() {
-    printf '$ echo %s >>/mnt/data/notes; sync -f /mnt/data\n' "$1"
+    printf '$ echo %s >>/mnt/data/notes; fsfreeze -f /mnt/data; fsfreeze -u /mnt/data\n' "$1"
     echo "$1" >>/mnt/data/notes
-    sync -f /mnt/data
+    fsfreeze --freeze /mnt/data
+    fsfreeze --unfreeze /mnt/data
 }

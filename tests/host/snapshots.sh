@@ -4,15 +4,8 @@
 # shellcheck source=tests/host/host_test.sh
 source "$(dirname "$0")/host_test.sh"
 
-grep -qw xfs /proc/filesystems || modprobe xfs 2>/dev/null || { echo "no XFS here: skipped"; exit 77; }
-
-attach_xfs() {
-    truncate -s 400M /var/tmp/xfs
-    mkfs.xfs -q /var/tmp/xfs
-    attach_loop /var/tmp/xfs
-    mkdir "$images/xfs"
-    mount "$attached" "$images/xfs"
-}
+# shellcheck source=tests/host/kept_disks.sh
+source "$(dirname "$0")/kept_disks.sh"
 
 # state_is STATE: of the only snapshot.
 state_is() {
@@ -22,11 +15,6 @@ state_is() {
     [[ $(wc -l <<<"$page") == 2 && $page == *" $name "*" reflink "*" $1 "*"a note" ]]
 }
 
-# All loop devices have nodes here: one is needed that the keeper chooses.
-for number in {0..63}; do
-    [[ -e /dev/loop$number ]] || mknod -m 600 "/dev/loop$number" b 7 "$number"
-done
-attach_xfs
 make_source disk 32
 make_mirror xfs/mirror 32
 start_protected disk=xfs/mirror

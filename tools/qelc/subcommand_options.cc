@@ -135,7 +135,33 @@ void add_snapshot_names(CLI::App &app, verb_options &given)
 void add_snapshot_name(CLI::App &app, verb_options &given)
 {
     add_snapshot_names(app, given);
-    app.get_option("NAME")->expected(1);
+    app.get_option("NAME")->expected(1)->allow_extra_args(false);
+}
+
+void add_attach_options(CLI::App &app, verb_options &given)
+{
+    add_snapshot_name(app, given);
+    app.add_option("--partition", given.partition, "only this partition of the disk")
+        ->type_name("N")
+        ->check(CLI::PositiveNumber);
+}
+
+void add_mount_options(CLI::App &app, verb_options &given)
+{
+    add_attach_options(app, given);
+    app.add_option("DIR", given.folder, "an empty folder")->type_name("")->check(check_not_empty)->required();
+}
+
+void add_restore_options(CLI::App &app, verb_options &given)
+{
+    add_snapshot_name(app, given);
+    app.add_option("--to", given.restore_to,
+                   "the disk that is overwritten: a name, a path or\n"
+                   "a GUID; without it, the disk of the snapshot")
+        ->type_name("DISK")
+        ->check(check_not_empty);
+    app.add_flag("--yes", given.yes, "do not ask");
+    app.add_flag("--no-snapshot", given.no_snapshot, "take no snapshot of the present state first");
 }
 
 void add_schedule_options(CLI::App &app, verb_options &given)

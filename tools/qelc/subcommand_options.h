@@ -31,6 +31,10 @@ struct verb_options {
     std::string password_file;
     optional_text oracle_home;
     std::string where;  // a new volume lies
+    std::string folder; // to mount on
+    std::optional<uint64_t> partition;
+    std::string restore_to; // disk
+    bool no_snapshot = false;
     std::string volume; // name
     bool yes = false;
     bool dry_run = false;
@@ -55,6 +59,9 @@ void add_disk_or_group(CLI::App &app, verb_options &given);
 void add_snapshot_options(CLI::App &app, verb_options &given);
 void add_snapshot_name(CLI::App &app, verb_options &given);
 void add_snapshot_names(CLI::App &app, verb_options &given);
+void add_attach_options(CLI::App &app, verb_options &given);
+void add_mount_options(CLI::App &app, verb_options &given);
+void add_restore_options(CLI::App &app, verb_options &given);
 void add_dry_run(CLI::App &app, verb_options &given);
 void add_schedule_options(CLI::App &app, verb_options &given);
 void add_group_name(CLI::App &app, verb_options &given);

@@ -143,7 +143,7 @@ std::optional<known_disk> find_disk(const std::string &name, std::string *why)
     else if (!disks->empty())
         *why = "it has no size";
     else if (read_attribute("/sys/class/block/" + kernel + "/partition"))
-        *why = "it is a partition; a mirror is one of a whole disk";
+        *why = "it is a partition; name the whole disk";
     else
         *why = "there is no such disk";
     return std::nullopt;

@@ -1,6 +1,7 @@
 #include "platform/linux/agent/retention.h"
 
 #include "platform/linux/agent/keepers.h"
+#include "platform/linux/agent/restores.h"
 #include "platform/linux/agent/snapshot_acts.h"
 #include "platform/linux/host/text.h"
 #include "platform/linux/host/weak_log.h"
@@ -101,10 +102,23 @@ void judge_alone(retention *one)
     }
 }
 
+// A restore that was not finished cannot go on without its snapshot, which a start of the host has detached.
+void keep_for_restores(const std::vector<retention *> &ones)
+{
+    const auto restores = load_restores();
+    for (retention *one : ones) {
+        if (!restores ||
+            std::ranges::find(*restores, one->of.record.name, &restore_record::snapshot) != restores->end())
+            one->reason +=
+                (one->reason.empty() ? "" : ", ") + std::string("a restore of it was not finished");
+    }
+}
+
 void judge_series(const std::vector<retention *> &ones, const keep_rule &rule)
 {
     keep_last(ones, rule);
     keep_firsts(ones, rule);
+    keep_for_restores(ones);
     for (retention *one : ones) {
         one->goes = one->reason.empty() && one->of.state != snapshot_state::attached;
         if (one->reason.empty())

@@ -134,20 +134,23 @@ std::vector<table_entry> read_table(int fd)
         const blkid_partition partition = blkid_partlist_get_partition(list, i);
         const char *guid = blkid_partition_get_uuid(partition);
         entries.push_back({static_cast<uint64_t>(blkid_partition_get_start(partition)),
-                           static_cast<uint64_t>(blkid_partition_get_partno(partition)), guid ? guid : ""});
+                           static_cast<uint64_t>(blkid_partition_get_partno(partition)), guid ? guid : "",
+                           static_cast<uint64_t>(blkid_partition_get_size(partition))});
     }
     return entries;
 }
 
-std::optional<std::string> read_file_system(int fd, uint64_t offset, uint64_t length)
+std::optional<std::string> read_file_system(int fd, uint64_t offset, uint64_t length, std::string *label)
 {
     const probe_holder probe = length > 0 ? open_probe(fd, offset, length) : nullptr;
     if (!probe)
         return std::nullopt;
     blkid_probe_enable_superblocks(probe.get(), 1);
-    blkid_probe_set_superblocks_flags(probe.get(), BLKID_SUBLKS_TYPE);
+    blkid_probe_set_superblocks_flags(probe.get(), BLKID_SUBLKS_TYPE | (label ? BLKID_SUBLKS_LABEL : 0));
     if (safeprobe(probe) != 0)
         return std::nullopt;
+    if (label)
+        *label = found_value(probe, "LABEL");
     const std::string_view type = found_value(probe, "TYPE");
     return type.empty() ? std::nullopt : std::optional<std::string>(type);
 }

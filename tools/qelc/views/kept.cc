@@ -1,15 +1,12 @@
 #include "tools/qelc/views/kept.h"
 
-#include "platform/linux/agent/limited_run.h"
-#include "platform/linux/host/sysfs.h"
 #include "tools/common/human_text.h"
 #include "tools/common/text_table.h"
 #include "tools/common/visible.h"
 #include "tools/qelc/views/json_answer.h"
+#include "tools/snapshots/attachment.h"
+#include "tools/snapshots/contents.h"
 
-#include <algorithm>
-#include <climits>
-#include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <set>
 
@@ -57,36 +54,49 @@ json_object object_of(const listed_snapshot &one)
             {"members", members}};
 }
 
-std::string file_system_on(const std::string &device)
+json_object object_of(const restore_view &one)
 {
-    const run_result found = run_limited({.words = {"blkid", "-p", "-o", "value", "-s", "TYPE", device}},
-                                         {.time = std::chrono::seconds(10), .output = 100});
-    return found.output.substr(0, found.output.find('\n'));
+    return {{"snapshot", one.record.snapshot},
+            {"disk", one.disk},
+            {"guid", one.record.disk},
+            {"running", one.is_running}};
 }
 
-// Mounting read-only is not enough: a journal would be replayed, and a read-only device refuses that; XFS
-// refuses a second file system of the same UUID.
-std::string mount_options(const std::string &type)
+std::string line_of(const restore_view &one)
 {
-    if (type == "xfs")
-        return "ro,nouuid,norecovery";
-    if (type == "ext3" || type == "ext4")
-        return "ro,noload";
-    return type == "btrfs" ? "ro,rescue=nologreplay" : "ro";
+    const std::string name = visible(one.record.snapshot), disk = visible(one.disk);
+    if (one.is_running)
+        return "  " + name + " is being restored to " + disk + "\n";
+    return "  restoring " + name + " to " + disk +
+           " was not finished; run it again: qelc snapshots restore " + name + " --to " + disk + "\n";
 }
 
-std::string hint_for(const std::string &device)
+// A partition that the kernel does not show is found by its place.
+std::string hint_for(const std::string &device, const content &one)
 {
-    const std::string type = file_system_on(device);
-    if (type.empty() || type == "swap" || type == "crypto_LUKS" || type.ends_with("_member"))
-        return "";
-    const std::string hint = "mount -o " + mount_options(type) + " " + device + " FOLDER\n";
+    std::string path = device, options = mount_options(one.type), why;
+    if (one.partition != 0) {
+        const auto node = partition_device(device, one.partition, &why);
+        path = node.value_or(device);
+        if (!node)
+            options +=
+                ",loop,offset=" + std::to_string(one.offset) + ",sizelimit=" + std::to_string(one.size);
+    }
+    const std::string hint = "mount -o " + options + " " + path + " FOLDER\n";
     // The kernel takes all devices of one UUID for parts of one file system.
-    return type == "btrfs" ? hint + "(Btrfs: not while the original is mounted.)\n" : hint;
+    return one.type == "btrfs" ? hint + "(Btrfs: not while the original is mounted.)\n" : hint;
 }
 } // namespace
 
-std::string kept_page(const std::vector<listed_snapshot> &all)
+std::vector<restore_view> restores_to_show()
+{
+    std::vector<restore_view> all;
+    for (const restore_record &one : load_restores().value_or(std::vector<restore_record>{}))
+        all.push_back({one, disk_title(one.disk), is_restore_running(one.disk)});
+    return all;
+}
+
+std::string kept_page(const std::vector<listed_snapshot> &all, const std::vector<restore_view> &restores)
 {
     text_table rows = {{"Name", "Time", "Disk or group", "Keeper", "Size", "State", "Note"}};
     std::string lines;
@@ -96,26 +106,28 @@ std::string kept_page(const std::vector<listed_snapshot> &all)
         if (one.state == snapshot_state::unknown)
             lines += "  " + visible(one.record.name) + ": " + visible(one.why) + "\n";
     }
-    return align(rows) + lines;
+    for (const restore_view &one : restores)
+        lines += line_of(one);
+    return (all.empty() ? "no snapshots\n" : align(rows)) + lines;
 }
 
-std::string kept_json(const std::vector<listed_snapshot> &all)
+std::string kept_json(const std::vector<listed_snapshot> &all, const std::vector<restore_view> &restores)
 {
     json_object list = json_object::array();
     for (const listed_snapshot &one : all)
         list.push_back(object_of(one));
-    return json_object{{"snapshots", list}}.dump(-1, ' ', false, json_object::error_handler_t::replace) +
-           "\n";
+    json_object answer{{"snapshots", list}};
+    for (const restore_view &one : restores)
+        answer["restores"].push_back(object_of(one));
+    return answer.dump(-1, ' ', false, json_object::error_handler_t::replace) + "\n";
 }
 
 std::string mount_hints(const std::string &device)
 {
-    char real[PATH_MAX];
-    const std::string disk = disk_name_of(realpath(device.c_str(), real) ? real : device);
-    std::string hints = hint_for(device);
-    for (const std::string &name : list_folder("/sys/block/" + disk).value_or(std::vector<std::string>{})) {
-        if (read_attribute("/sys/block/" + disk + "/" + name + "/partition"))
-            hints += hint_for("/dev/" + name);
+    std::string hints, why;
+    for (const content &one : contents_of(device, &why).value_or(std::vector<content>{})) {
+        if (is_mountable(one))
+            hints += hint_for(device, one);
     }
     return hints;
 }

@@ -1,12 +1,23 @@
 // Snapshots that keepers keep, for a person and for programs.
 #pragma once
 
+#include "platform/linux/agent/restores.h"
 #include "platform/linux/agent/snapshot_list.h"
 
-std::string kept_page(const std::vector<listed_snapshot> &all);
+// A restore that was not finished.
+struct restore_view {
+    restore_record record;
+    std::string disk; // the kernel's name; the GUID if the host has no such disk
+    bool is_running = false;
+};
 
-// One line: {"snapshots": [...]}, with sizes in bytes, null if unknown.
-std::string kept_json(const std::vector<listed_snapshot> &all);
+// Empty also if they cannot be read.
+std::vector<restore_view> restores_to_show();
+
+std::string kept_page(const std::vector<listed_snapshot> &all, const std::vector<restore_view> &restores);
+
+// One line: {"snapshots": [...]}, with sizes in bytes, null if unknown; and "restores", if there are any.
+std::string kept_json(const std::vector<listed_snapshot> &all, const std::vector<restore_view> &restores);
 
 // A line for each file system on the device or its partitions: how to mount it so that nothing is written and
 // nothing clashes with the original. "" if there is none.

@@ -1,0 +1,36 @@
+// What lies on a disk, or on a snapshot that is attached, and how it is mounted so that nothing is written.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+struct content {
+    uint64_t partition = 0; // its number; 0: the whole device
+    uint64_t offset = 0;    // bytes
+    uint64_t size = 0;      // bytes
+    std::string type;       // as libblkid names it: "ext4", "LVM2_member"; "" for nothing that it knows
+    std::string label;      // "" for none
+};
+
+// What lies on the whole device, if anything does, and its partitions. They are read from the partition
+// table: the kernel shows none of a logical volume. Null with the reason in WHY.
+std::optional<std::vector<content>> contents_of(const std::string &device, std::string *why);
+
+// False for what is no file system, such as swap, and for a part of something larger, such as LVM.
+bool is_mountable(const content &one);
+
+// Read-only alone is not enough: a journal would be replayed, and XFS refuses a second file system of the
+// same UUID.
+std::string mount_options(const std::string &type);
+
+// "partition 2 (ext4 "data", 8.0 MiB)".
+std::string text_of(const content &one);
+
+// The kernel's name of a block device, whatever link leads to it.
+std::string kernel_name_of(const std::string &device);
+
+// The path of a partition, as soon as the host has it, which takes a moment after an attach. Null with the
+// reason in WHY.
+std::optional<std::string> partition_device(const std::string &device, uint64_t number, std::string *why);
