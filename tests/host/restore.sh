@@ -137,6 +137,10 @@ for attempt in {1..50}; do # some may come too late
     [[ ! -e $unfinished ]] || break
 done
 check "the list tells of it (attempt $attempt)" said "restoring $name to ${device[disk]#/dev/} was not finished" qelc snapshots
+check_within 30 "level, half restored" told_level disk
+half=$(qelc snapshot --disk "${guid[disk]}" | tail -n 1)
+check "a snapshot of that says so" said "taken before a restore of $name was finished" qelc snapshots
+check "and goes" qelc snapshots remove "$half"
 check "it goes on, without another snapshot" said "goes on" qelc snapshots restore "$name" --yes
 check "it is as it was" as_it_was disk
 check "no snapshot was added" test "$(count)" = 2
