@@ -33,8 +33,7 @@ make_files() {
 
 # spoil NAME: some pages, the first file system, and with it the file.
 spoil() {
-    local i
-    for i in {1..20}; do write_page "$1"; done
+    for _ in {1..20}; do write_page "$1"; done
     head -c 2M /dev/urandom | dd of="${device[$1]}" bs=1M seek=1 oflag=direct status=none
     printf 'LUKS\xba\xbe\x00\x01' | dd of="${device[$1]}" bs=1M seek=9 conv=notrunc status=none
     sync "${device[$1]}"
@@ -55,7 +54,7 @@ detached() {
 mkdir /var/tmp/files /run/{files,group}
 make_source disk 32
 make_source other 16
-make_mirror xfs/mirror 32
+make_mirror xfs/mirror 40 # the size of the disk counts, not that of the mirror
 make_mirror xfs/second 16
 make_mirror small 16
 make_mirror large 48
@@ -137,6 +136,10 @@ for attempt in {1..50}; do # some may come too late
     [[ ! -e $unfinished ]] || break
 done
 check "the list tells of it (attempt $attempt)" said "restoring $name to ${device[disk]#/dev/} was not finished" qelc snapshots
+echo "keep = last 1" >/etc/kavtessaron/embedded.conf
+qelc snapshots detach "$name" # as a start of the host does
+check "no rule takes away what it needs" qelc snapshots prune
+rm /etc/kavtessaron/embedded.conf
 check_within 30 "level, half restored" told_level disk
 half=$(qelc snapshot --disk "${guid[disk]}" | tail -n 1)
 check "a snapshot of that says so" said "taken before a restore of $name was finished" qelc snapshots
