@@ -30,7 +30,7 @@ attach_xfs
 make_source disk 32
 make_mirror xfs/mirror 32
 start_protected disk=xfs/mirror
-check "resync" as_manager resync "${guid[disk]}"
+check "resync" as_manager resync --yes "${guid[disk]}"
 check_within 60 "level" eval 'qelc mirrors | grep -w synchronised'
 
 name=$(qelc snapshot --disk "${guid[disk]}" --note "a note" | tail -n 1)

@@ -1,7 +1,9 @@
 #include "tools/qelc/views/mirror_watch.h"
 
+#include "client/inventory_records.h"
 #include "tools/common/visible.h"
-#include "tools/qelc/views/mirrors.h"
+#include "tools/qelc/points_in_time.h"
+#include "tools/volumes/host_view.h"
 
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -161,40 +163,140 @@ private:
     synchronisation_list shown_;
 };
 
-// On failure complains and returns none; STATUS is then what the program ends with.
-std::optional<mirror_list> ask_for_mirrors(const peer_options &peer, int &status)
+constexpr std::chrono::seconds patience{60}; // with a daemon that does not answer: it may be restarted
+
+// Of the mirrors that count. Null with the reason in WHY while there is no answer.
+std::optional<mirror_list> look(host &at, const std::vector<std::string> &guids, verb_end &why)
 {
-    const std::unique_ptr<request> reply = ask(peer, command::get_client_info, std::nullopt, status);
-    if (!reply)
-        return std::nullopt;
-    if (reply->recv_head.ret != status_ok) {
-        status = print_answer(*reply, false);
+    try {
+        mirror_list mirrors = at.look_again().mirrors;
+        std::erase_if(mirrors, [&](const mirror_view &one) {
+            return !guids.empty() && std::ranges::find(guids, one.guids.source) == guids.end();
+        });
+        return mirrors;
+    } catch (const verb_end &end) {
+        if (end.status != exit_no_answer)
+            throw;
+        why = end;
         return std::nullopt;
     }
-    const char *text = reply->recv_xml.get();
-    std::optional<mirror_list> mirrors = mirrors_of(text ? text : "");
-    if (!mirrors)
-        status = fail_unreadable();
-    return mirrors;
 }
+
+std::vector<std::string> guids_meant(host &at, const verb_options &given)
+{
+    std::vector<std::string> guids;
+    for (const std::string &text : given.disks) {
+        const named_disk disk = at.disk(text);
+        if (!at.mirror_of(disk.guid))
+            throw verb_end{exit_not_found, disk.name + " is not protected",
+                           "qelc mirrors shows which disks are protected"};
+        guids.push_back(disk.guid);
+    }
+    return guids;
+}
+
+// --- The verdict -------------------------------------------------------------------------------------
+
+// Why a mirror is down, as far as this host can see it.
+std::string why_down(const host &at, const mirror_view &mirror)
+{
+    std::string why;
+    if (!at.is_local() || mirror.state != backup_destination_down || find_disk(mirror.guids.mirror, &why))
+        return "";
+    return ": " + mirror.guids.mirror + ": " + why;
+}
+
+verb_item verdict_of(const host &at, const mirror_view &mirror, bool is_gone)
+{
+    verb_item item{"disk", mirror.disk, mirror.guids.source, exit_ok, "is level"};
+    if (is_gone)
+        item.refuse(exit_refused, "is no longer a mirror");
+    else if (mirror.state != backup_synchronised)
+        item.refuse(exit_refused, mirror_state_text(mirror) + ", " + std::to_string(mirror.percent) + " %" +
+                                      why_down(at, mirror));
+    return item;
+}
+
+outcome verdict(const host &at, const mirror_list &mirrors, const synchronisation_list &followed)
+{
+    std::vector<verb_item> items;
+    for (const mirror_view &mirror : mirrors)
+        items.push_back(verdict_of(at, mirror, false));
+    for (const synchronisation &one : followed) {
+        if (one.is_gone)
+            items.push_back(verdict_of(at, one.mirror, true));
+    }
+    outcome end = outcome_of(std::move(items), "qelc resync DISK copies a disk to its mirror");
+    end.headline = "not level";
+    end.status = end.status == exit_ok ? exit_ok : exit_refused;
+    if (end.items.empty())
+        end.remark = "no mirrors";
+    return end;
+}
+
+// What has been seen from look to look.
+class follower {
+    // A working process that has just been started may not have gone on with a copy yet.
+    static constexpr unsigned certain = 3;
+
+public:
+    explicit follower(bool draws) : draws_(draws) {}
+
+    // Throws verb_end if standard output cannot be written.
+    void take(const mirror_list &mirrors)
+    {
+        follow(list, mirrors);
+        if (draws_ && !list.empty() && !screen_.show(list))
+            throw verb_end{exit_refused, std::string("standard output: ") + strerror(errno), ""};
+        answered_ = std::chrono::steady_clock::now();
+        const bool is_level = std::ranges::all_of(
+            mirrors, [](const mirror_view &one) { return one.state == backup_synchronised; });
+        const bool runs = std::ranges::any_of(mirrors, is_synchronising);
+        at_rest_ = runs || is_level ? 0 : at_rest_ + 1;
+        is_over = is_level || at_rest_ >= certain;
+    }
+
+    // Throws WHY if there has been no answer for too long.
+    void miss(const verb_end &why)
+    {
+        at_rest_ = 0;
+        if (std::chrono::steady_clock::now() - answered_ > patience)
+            throw why;
+    }
+
+    synchronisation_list list;
+    bool is_over = false;
+
+private:
+    bool draws_;
+    display screen_;
+    std::chrono::steady_clock::time_point answered_ = std::chrono::steady_clock::now();
+    unsigned at_rest_ = 0; // looks at which nothing ran, though not all was level
+};
 } // namespace
 
-int watch_mirrors(const peer_options &peer, unsigned seconds)
+outcome follow_mirrors(host &at, const verb_options &given)
 {
-    synchronisation_list list;
-    display screen;
-    for (int status = exit_ok;; std::this_thread::sleep_for(std::chrono::seconds(seconds))) {
-        const std::optional<mirror_list> mirrors = ask_for_mirrors(peer, status);
-        if (!mirrors)
-            return status;
-        follow(list, *mirrors);
-        if (list.empty()) {
-            puts(mirrors->empty() ? "no mirrors" : "no synchronisation is running");
-            return exit_ok;
+    const auto begin = std::chrono::steady_clock::now();
+    const std::vector<std::string> guids = guids_meant(at, given);
+    follower seen(given.watch.has_value());
+    verb_end why{};
+    for (;; std::this_thread::sleep_for(std::chrono::seconds(given.watch.value_or(1)))) {
+        const std::optional<mirror_list> mirrors = look(at, guids, why);
+        if (mirrors)
+            seen.take(*mirrors);
+        else
+            seen.miss(why);
+        if (mirrors && seen.is_over)
+            return verdict(at, *mirrors, seen.list);
+        const bool is_late =
+            given.limit > 0 && std::chrono::steady_clock::now() - begin >= std::chrono::seconds(given.limit);
+        if (is_late && mirrors) {
+            outcome end = verdict(at, *mirrors, seen.list);
+            end.headline = "time-out after " + interval_text(given.limit);
+            return end;
         }
-        if (!screen.show(list))
-            return fail(exit_no_answer, "standard output", strerror(errno));
-        if (std::ranges::none_of(list, &synchronisation::runs))
-            return exit_ok;
+        if (is_late)
+            throw verb_end{exit_no_answer, "time-out: " + why.reason, why.hint};
     }
 }
