@@ -74,7 +74,7 @@ std::string without_times(const char *path)
     std::string all;
     for (std::string line; std::getline(lines, line); all += line + "\n") {
         if (line.size() > 9 && line[2] == ':' && line[5] == ':')
-            line.erase(0, 9);
+            line.erase(0, line.find(' ', 9) + 1); // and its zone
     }
     return all;
 }
@@ -176,6 +176,12 @@ TEST_F(tools, QelcBuildsBodiesFromOptions)
         EXPECT_EQ(run("TZ=CET-1CEST,M3.5.0,M10.5.0/3 $BIN/qelc --print-body " + one.arguments),
                   (outcome{0, xml_head + ("<Tessaron>" + one.body + "</Tessaron>\n")}))
             << one.arguments;
+    const std::string start = "$BIN/qelc --print-body schedule set --disk A --every 9 --start ";
+    for (const char *day : {"", "tomorrow "}) // a time of day alone is the next one
+        EXPECT_EQ(run("export TZ=UTC; now=$(date +%s) t=$(date -d '-2 min' +%H:%M) d='" + std::string(day) +
+                      "'; at=$(date -d \"$d$t\" +%s); [ $at -gt $now ] || at=$((at + 86400)); " + start +
+                      "\"$d$t\" | grep -q StartTime=.$at && echo $t as expected | cut -c 7-"),
+                  (outcome{0, "as expected\n"}));
     EXPECT_EQ(run("echo '<x' | $BIN/qelc --print-body -f - add_client"), (outcome{0, "<x\n"}));
     EXPECT_EQ(run("$BIN/qelc --print-body scan_client"), (outcome{0, ""}));
 }
@@ -201,8 +207,15 @@ TEST_F(tools, QelcNamesTheOptionThatDoesNotFit)
         {"mirrors L1", "mirrors: disks and --timeout go with --wait or --watch"},
         {"snapshot --disk A --group g", "snapshot: --disk excludes --group"},
     };
-    for (const auto &one : cases)
-        EXPECT_EQ(run("$BIN/qelc " + one.arguments), (outcome{2, "qelc: " + one.complaint + "\n"}));
+    for (const auto &[arguments, complaint] : cases) {
+        const std::string verb = complaint.substr(0, complaint.find(':'));
+        const std::string error = "error: " + verb + " could not be done" + complaint.substr(verb.size()) +
+                                  "\nhint: qelc help " + verb + " shows its options\n";
+        const bool is_command = verb.ends_with("_client");
+        EXPECT_EQ(run("$BIN/qelc " + arguments),
+                  (outcome{2, is_command ? "qelc: " + complaint + "\n" : error}));
+    }
+    EXPECT_EQ(run("$BIN/qelc help schedule set"), run("$BIN/qelc schedule set --help"));
 }
 
 // What must fail is not even sent.
@@ -272,50 +285,71 @@ TEST_F(mirror_tools, AVerbLooksBeforeItAsks)
 
 TEST_F(mirror_tools, AVerbLooksWhatHasBecomeOfItsWish)
 {
-    const std::vector<scripted_relationship> two = {mirror(2, "UnSync", 0), mirror(3, "Sync On", 5)};
-    world.relationships(two);
-    start(group_element("g", 0, 0, 0, {}), "");
+    using mirrors = std::vector<scripted_relationship>;
+    const auto one = mirror(1, "UnSync", 0), two = mirror(2, "UnSync", 0), three = mirror(3, "Sync On", 5),
+               four = mirror(4, "Sync Finished", 100);
+    start(group_element("g", 0, 0, 0, {}) + group_element("s", far_future, far_future, 90, {"L4"}), "");
     const std::string see_log = "hint: the log of the daemon says more: journalctl -t qelcd\n";
     const std::string protected_ones = "hint: qelc mirrors shows which disks are protected\n";
     const std::string refused = ": the daemon has refused it; its mirror is now: ";
+    const std::string copy_it = "hint: nothing is copied before you type: qelc resync sda1\n";
     const struct {
         std::string arguments, function;
         std::vector<std::pair<std::string, texts>> results; // of the function, and with what arguments
-        std::vector<scripted_relationship> after;
+        mirrors after;                                      // from the call on
         int status;
         std::string output;
     } cases[] = {
-        {"protect --yes sda1=m1",
+        {"protect --yes --group g sda1=m1",
          "tw_disk_protect",
          {{"0", {"L1", "M1"}}},
-         two,
+         {two, three, four},
          1,
          "error: protect sda1=m1 could not be done: sda1: the daemon has not protected it\n" + see_log},
         {"protect --yes --group new --start '2100-01-01 00:00' --every 90 /dev/sda1=M1",
          "tw_disk_protect",
          {{"0", {"L1", "M1"}}},
-         {mirror(1, "UnSync", 0), mirror(2, "UnSync", 0)},
+         {one, two},
          0,
          "sda1: is protected, by M1 (not synchronised)\nnew: has the disk\n"
-         "new: snapshots every 90 s from 2100-01-01 00:00:00 UTC\n"
-         "hint: nothing is copied before you type: qelc resync sda1\n"},
+         "new: snapshots every 90 s from 2100-01-01 00:00:00 UTC\n" +
+             copy_it},
+        {"protect --yes --group g sda1=m1",
+         "tw_disk_protect",
+         {{"0", {"L1", "M1"}}},
+         {one},
+         0,
+         "sda1: is protected, by M1 (not synchronised)\ng: has the disk\n" + copy_it},
+        {"protect --yes --group gone sda1=m1",
+         "tw_disk_protect",
+         {{"-1", {"L1", "M1"}}},
+         {two, three, four},
+         1,
+         "error: protect sda1=m1 could not be done: sda1: the daemon has not protected it\n" + see_log},
         {"unprotect sda2",
          "tw_disk_unprotect",
          {{"0", {"L2"}}},
-         two,
+         {two, three, four},
          1,
          "error: unprotect sda2 could not be done: sda2" + refused + "not synchronised\n" + protected_ones},
         {"unprotect sda2 sda3 sda1",
          "tw_disk_unprotect",
          {{"0", {"L2"}}, {"-1", {"L3"}}},
-         {two[1]},
+         {three},
          6,
          "sda2: is no longer protected\nerror: unprotect sda2 sda3 sda1 could not be done for all: sda3" +
              refused + "synchronising; sda1: it is not protected\n" + protected_ones},
+        {"unprotect sda4",
+         "tw_disk_unprotect",
+         {{"0", {"L4"}}},
+         {two, three},
+         0,
+         "sda4: is no longer protected\n"
+         "s: takes no more snapshots, as not all of its disks are protected\n"},
         {"resync --yes sda2 sda3",
          "tw_disk_resync",
          {{"0", {"L2", "0"}}, {"-1", {"L3", "0"}}},
-         two,
+         {two, three, four},
          6,
          "sda2: is to be copied to its mirror as a whole (not synchronised)\nerror: resync sda2 sda3 could "
          "not be "
@@ -324,57 +358,59 @@ TEST_F(mirror_tools, AVerbLooksWhatHasBecomeOfItsWish)
         {"cancel-resync sda2",
          "tw_disk_stop_sync",
          {{"-1", {"L2"}}},
-         two,
+         {two, three, four},
          1,
          "error: cancel-resync sda2 could not be done: sda2" + refused + "not synchronised\n" +
              protected_ones},
         {"snapshot --disk sda3",
          "",
          {},
-         two,
+         {two, three, four},
          1,
          "error: snapshot sda3 could not be done: a disk is not synchronised yet: sda3 is synchronising, 5 "
          "%\n"
-         "hint: qelc mirrors --wait, then again\n"},
+         "hint: to wait until it is level: qelc mirrors --wait sda3\n"},
         {"db set --instance i",
          "Kav_connect_db_flush_cfg",
          {{"0", {}}},
-         two,
+         {two, three, four},
          1,
          "error: db set i could not be done: i: the daemon has taken it, but does not list it\n" + see_log},
     };
-    for (const auto &one : cases) {
-        world.relationships(two);
-        for (const auto &[result, arguments] : one.results)
-            world.once(one.function, result, arguments);
-        if (one.after.size() != two.size() || one.after[0].src_guid != two[0].src_guid)
-            world.delay(one.function, 2);
-        const size_t before = world.calls(one.function).size();
+    for (const char *function : {"tw_disk_protect", "tw_disk_unprotect"})
+        world.delay(function, 1.5);
+    for (const auto &row : cases) {
+        world.relationships({two, three, four});
+        for (const auto &[result, arguments] : row.results)
+            world.once(row.function, result, arguments);
+        const size_t before = world.calls(row.function).size();
         std::thread later([&] {
             const auto has_begun = [&] {
-                return one.results.empty() || world.calls(one.function).size() > before;
+                return row.results.empty() || world.calls(row.function).size() > before;
             };
-            EXPECT_TRUE(eventually(has_begun)) << one.arguments;
-            world.relationships(one.after);
+            EXPECT_TRUE(eventually(has_begun)) << row.arguments;
+            world.relationships(row.after);
         });
-        const outcome end = run("TZ=UTC $BIN/qelc " + one.arguments +
-                                " 2>/var/tmp/said; end=$?; grep -v '^  \\|^Every' "
-                                "/var/tmp/said; exit $end");
+        const outcome end = run("TZ=UTC $BIN/qelc " + row.arguments +
+                                " 2>/var/tmp/said; end=$?; grep -v '^  \\|^Every' /var/tmp/said; exit $end");
         later.join();
-        EXPECT_EQ(end, (outcome{one.status, one.output})) << one.arguments;
+        EXPECT_EQ(end, (outcome{row.status, row.output})) << row.arguments;
     }
     log.tolerate("*");
-    const std::string lists[] = {group_element("g", 0, 0, 0, {}),
-                                 group_element("new", far_future, far_future, 90, {"L1"})};
-    expect_saved(lists[0] + lists[1], "");
-    EXPECT_EQ(run("$BIN/qelc group delete new"), (outcome{0, "new: is deleted, and its schedule\n"}));
-    EXPECT_EQ(run("$BIN/qelc group create h SDA1 l2 2>&1; $BIN/qelc group create h sda1 l2"),
-              (outcome{0, "error: group create h SDA1 l2 could not be done: SDA1: there is no such disk\n"
-                          "hint: qelc disks shows the disks of the host\n"
-                          "h: is there\nsda1: is in group h\nsda2: is in group h\n"}));
-    EXPECT_EQ(run("$BIN/qelc group add h sda3"), (outcome{0, "sda3: is in group h\n"}));
-    EXPECT_EQ(run("$BIN/qelc group remove h sda1"), (outcome{0, "sda1: is not in group h any more\n"}));
-    expect_saved(lists[0] + group_element("h", 0, 0, 0, {"L2", "L3"}), "");
+    const std::string kept = group_element("g", 0, 0, 0, {"L1"}) + group_element("s", 0, 0, 0, {"L4"});
+    expect_saved(kept + group_element("new", far_future, far_future, 90, {"L1"}), "");
+    const std::pair<std::string, outcome> groups[] = {
+        {"delete new", {0, "new: is deleted, and its schedule\n"}},
+        {"create h SDA1 l2",
+         {4, "error: group create h SDA1 l2 could not be done: SDA1: there is no such disk\n"
+             "hint: qelc disks shows the disks of the host\n"}},
+        {"create h sda1 l2", {0, "h: is there\nsda1: is in group h\nsda2: is in group h\n"}},
+        {"add h sda3", {0, "sda3: is in group h\n"}},
+        {"remove h sda1", {0, "sda1: is not in group h any more\n"}},
+    };
+    for (const auto &[arguments, end] : groups)
+        EXPECT_EQ(run("$BIN/qelc group " + arguments), end) << arguments;
+    expect_saved(kept + group_element("h", 0, 0, 0, {"L2", "L3"}), "");
 }
 
 TEST_F(mirror_tools, AMirrorIsOverwrittenOnlyAfterAnAnswer)
@@ -538,9 +574,9 @@ TEST_F(mirror_tools, WatchFollowsSynchronisationsUntilNoneRuns)
         {{mirror(1, "Sync Finished", 100), mirror(2, "Recovery On", 5)},
          "sda1 synchronised 100 %\nsda2 recovering 5 %\n",
          "\033[1A\r  sda1  [####################]  100 %  synchronised\033[K\r\n\r  sda2  [#..."},
-        {{mirror(1, "Sync Finished", 100)},
-         "sda2 no longer a mirror 5 %\nsda1: is level\nended 1\n",
-         "\033[2A\r  sda1"},
+        {{mirror(1, "Sync Finished", 100, "Down")},
+         "sda1 mirror down 100 %\nsda2 no longer a mirror 5 %\nended 1\n",
+         "error: not level: sda1: mirror down since "},
     };
     world.relationships(steps[0].mirrors);
     start();
@@ -564,7 +600,7 @@ TEST_F(mirror_tools, WaitingOutlivesTheWorkingProcessAndEndsWithAVerdict)
     start();
     EXPECT_EQ(run("$BIN/qelc mirrors --wait --timeout 1 sda1"),
               (outcome{1, "error: time-out after 1 s: sda1: synchronising, 10 %\n"
-                          "hint: qelc resync DISK copies a disk to its mirror\n"}));
+                          "hint: to wait until it is level: qelc mirrors --wait sda1\n"}));
     EXPECT_EQ(run("$BIN/qelc mirrors --wait sda2").second.substr(0, 42),
               "error: not level: sda2: not synchronised, ");
     output_of("{ $BIN/qelc mirrors --wait sda1; echo ended $?; } >/var/tmp/waited 2>&1 &");
@@ -623,6 +659,9 @@ TEST_F(mirror_tools, TextsOfAHostAreShownToATerminalWithoutEffect)
                          "1"}),
           "");
     EXPECT_EQ(run("$BIN/qelc group list"), (outcome{0, "  Group   Disk\n  g??31m  L?1\n"}));
+    EXPECT_EQ(run("script -qec 'stty cols 11; $BIN/qelc group list; $BIN/qelc --wide group list' /dev/null "
+                  "</dev/null | tr -d '\r'"),
+              (outcome{0, "  Group   D\n  g??31m  L\n  Group   Disk\n  g??31m  L?1\n"}));
     const std::string document = std::string(xml_head) + "<Tessaron><GroupList><Group name=\"g&#10;%31m\">" +
                                  "<Disk guid=\"L%1\"/></Group></GroupList></Tessaron>\n";
     const std::string ask = "$BIN/qelc --raw kav_get_group";

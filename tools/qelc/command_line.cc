@@ -3,12 +3,11 @@
 #include "tools/common/text_table.h"
 #include "tools/qelc/help.h"
 #include "tools/qelc/nearest.h"
-#include "tools/qelc/views/envelope.h"
+#include "tools/qelc/outcome.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
-#include <nlohmann/json.hpp>
 
 namespace {
 // --- Declarations ------------------------------------------------------------------------------------
@@ -235,9 +234,10 @@ std::optional<int> parse_command_line(int argc, const char *const *argv, options
         wanted.command = name;
     const std::string subject = name.empty() ? wanted.command : name;
     if (const std::string complaint = complaint_about(app, wanted, failure); !complaint.empty()) {
-        if (wanted.json)
-            print_envelope(subject, exit_usage, complaint, "", json_object::array());
-        return fail(exit_usage, subject.empty() ? "command line" : subject, complaint);
+        if (!wanted.given_verb && !wanted.json)
+            return fail(exit_usage, subject.empty() ? "command line" : subject, complaint);
+        const std::string hint = wanted.given_verb ? "qelc help " + subject + " shows its options" : "";
+        return print_outcome(subject, {exit_usage, complaint, hint}, wanted.json);
     }
     if (subject.empty() && !wanted.list) {
         fputs(app.help().c_str(), stderr);

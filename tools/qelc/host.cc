@@ -6,6 +6,8 @@
 #include "tools/qelc/views/schedules.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 
 const char see_log[] = "the log of the daemon says more: journalctl -t qelcd";
 
@@ -44,8 +46,11 @@ std::unique_ptr<request> host::ask(uint32_t code, const optional_text &body) con
     verb_end end{exit_ok, "", ""};
     std::unique_ptr<request> reply = try_ask(peer_, code, body, end.status, end.reason);
     if (!reply) {
-        if (is_local() && end.status == exit_no_answer)
-            end.hint = "is the daemon running? It is started with: qelcd";
+        if (end.reason.ends_with(strerror(EACCES)))
+            end.hint = "type it as root, or as somebody whom the rights of the socket let in";
+        else if (end.status == exit_no_answer)
+            end.hint = is_local() ? "is the daemon running? It is started with: qelcd"
+                                  : "does the daemon run there, on that port, and is no firewall between?";
         throw end;
     }
     if (reply->recv_head.ret == status_not_adopted)
@@ -71,14 +76,18 @@ std::vector<group_view> host::groups() const
     return *std::move(groups);
 }
 
+std::optional<snapshot_times> host::group_schedule(const std::string &name) const
+{
+    const std::unique_ptr<request> reply =
+        ask(command::kav_get_cdp_schedule, snapshot_source_document({true, name}));
+    return reply->recv_head.ret == status_ok ? ::schedule_of(text_of(reply)) : std::nullopt;
+}
+
 // The daemon answers for a disk what it knew when it last looked at the mirrors; the report is newer.
 std::optional<snapshot_times> host::schedule_of(const snapshot_source &source)
 {
-    if (source.is_group) {
-        const std::unique_ptr<request> reply =
-            ask(command::kav_get_cdp_schedule, snapshot_source_document(source));
-        return reply->recv_head.ret == status_ok ? ::schedule_of(text_of(reply)) : std::nullopt;
-    }
+    if (source.is_group)
+        return group_schedule(source.name);
     const mirror_view *mirror = mirror_of(source.name);
     if (!mirror)
         return std::nullopt;

@@ -31,6 +31,8 @@ public:
     // A daemon answers these at once.
     void require_adopted() const;
     std::vector<group_view> groups() const;
+    std::optional<snapshot_times>
+    group_schedule(const std::string &name) const; // none: there is no such group
 
     // The report, which takes the daemon more than a second. It is asked for once, and anew by look_again.
     const host_view &view();

@@ -93,17 +93,21 @@ std::string full_text(const options &wanted)
 int run_verb(const options &wanted)
 {
     const verb &one = *wanted.given_verb;
+    const bool follows = wanted.for_verb.watch || wanted.for_verb.wait;
     const std::string what = wanted.json ? one.name : full_text(wanted);
     host at(wanted.peer);
     try {
-        if (wanted.for_verb.watch || wanted.for_verb.wait)
+        if (follows)
             return print_outcome(what, follow_mirrors(at, wanted.for_verb), wanted.json);
         if (one.act)
             return print_outcome(what, one.act(at, wanted.for_verb), wanted.json);
         show(wanted, at, wanted.for_verb);
         return exit_ok;
     } catch (const verb_end &end) {
-        return print_outcome(what, {end.status, end.reason, end.hint}, wanted.json);
+        outcome failed{end.status, end.reason, end.hint};
+        if (!one.act)
+            failed.headline = what + " could not be " + (follows ? "followed" : "shown");
+        return print_outcome(what, failed, wanted.json);
     }
 }
 

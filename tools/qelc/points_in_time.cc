@@ -162,6 +162,13 @@ std::string utc_time_text(uint64_t seconds)
     return text;
 }
 
+std::string clock_text(time_t point)
+{
+    char text[64];
+    tm local{};
+    return localtime_r(&point, &local) && strftime(text, sizeof text, "%H:%M:%S %Z", &local) ? text : "";
+}
+
 std::string interval_text(uint32_t seconds)
 {
     constexpr struct {

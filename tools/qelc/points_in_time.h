@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <ctime>
 #include <optional>
 #include <string>
 
@@ -20,8 +21,11 @@ std::optional<uint32_t> parse_interval(const std::string &text);
 // "2031-05-01 12:00:00 CEST"; the number itself if it is too large for a date.
 std::string local_time_text(uint64_t seconds);
 
-// The same for programs, "2031-05-01T10:00:00Z" (RFC 3339).
+// That for programs, "2031-05-01T10:00:00Z" (RFC 3339).
 std::string utc_time_text(uint64_t seconds);
+
+// "12:00:00 CEST".
+std::string clock_text(time_t point);
 
 // "90 s", "10 min", "1 h", "2 d": in the largest unit that divides it.
 std::string interval_text(uint32_t seconds);

@@ -93,7 +93,7 @@ void require_mirror(host &at, const snapshot_source &source, const std::string &
             throw verb_end{exit_refused,
                            "a disk is not synchronised yet: " + mirror->disk + " is " +
                                mirror_state_text(*mirror) + ", " + std::to_string(mirror->percent) + " %",
-                           "qelc mirrors --wait, then again"};
+                           way_to_level(*mirror)};
     }
     require_success(reply, "is there a keeper for the mirror? " + std::string(see_log));
     throw verb_end{exit_refused, meaning_of(reply.recv_head.ret), see_log};

@@ -90,6 +90,30 @@ bool has_open(const item_list &items)
 {
     return std::ranges::any_of(items, &verb_item::is_open);
 }
+
+// The groups with a schedule that one of the disks is in.
+std::vector<std::string> scheduled_groups(const host &at, const std::vector<std::string> &guids)
+{
+    std::vector<std::string> names;
+    for (const group_view &group : at.groups()) {
+        const bool has_one = std::ranges::any_of(guids, [&](const std::string &guid) {
+            return std::ranges::find(group.disks, guid) != group.disks.end();
+        });
+        if (has_one && at.group_schedule(group.name).value_or(snapshot_times{}).interval > 0)
+            names.push_back(group.name);
+    }
+    return names;
+}
+
+// The daemon ends the schedule of a group that loses a mirror, and says nothing of it.
+void tell_of_groups(const host &at, const std::vector<std::string> &names, item_list &items)
+{
+    for (const std::string &name : names) {
+        if (at.group_schedule(name).value_or(snapshot_times{}).interval == 0)
+            items.push_back({"group", name, "", exit_ok,
+                             "takes no more snapshots, as not all of its disks are protected"});
+    }
+}
 } // namespace
 
 outcome unprotect(host &at, const verb_options &given)
@@ -97,6 +121,7 @@ outcome unprotect(host &at, const verb_options &given)
     item_list items = protected_disks(at, given);
     if (given.dry_run)
         return planned(std::move(items), "protected no more");
+    const std::vector<std::string> groups = scheduled_groups(at, open_guids(items));
     if (has_open(items)) {
         at.ask(command::del_backup, disk_list_document(open_guids(items)));
         at.look_again();
@@ -106,6 +131,7 @@ outcome unprotect(host &at, const verb_options &given)
             item.refuse(exit_refused, state_after(at, item.guid));
     }
     say_of_open(items, "is no longer protected");
+    tell_of_groups(at, groups, items);
     return outcome_of(std::move(items), which_are_protected);
 }
 

@@ -3,7 +3,7 @@
 #include "client/inventory_records.h"
 #include "tools/common/visible.h"
 #include "tools/qelc/points_in_time.h"
-#include "tools/volumes/host_view.h"
+#include "tools/qelc/views/mirror_verdict.h"
 
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -121,15 +121,6 @@ size_t draw(const synchronisation_list &list, size_t drawn)
 
 // --- Elsewhere ---------------------------------------------------------------------------------------
 
-std::string clock_text()
-{
-    tm local{};
-    const time_t seconds = time(nullptr);
-    char text[16] = "";
-    strftime(text, sizeof text, "%H:%M:%S", localtime_r(&seconds, &local));
-    return text;
-}
-
 void print_changes(const synchronisation_list &list, const synchronisation_list &before)
 {
     for (size_t i = 0; i < list.size(); ++i) {
@@ -137,7 +128,7 @@ void print_changes(const synchronisation_list &list, const synchronisation_list 
         if (i < before.size() && one.mirror.percent == before[i].mirror.percent &&
             one.state() == before[i].state())
             continue;
-        printf("%s %s %s %d %%%s\n", clock_text().c_str(), visible(one.mirror.disk).c_str(),
+        printf("%s %s %s %d %%%s\n", clock_text(time(nullptr)).c_str(), visible(one.mirror.disk).c_str(),
                one.state().c_str(), one.mirror.percent, details(one, ", ").c_str());
     }
 }
@@ -195,45 +186,6 @@ std::vector<std::string> guids_meant(host &at, const verb_options &given)
     return guids;
 }
 
-// --- The verdict -------------------------------------------------------------------------------------
-
-// Why a mirror is down, as far as this host can see it.
-std::string why_down(const host &at, const mirror_view &mirror)
-{
-    std::string why;
-    if (!at.is_local() || mirror.state != backup_destination_down || find_disk(mirror.guids.mirror, &why))
-        return "";
-    return ": " + mirror.guids.mirror + ": " + why;
-}
-
-verb_item verdict_of(const host &at, const mirror_view &mirror, bool is_gone)
-{
-    verb_item item{"disk", mirror.disk, mirror.guids.source, exit_ok, "is level"};
-    if (is_gone)
-        item.refuse(exit_refused, "is no longer a mirror");
-    else if (mirror.state != backup_synchronised)
-        item.refuse(exit_refused, mirror_state_text(mirror) + ", " + std::to_string(mirror.percent) + " %" +
-                                      why_down(at, mirror));
-    return item;
-}
-
-outcome verdict(const host &at, const mirror_list &mirrors, const synchronisation_list &followed)
-{
-    std::vector<verb_item> items;
-    for (const mirror_view &mirror : mirrors)
-        items.push_back(verdict_of(at, mirror, false));
-    for (const synchronisation &one : followed) {
-        if (one.is_gone)
-            items.push_back(verdict_of(at, one.mirror, true));
-    }
-    outcome end = outcome_of(std::move(items), "qelc resync DISK copies a disk to its mirror");
-    end.headline = "not level";
-    end.status = end.status == exit_ok ? exit_ok : exit_refused;
-    if (end.items.empty())
-        end.remark = "no mirrors";
-    return end;
-}
-
 // What has been seen from look to look.
 class follower {
     // A working process that has just been started may not have gone on with a copy yet.
@@ -245,8 +197,9 @@ public:
     // Throws verb_end if standard output cannot be written.
     void take(const mirror_list &mirrors)
     {
-        follow(list, mirrors);
-        if (draws_ && !list.empty() && !screen_.show(list))
+        follow(list_, mirrors);
+        note_changes(changes, mirrors);
+        if (draws_ && !list_.empty() && !screen_.show(list_))
             throw verb_end{exit_refused, std::string("standard output: ") + strerror(errno), ""};
         answered_ = std::chrono::steady_clock::now();
         const bool is_level = std::ranges::all_of(
@@ -264,11 +217,23 @@ public:
             throw why;
     }
 
-    synchronisation_list list;
+    // Those that were copied and are no mirrors any more.
+    mirror_list gone() const
+    {
+        mirror_list mirrors;
+        for (const synchronisation &one : list_) {
+            if (one.is_gone)
+                mirrors.push_back(one.mirror);
+        }
+        return mirrors;
+    }
+
+    state_changes changes;
     bool is_over = false;
 
 private:
     bool draws_;
+    synchronisation_list list_;
     display screen_;
     std::chrono::steady_clock::time_point answered_ = std::chrono::steady_clock::now();
     unsigned at_rest_ = 0; // looks at which nothing ran, though not all was level
@@ -288,11 +253,11 @@ outcome follow_mirrors(host &at, const verb_options &given)
         else
             seen.miss(why);
         if (mirrors && seen.is_over)
-            return verdict(at, *mirrors, seen.list);
+            return verdict_of(at, *mirrors, seen.gone(), seen.changes);
         const bool is_late =
             given.limit > 0 && std::chrono::steady_clock::now() - begin >= std::chrono::seconds(given.limit);
         if (is_late && mirrors) {
-            outcome end = verdict(at, *mirrors, seen.list);
+            outcome end = verdict_of(at, *mirrors, seen.gone(), seen.changes);
             end.headline = "time-out after " + interval_text(given.limit);
             return end;
         }
