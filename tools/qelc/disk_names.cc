@@ -13,13 +13,14 @@
 namespace {
 constexpr size_t shortest_beginning = 2; // of a GUID
 
-void add(std::vector<named_disk> &known, const std::string &name, const std::string &guid)
+void add(std::vector<named_disk> &known, const std::string &name, const std::string &guid,
+         bool is_partition = false)
 {
     if (guid.empty())
         return;
     const auto same = std::ranges::find(known, guid, &named_disk::guid);
     if (same == known.end() || (same->name != name && !name.empty() && same->name != guid))
-        known.push_back({name.empty() ? guid : name, guid});
+        known.push_back({name.empty() ? guid : name, guid, is_partition});
     else if (same->name == guid && !name.empty())
         same->name = name;
 }
@@ -56,7 +57,7 @@ std::vector<named_disk> names_of_disks(const std::vector<disk_view> &disks,
     for (const disk_view &disk : disks) {
         add(known, disk.name, disk.guid);
         for (const partition_view &part : disk.partitions)
-            add(known, part.name, part.guid);
+            add(known, part.name, part.guid, true);
     }
     for (const mirror_view &mirror : mirrors) {
         add(known, mirror.disk, mirror.guids.source);
@@ -89,8 +90,12 @@ std::vector<named_disk> disks_meant(const std::vector<named_disk> &known, const 
         const std::string name = kernel_name(text, local);
         found = those(known, [&](const named_disk &one) { return one.name == name; });
     }
-    if (found.empty())
-        found = those(known, [&](const named_disk &one) { return begins_with(one.guid, text); });
+    for (const bool is_partition : {false, true}) {
+        if (found.empty())
+            found = those(known, [&](const named_disk &one) {
+                return one.is_partition == is_partition && begins_with(one.guid, text);
+            });
+    }
     return found;
 }
 
