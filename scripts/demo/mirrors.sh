@@ -16,7 +16,7 @@ is_mirror() {
 
 show_protection() {
     title "The manager protects the disk; the blank one becomes its mirror"
-    show_manager qelc --host "$host_address:9410" protect "$data_guid=$blank_guid"
+    show_manager qelc --host "$host_address:9410" protect --yes "$data_guid=$blank_guid"
     show qelc mirrors
     prove "The disk is protected; nothing is copied yet." is_mirror "not synchronised"
 }
@@ -50,7 +50,7 @@ show_first_copy_with_a_crash() {
     local before
     title "The first copy, slowed down; the process that copies is killed"
     throttle_to 8000000
-    show_manager qelc --host "$host_address:9410" resync "$data_guid"
+    show_manager qelc --host "$host_address:9410" resync --yes "$data_guid"
     wait_until 30 is_saved_beyond 12000000
     show qelc mirrors
     kill_working_process

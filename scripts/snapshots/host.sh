@@ -20,11 +20,11 @@ protect_new() {
     attach "$1"
     make_mirror "xfs/$1" "$2"
     if [[ -e /var/run/qelcd.pid ]]; then
-        check "protection of $1" as_manager protect "${guid[$1]}=${guid[xfs/$1]}"
+        check "protection of $1" as_manager protect --yes "${guid[$1]}=${guid[xfs/$1]}"
     else
         start_protected "$1=xfs/$1"
     fi
-    check "resync of $1" as_manager resync "${guid[$1]}"
+    check "resync of $1" as_manager resync --yes "${guid[$1]}"
     check_within 400 "$1 is level" is_level "$1"
 }
 
@@ -73,7 +73,7 @@ is_tidy() {
 time_kept() {
     local gib name before times
     folder=$(mktemp -d /tmp/snapshots.XXXXXX) # on the machine's disk: all else of a private host is in memory
-    trap 'umount "$images/xfs"; kill -KILL "${loop_holders[@]}"; rm -rf "$folder"' EXIT
+    trap 'trap - ERR; umount --lazy "$images/xfs"; kill -KILL "${loop_holders[@]}"; rm -rf "$folder"' EXIT
     rmdir "$images"
     ln -s "$folder" "$images"
     have_xfs 30G

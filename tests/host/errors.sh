@@ -52,8 +52,8 @@ fill /var/lib
 saved=$(<"$(record disk)")
 write_page disk
 check_within 10 "what cannot be saved is in the log" logged "Cannot write $(record disk): No space left on"
-check "resync is refused" none as_manager resync "${guid[disk]}"
-check "protection is refused" none as_manager protect "${guid[second]}=${guid[second-mirror]}"
+check "resync is refused" none as_manager resync --yes "${guid[disk]}"
+check "protection is refused" none as_manager protect --yes "${guid[second]}=${guid[second-mirror]}"
 check "no copy has begun" unchanged second second-mirror
 echo 99999999 1<>"$state/throttle" # in its place: a file that goes would make room
 check_within 40 "level all the same" told_level disk
@@ -69,7 +69,7 @@ give_space /var/lib
 stop_daemon
 start_again
 level_and_equal "with space again, started again"
-check "protection is possible" as_manager protect "${guid[second]}=${guid[second-mirror]}"
+check "protection is possible" as_manager protect --yes "${guid[second]}=${guid[second-mirror]}"
 check "and its end" as_manager unprotect "${guid[second]}"
 
 step "how far a mirror is"
@@ -99,7 +99,8 @@ printf '%*s\n' $((4096 - 20 - $(stat -c %s "$journal"))) ... >>"$journal"
 cp "$journal" /var/tmp/journal
 fill /var/lib
 : >"$mark_log"
-check "a snapshot without space fails" answered 10021 as_manager snapshot --disk "${guid[disk]}"
+check "a snapshot without space fails" eval '! as_manager snapshot --disk "${guid[disk]}" 2>/var/log/said'
+check "and says so" grep "the CDP agent failed to take a snapshot" /var/log/said
 check "it was undone" test "$(paste -s "$mark_log")" = $'mark\tundo'
 check "no torn line" cmp "$journal" /var/tmp/journal
 give_space /var/lib

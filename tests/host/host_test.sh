@@ -115,7 +115,7 @@ start_protected() {
     standin-manager --guid "$manager_guid" --ip 127.0.0.1 >/var/log/manager &
     check_within 20 "a manager listens" grep listening /var/log/manager
     check "the manager adopts the host" as_manager add_client --guid "$manager_guid" --ip 127.0.0.1
-    check "protection" as_manager protect "${pairs[@]}"
+    check "protection" as_manager protect --yes "${pairs[@]}"
 }
 
 # resync RATE DISK...: at so many bytes a second, until $state/throttle is removed.
@@ -125,7 +125,7 @@ resync() {
     for name in "${@:2}"; do
         guids+=("${guid[$name]}")
     done
-    check "resync" as_manager resync "${guids[@]}"
+    check "resync" as_manager resync --yes "${guids[@]}"
 }
 
 worker_pid() {

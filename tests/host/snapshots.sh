@@ -18,7 +18,7 @@ state_is() {
 make_source disk 32
 make_mirror xfs/mirror 32
 start_protected disk=xfs/mirror
-check "resync" as_manager resync "${guid[disk]}"
+check "resync" as_manager resync --yes "${guid[disk]}"
 check_within 60 "level" eval 'qelc mirrors | grep -w synchronised'
 
 name=$(qelc snapshot --disk "${guid[disk]}" --note "a note" | tail -n 1)

@@ -106,13 +106,13 @@ check_within 10 "the disk is plugged in" has_partition
 disk=/dev/$(local_disk)
 check_within 20 "the report has the new disk" disk_reported
 check "nobody has looked for the mirror yet" none disk_with "$mirror_guid"
-check "protect" from_manager protect "$disk_guid=$mirror_guid"
+check "protect" from_manager protect --yes "$disk_guid=$mirror_guid"
 check "the host has looked for the mirror" logged "Mirror $mirror_guid is finally online."
 check_within 20 "a heartbeat tells of it" grep -F 'backups 1' /var/log/manager
 check "not synchronised yet" mirror_is "not synchronised"
 
 echo 1000000 >"$mirrors/throttle"
-check "resync" from_manager resync "$disk_guid"
+check "resync" from_manager resync --yes "$disk_guid"
 check_within 20 "it begins" mirror_is synchronising 1
 check_within 30 "it goes on" mirror_is synchronising 40
 ip link set net0 down
@@ -152,8 +152,8 @@ check "and has kept what the disk held" cmp "$expected" "$kept"
 write_to_partition 100 1
 check_within 60 "another write follows" mirror_is synchronised 100
 check "the kept one is as it was" none cmp -s "$expected" "$kept"
-check "a schedule" from_manager schedule set --disk "$disk_guid" --start $(($(date +%s) + 3)) --every 3600
-check_within 30 "it fires" grep -x "mark $mirror_guid" /var/log/hook
+check "a schedule" from_manager schedule set --disk "$disk_guid" --start $(($(date +%s) + 15)) --every 3600
+check_within 50 "it fires" grep -x "mark $mirror_guid" /var/log/hook
 check_within 10 "the hook keeps the disk anew" cmp "$expected" "$kept"
 
 check "unprotect" from_manager unprotect "$disk_guid"

@@ -88,8 +88,8 @@ kill_worker() {
 }
 
 protect() {
-    check "protect" qelc --host 127.0.0.1:9410 protect "$disk_guid=$mirror_guid"
-    check "resync" qelc --host 127.0.0.1:9410 resync "$disk_guid"
+    check "protect" qelc --host 127.0.0.1:9410 protect --yes "$disk_guid=$mirror_guid"
+    check "resync" qelc --host 127.0.0.1:9410 resync --yes "$disk_guid"
     check_within 60 "a level mirror" mirror_is synchronised
 }
 

@@ -4,8 +4,10 @@
 
 #include <sys/wait.h>
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <thread>
 
 namespace {
 template <class Base>
@@ -30,8 +32,34 @@ protected:
         return result;
     }
 };
+
+// Each line is an answer for programs, as its schema has it.
+void expect_valid(const std::string &answers)
+{
+    write_file("/var/tmp/answers", answers);
+    write_file("/var/tmp/validate", "import sys, json, jsonschema\n"
+                                    "check = jsonschema.Draft202012Validator(json.load(open(sys.argv[1])))\n"
+                                    "for line in open('/var/tmp/answers'):\n"
+                                    "    for error in check.iter_errors(json.loads(line)):\n"
+                                    "        print(line, error.message)\n"
+                                    "print('all seen')\n");
+    EXPECT_EQ(output_of("python3 /var/tmp/validate " QELC_SCHEMA), "all seen\n");
+}
+
 using tools = with_tools<system_test>;
-using mirror_tools = with_tools<adopted_test>;
+
+// With sda and its partitions in the report.
+class mirror_tools : public with_tools<adopted_test> {
+protected:
+    mirror_tools()
+    {
+        disks[0].state = 1;
+        disks[0].vendor = "QRZ";
+        disks[0].model = "Volume";
+        world.scsi_guid("/dev/sda", "S");
+        world.disks(disks);
+    }
+};
 
 scripted_relationship mirror(int number, const char *state, unsigned percent, const char *link = "Up")
 {
@@ -46,7 +74,7 @@ std::string without_times(const char *path)
     std::string all;
     for (std::string line; std::getline(lines, line); all += line + "\n") {
         if (line.size() > 9 && line[2] == ':' && line[5] == ':')
-            line.erase(0, 9);
+            line.erase(0, line.find(' ', 9) + 1); // and its zone
     }
     return all;
 }
@@ -75,15 +103,36 @@ TEST_F(tools, QelcPrintsStatusAndAnswerAndEndsWithWhatTheyMean)
         {"mirrors --watch", 0, "no mirrors\n"},
         {"scan_client", 1, "status 52: a manager has already adopted this client\n"},
         {"--raw rescan_devices", 1, "qelc: status 1: failure\n"},
-        {"no_command", 2, "qelc: no_command: no such command (qelc --list names them all)\n"},
+        {"mirors", 2,
+         "qelc: mirors: no such command; did you mean mirrors? (qelc --list names all commands, "
+         "qelc --help all verbs)\n"},
+        {"57 >/dev/full", 1, "qelc: standard output: No space left on device\n"},
+        {"mirrors >/dev/full", 1, "qelc: standard output: No space left on device\n"},
+        {"--timeout 1 rescan_devices", 3, "qelc: /var/run/qelcd.sock: time-out: no answer within 1 s\n"},
         {"--host :1 57", 2, "qelc: :1: not ADDR[:PORT]\n"},
         {"--socket /nowhere 57", 3, "qelc: /nowhere: No such file or directory\n"},
         {"--host 127.0.0.1:1 57", 3, "qelc: 127.0.0.1:1: Connection refused\n"},
         {"0", 3, "qelc: /var/run/qelcd.sock: the connection ended without an answer\n"},
     };
     log.tolerate("Invalid cmd: 0");
+    world.delay("kavdisk_rescan_dev", 1.5, 2);
     for (const auto &one : cases)
         EXPECT_EQ(run("$BIN/qelc " + one.arguments), (outcome{one.status, one.output})) << one.arguments;
+}
+
+TEST_F(tools, BeforeTheAdoptionEveryVerbSaysWhoCanAdopt)
+{
+    daemon.start();
+    log.tolerate("Error: client is not protected by a server.");
+    for (const char *verb :
+         {"disks", "mirrors --wait", "protect a=b --yes", "unprotect a", "snapshot --group g",
+          "schedule get --disk a", "group list", "group delete g", "db delete --instance i"}) {
+        const outcome end = run("$BIN/qelc " + std::string(verb));
+        EXPECT_EQ(end.first, 5) << verb << end.second;
+        EXPECT_NE(end.second.find("No manager has adopted this host\nhint: "), std::string::npos)
+            << end.second;
+    }
+    EXPECT_EQ(run("$BIN/qelc kav_get_group").first, 5);
 }
 
 TEST_F(tools, QelcBuildsBodiesFromOptions)
@@ -108,6 +157,10 @@ TEST_F(tools, QelcBuildsBodiesFromOptions)
          R"(</BackupList><Schedule StartTime="1000" IntervalSeconds="600" Source="g" SourceType="1"/>)"},
         {"schedule set --every 60 --start '2031-05-01 12:00:07' --disk A", // in summer
          R"(<Backup SourceType="0" Source="A"><Schedule StartTime="1935396007" IntervalSeconds="60"/></Backup>)"},
+        {"schedule set --every 2h --start 2031-05-01T12:00:07+02:00 --disk A",
+         R"(<Backup SourceType="0" Source="A"><Schedule StartTime="1935396007" IntervalSeconds="7200"/></Backup>)"},
+        {"schedule set --every '1 d' --start 2031-05-01 --disk A",
+         R"(<Backup SourceType="0" Source="A"><Schedule StartTime="1935352800" IntervalSeconds="86400"/></Backup>)"},
         {"schedule set --off --group g",
          R"(<Backup SourceType="1" Source="g"><Schedule StartTime="0" IntervalSeconds="0"/></Backup>)"},
         {"snapshot --disk A", R"(<Snap SourceType="0" Source="kav_{A}" IsCluster="0"/>)"},
@@ -123,6 +176,12 @@ TEST_F(tools, QelcBuildsBodiesFromOptions)
         EXPECT_EQ(run("TZ=CET-1CEST,M3.5.0,M10.5.0/3 $BIN/qelc --print-body " + one.arguments),
                   (outcome{0, xml_head + ("<Tessaron>" + one.body + "</Tessaron>\n")}))
             << one.arguments;
+    const std::string start = "$BIN/qelc --print-body schedule set --disk A --every 9 --start ";
+    for (const char *day : {"", "tomorrow "}) // a time of day alone is the next one
+        EXPECT_EQ(run("export TZ=UTC; now=$(date +%s) t=$(date -d '-2 min' +%H:%M) d='" + std::string(day) +
+                      "'; at=$(date -d \"$d$t\" +%s); [ $at -gt $now ] || at=$((at + 86400)); " + start +
+                      "\"$d$t\" | grep -q StartTime=.$at && echo $t as expected | cut -c 7-"),
+                  (outcome{0, "as expected\n"}));
     EXPECT_EQ(run("echo '<x' | $BIN/qelc --print-body -f - add_client"), (outcome{0, "<x\n"}));
     EXPECT_EQ(run("$BIN/qelc --print-body scan_client"), (outcome{0, ""}));
 }
@@ -138,35 +197,240 @@ TEST_F(tools, QelcNamesTheOptionThatDoesNotFit)
         {"protect A=B C", "protect: PAIR: C is not SRC=MIRROR"},
         {"protect A=B C=D --start 1 --every 5", "protect: --every goes with a single disk, or with --group"},
         {"schedule set --disk A --every 5 --start '2031-02-29 12:00'",
-         "schedule set: --start: 2031-02-29 12:00 is not a time: seconds since the epoch, now, or YYYY-MM-DD "
-         "HH:MM[:SS]"},
+         "schedule set: --start: 2031-02-29 12:00 is not a time: now, HH:MM, today or tomorrow HH:MM, "
+         "YYYY-MM-DD "
+         "[HH:MM[:SS] [zone]], or seconds since the epoch"},
+        {"schedule set --disk A --every 5000000000", "schedule set: --every: 5000000000 is not an interval: "
+                                                     "a number of seconds, or a number with s, min, h, d "
+                                                     "or w"},
+        {"--raw unprotect A", "unprotect: --raw does not go with a verb that changes something"},
+        {"mirrors L1", "mirrors: disks and --timeout go with --wait or --watch"},
         {"snapshot --disk A --group g", "snapshot: --disk excludes --group"},
-        {"db set --instance i --user u </dev/null",
-         "db set: --password-file is required if standard input is not a terminal"},
-        {"db set --instance i --user u --password-file /dev/null", "db set: no password"},
     };
-    for (const auto &one : cases)
-        EXPECT_EQ(run("$BIN/qelc " + one.arguments), (outcome{2, "qelc: " + one.complaint + "\n"}));
+    for (const auto &[arguments, complaint] : cases) {
+        const std::string verb = complaint.substr(0, complaint.find(':'));
+        const std::string error = "error: " + verb + " could not be done" + complaint.substr(verb.size()) +
+                                  "\nhint: qelc help " + verb + " shows its options\n";
+        const bool is_command = verb.ends_with("_client");
+        EXPECT_EQ(run("$BIN/qelc " + arguments),
+                  (outcome{2, is_command ? "qelc: " + complaint + "\n" : error}));
+    }
+    EXPECT_EQ(run("$BIN/qelc help schedule set"), run("$BIN/qelc schedule set --help"));
 }
 
-TEST_F(mirror_tools, VerbsDoWhatTheySay)
+// What must fail is not even sent.
+TEST_F(mirror_tools, AVerbLooksBeforeItAsks)
 {
     world.relationships({mirror(2, "UnSync", 0)});
-    start(group_element("g", 0, 0, 0, {}), "");
-    const std::string verbs[][3] = {{"protect L1=M1", "tw_disk_protect", " L1 M1"},
-                                    {"resync L2", "tw_disk_resync", " L2 0"},
-                                    {"cancel-resync L2", "tw_disk_stop_sync", " L2"},
-                                    {"--timeout 9 unprotect L2", "tw_disk_unprotect", " L2"}};
-    for (const auto &[verb, function, arguments] : verbs) {
-        world.once(function, "0");
-        EXPECT_EQ(run("$BIN/qelc " + verb), (outcome{0, "status 0: success\n"}));
-        EXPECT_EQ(world.calls(function), texts{function + arguments});
+    start(group_element("g", 0, 0, 0, {"abc1", "ABD2", "L1"}) + group_element("h", 0, 0, 0, {}), "");
+    const struct {
+        std::string arguments;
+        int status;
+        std::string reason, hint; // what they begin with
+    } cases[] = {
+        {"protect sda1=m1 </dev/null", 1, "it overwrites disks, and there is no terminal to ask at",
+         "look with --dry-run"},
+        {"protect --yes sda2=m1", 1, "sda2 is protected already, by M2", "qelc unprotect SRC"},
+        {"protect --yes l1=M2", 1, "M2 is the mirror of sda2 already", ""},
+        {"protect --yes sda1=l1", 1, "sda1 cannot be its own mirror", ""},
+        {"protect --yes sda1=m1 sda3=m1", 1, "m1 is named twice", ""},
+        {"protect --yes sda1=sdaa2", 4, "sdaa2: there is no such disk; did you mean sda2?", ""},
+        {"protect --yes --no-create --group gg --start now --every 1h sda1=m1", 4, "there is no group gg",
+         ""},
+        {"unprotect sda1 /dev/sda1 none", 1,
+         "sda1: it is not protected; sda1: it is named twice; none: there is no such disk", ""},
+        {"resync --yes sda3", 4, "sda3: it is not protected", "qelc mirrors"},
+        {"snapshot --group no", 4, "there is no group no", "qelc group list"},
+        {"snapshot --group h", 1, "group h has no disks", "qelc group add h DISK"},
+        {"snapshot --disk sda1", 4, "sda1 is not protected", ""},
+        {"schedule set --disk sda1 --start now --every 1h", 4, "sda1 is not protected", ""},
+        {"schedule get --group h", 4, "h has no schedule", "qelc schedule set --group h --start"},
+        {"schedule delete --disk sda2", 4, "sda2 has no schedule", ""},
+        {"group create g", 1, "there is a group g already", ""},
+        {"group add no sda1", 4, "there is no group no", ""},
+        {"group add g sda2 sda1", 1, "sda1: it is in the group already", ""},
+        {"group remove g sda2", 4, "sda2 is not in group g", ""},
+        {"group remove g ab", 1, "ab may be abc1 (abc1), ABD2 (ABD2)", "type more"},
+        {"group delete no", 4, "there is no group no", ""},
+        {"db delete --instance i", 4, "there is no database i", ""},
+        {"mirrors --wait sda1", 4, "sda1 is not protected", ""},
+        {"--host 127.0.0.1:1 unprotect sda1", 3, "127.0.0.1:1: Connection refused", ""},
+    };
+    std::string answers;
+    for (const auto &[arguments, status, reason, hint] : cases) {
+        const outcome end = run("$BIN/qelc --json " + arguments + " 2>/dev/null");
+        EXPECT_EQ(end.first, status) << arguments;
+        for (const std::string &text :
+             {"\"reason\":\"" + reason, "\"hint\":" + (hint.empty() ? "" : "\"" + hint)})
+            EXPECT_NE(end.second.find(text), std::string::npos) << arguments << "\n" << end.second;
+        answers += end.second;
     }
-    run("TZ=UTC $BIN/qelc schedule set --group g --every 90 --start '2100-01-01 00:00'");
-    expect_saved(group_element("g", far_future, far_future, 90, {}), "");
-    for (const char *verb : {"create h L1 L2", "add g L2 L3", "remove h L1", "delete g"})
-        EXPECT_EQ(run("$BIN/qelc group " + std::string(verb)), (outcome{0, "status 0: success\n"})) << verb;
-    expect_saved(group_element("h", 0, 0, 0, {"L2"}), "");
+    for (const char *verb :
+         {"protect --group new sda1=m1", "unprotect sda2", "resync sda2", "cancel-resync sda2",
+          "snapshot --disk sda2", "schedule set --disk sda2 --start now --every 5", "group create new",
+          "group add g sda2", "group remove g abd2", "group delete g", "db set --instance i"}) {
+        const outcome end =
+            run("$BIN/qelc --json " + std::string(verb) + " --dry-run </dev/null 2>/dev/null");
+        EXPECT_EQ(end.first, 0) << verb;
+        EXPECT_NE(end.second.find(R"("status":"planned")"), std::string::npos) << verb << end.second;
+        answers += end.second;
+    }
+    expect_valid(answers);
+    for (const char *function : {"tw_disk_protect", "tw_disk_unprotect", "tw_disk_resync",
+                                 "tw_disk_stop_sync", "Kav_connect_db_flush_cfg"})
+        EXPECT_EQ(world.calls(function), texts()) << function;
+    log.tolerate("Failed to find group");
+    expect_saved(group_element("g", 0, 0, 0, {"abc1", "ABD2", "L1"}) + group_element("h", 0, 0, 0, {}), "");
+}
+
+TEST_F(mirror_tools, AVerbLooksWhatHasBecomeOfItsWish)
+{
+    using mirrors = std::vector<scripted_relationship>;
+    const auto one = mirror(1, "UnSync", 0), two = mirror(2, "UnSync", 0), three = mirror(3, "Sync On", 5),
+               four = mirror(4, "Sync Finished", 100);
+    start(group_element("g", 0, 0, 0, {}) + group_element("s", far_future, far_future, 90, {"L4"}), "");
+    const std::string see_log = "hint: the log of the daemon says more: journalctl -t qelcd\n";
+    const std::string protected_ones = "hint: qelc mirrors shows which disks are protected\n";
+    const std::string refused = ": the daemon has refused it; its mirror is now: ";
+    const std::string copy_it = "hint: nothing is copied before you type: qelc resync sda1\n";
+    const struct {
+        std::string arguments, function;
+        std::vector<std::pair<std::string, texts>> results; // of the function, and with what arguments
+        mirrors after;                                      // from the call on
+        int status;
+        std::string output;
+    } cases[] = {
+        {"protect --yes --group g sda1=m1",
+         "tw_disk_protect",
+         {{"0", {"L1", "M1"}}},
+         {two, three, four},
+         1,
+         "error: protect sda1=m1 could not be done: sda1: the daemon has not protected it\n" + see_log},
+        {"protect --yes --group new --start '2100-01-01 00:00' --every 90 /dev/sda1=M1",
+         "tw_disk_protect",
+         {{"0", {"L1", "M1"}}},
+         {one, two},
+         0,
+         "sda1: is protected, by M1 (not synchronised)\nnew: has the disk\n"
+         "new: snapshots every 90 s from 2100-01-01 00:00:00 UTC\n" +
+             copy_it},
+        {"protect --yes --group g sda1=m1",
+         "tw_disk_protect",
+         {{"0", {"L1", "M1"}}},
+         {one},
+         0,
+         "sda1: is protected, by M1 (not synchronised)\ng: has the disk\n" + copy_it},
+        {"protect --yes --group gone sda1=m1",
+         "tw_disk_protect",
+         {{"-1", {"L1", "M1"}}},
+         {two, three, four},
+         1,
+         "error: protect sda1=m1 could not be done: sda1: the daemon has not protected it\n" + see_log},
+        {"unprotect sda2",
+         "tw_disk_unprotect",
+         {{"0", {"L2"}}},
+         {two, three, four},
+         1,
+         "error: unprotect sda2 could not be done: sda2" + refused + "not synchronised\n" + protected_ones},
+        {"unprotect sda2 sda3 sda1",
+         "tw_disk_unprotect",
+         {{"0", {"L2"}}, {"-1", {"L3"}}},
+         {three},
+         6,
+         "sda2: is no longer protected\nerror: unprotect sda2 sda3 sda1 could not be done for all: sda3" +
+             refused + "synchronising; sda1: it is not protected\n" + protected_ones},
+        {"unprotect sda4",
+         "tw_disk_unprotect",
+         {{"0", {"L4"}}},
+         {two, three},
+         0,
+         "sda4: is no longer protected\n"
+         "s: takes no more snapshots, as not all of its disks are protected\n"},
+        {"resync --yes sda2 sda3",
+         "tw_disk_resync",
+         {{"0", {"L2", "0"}}, {"-1", {"L3", "0"}}},
+         {two, three, four},
+         6,
+         "sda2: is to be copied to its mirror as a whole (not synchronised)\nerror: resync sda2 sda3 could "
+         "not be "
+         "done for all: sda3" +
+             refused + "synchronising\n" + protected_ones},
+        {"cancel-resync sda2",
+         "tw_disk_stop_sync",
+         {{"-1", {"L2"}}},
+         {two, three, four},
+         1,
+         "error: cancel-resync sda2 could not be done: sda2" + refused + "not synchronised\n" +
+             protected_ones},
+        {"snapshot --disk sda3",
+         "",
+         {},
+         {two, three, four},
+         1,
+         "error: snapshot sda3 could not be done: a disk is not synchronised yet: sda3 is synchronising, 5 "
+         "%\n"
+         "hint: to wait until it is level: qelc mirrors --wait sda3\n"},
+        {"db set --instance i",
+         "Kav_connect_db_flush_cfg",
+         {{"0", {}}},
+         {two, three, four},
+         1,
+         "error: db set i could not be done: i: the daemon has taken it, but does not list it\n" + see_log},
+    };
+    for (const char *function : {"tw_disk_protect", "tw_disk_unprotect"})
+        world.delay(function, 1.5);
+    for (const auto &row : cases) {
+        world.relationships({two, three, four});
+        for (const auto &[result, arguments] : row.results)
+            world.once(row.function, result, arguments);
+        const size_t before = world.calls(row.function).size();
+        std::thread later([&] {
+            const auto has_begun = [&] {
+                return row.results.empty() || world.calls(row.function).size() > before;
+            };
+            EXPECT_TRUE(eventually(has_begun)) << row.arguments;
+            world.relationships(row.after);
+        });
+        const outcome end = run("TZ=UTC $BIN/qelc " + row.arguments +
+                                " 2>/var/tmp/said; end=$?; grep -v '^  \\|^Every' /var/tmp/said; exit $end");
+        later.join();
+        EXPECT_EQ(end, (outcome{row.status, row.output})) << row.arguments;
+    }
+    log.tolerate("*");
+    const std::string kept = group_element("g", 0, 0, 0, {"L1"}) + group_element("s", 0, 0, 0, {"L4"});
+    expect_saved(kept + group_element("new", far_future, far_future, 90, {"L1"}), "");
+    const std::pair<std::string, outcome> groups[] = {
+        {"delete new", {0, "new: is deleted, and its schedule\n"}},
+        {"create h SDA1 l2",
+         {4, "error: group create h SDA1 l2 could not be done: SDA1: there is no such disk\n"
+             "hint: qelc disks shows the disks of the host\n"}},
+        {"create h sda1 l2", {0, "h: is there\nsda1: is in group h\nsda2: is in group h\n"}},
+        {"add h sda3", {0, "sda3: is in group h\n"}},
+        {"remove h sda1", {0, "sda1: is not in group h any more\n"}},
+    };
+    for (const auto &[arguments, end] : groups)
+        EXPECT_EQ(run("$BIN/qelc group " + arguments), end) << arguments;
+    expect_saved(kept + group_element("h", 0, 0, 0, {"L2", "L3"}), "");
+}
+
+TEST_F(mirror_tools, AMirrorIsOverwrittenOnlyAfterAnAnswer)
+{
+    world.relationships({mirror(2, "UnSync", 0)});
+    start();
+    const auto answer = [&](const std::string &text) {
+        write_file("/var/tmp/screen", "");
+        return run("{ until grep -q stop: /var/tmp/screen; do sleep 0.01; done; echo " + text +
+                   "; } | script -qec '$BIN/qelc resync sda2' /dev/null >/var/tmp/screen; cat "
+                   "/var/tmp/screen")
+            .second;
+    };
+    EXPECT_NE(answer("sda2").find("you did not confirm it; nothing is changed"), std::string::npos);
+    EXPECT_EQ(world.calls("tw_disk_resync"), texts());
+    world.once("tw_disk_resync", "0");
+    const std::string seen = answer("M2");
+    EXPECT_NE(seen.find("Everything on M2 will be overwritten with the content of sda2."), std::string::npos);
+    EXPECT_NE(seen.find("sda2: is to be copied"), std::string::npos) << seen;
+    EXPECT_EQ(world.calls("tw_disk_resync"), texts{"tw_disk_resync L2 0"});
 }
 
 TEST_F(mirror_tools, GroupsSchedulesAndMirrorsAreShownToPersonsAndPrograms)
@@ -182,7 +446,10 @@ TEST_F(mirror_tools, GroupsSchedulesAndMirrorsAreShownToPersonsAndPrograms)
     world.part_type("/dev/sdv", 2);
     start(group_element("g", far_future, far_future, 90, {"L1", "L3"}) + group_element("h", 0, 0, 0, {}),
           schedule_element(2, far_future, far_future, 7200));
-    const std::string success = R"({"status":0,"meaning":"success")";
+    const auto done = [](const std::string &verb, const std::string &results) {
+        return R"({"command":")" + verb + R"(","status":"done","reason":null,"hint":null,"results":[)" +
+               results + "]}\n";
+    };
     const std::string unknown =
         R"("rate":null,"seconds_left":null,"bytes_behind":null,"pages_behind":null,"page_size":null,)"
         R"("level_ago":null,"tracked":null,"untracked_reason":null,)";
@@ -193,37 +460,44 @@ TEST_F(mirror_tools, GroupsSchedulesAndMirrorsAreShownToPersonsAndPrograms)
     } cases[] = {
         {"group list", 0, "  Group  Disk\n  g      L1\n         L3\n  h\n"},
         {"group list --json", 0,
-         success + R"(,"groups":[{"name":"g","disks":["L1","L3"]},{"name":"h","disks":[]}]})"
-                   "\n"},
-        {"schedule get --group g", 0, "  Start  2100-01-01 00:00:00\n  Every  90 s\n"},
-        {"schedule get --group h", 0, "no schedule\n"},
-        {"--json schedule get --disk L2", 0, success + ",\"start\":4102444800,\"every\":7200}\n"},
-        {"schedule get --disk L9 --json", 1, "{\"status\":1,\"meaning\":\"failure\"}\n"},
+         done("group list", R"({"name":"g","disks":["L1","L3"]},{"name":"h","disks":[]})")},
+        {"schedule get --group g", 0, "  Start  2100-01-01 00:00:00 UTC\n  Every  90 s\n"},
+        {"--json schedule get --disk l2", 0,
+         done("schedule get", R"({"start":"2100-01-01T00:00:00Z","every":7200})")},
+        {"schedule get --disk L9 --json", 4,
+         R"({"command":"schedule get","status":"not-found","reason":"L9: there is no such disk",)"
+         R"("hint":"qelc disks shows the disks of the host, qelc mirrors those that are mirrored","results":[]})"
+         "\n"},
         {"disks", 0,
          "  Disk    Size     Table  GUID  FS    Used    System  Vendor\n"
          "  sdv     1.0 MiB  GPT    G                           QRZ Volume\n"
          "    sdv1  2.0 MiB         P     ext4  1000 B\n"},
         {"disks --json", 0,
-         success + R"(,"disks":[{"name":"sdv","guid":"G","size":1048576,"table":"GPT",)"
-                   R"("vendor":"QRZ Volume","system":false,"partitions":[{"name":"sdv1","guid":"P",)"
-                   R"("size":2097152,"used":1000,"file_system":"ext4"}]}]})"
-                   "\n"},
+         done("disks", R"({"name":"sdv","guid":"G","size":1048576,"table":"GPT",)"
+                       R"("vendor":"QRZ Volume","system":false,"partitions":[{"name":"sdv1","guid":"P",)"
+                       R"("size":2097152,"used":1000,"file_system":"ext4"}]})")},
         {"mirrors --json", 0,
-         success +
-             R"(,"mirrors":[{"disk":"sda1","source":"L1","mirror":"M1","state":"synchronising","percent":45,)" +
-             unknown +
-             R"("schedules":[{"start":4102444800,"every":90,"next":4102444800,"group":"g"}]},)"
-             R"({"disk":"sda2","source":"L2","mirror":"M2","state":"synchronised","percent":100,)" +
-             unknown +
-             R"("schedules":[{"start":4102444800,"every":7200,"next":4102444800,"group":null}]}]})"
-             "\n"},
-        {"schedule delete --disk L2 --json", 0, success + "}\n"},
-        {"schedule delete --disk L1", 1, "status 1: failure\n"}, // has none, and the host goes on
-        {"schedule delete --group g", 0, "status 0: success\n"},
+         done(
+             "mirrors",
+             R"({"disk":"sda1","source":"L1","mirror":"M1","state":"synchronising","percent":45,)" + unknown +
+                 R"("schedules":[{"start":"2100-01-01T00:00:00Z","every":90,"next":"2100-01-01T00:00:00Z",)"
+                 R"("group":"g"}]},)"
+                 R"({"disk":"sda2","source":"L2","mirror":"M2","state":"synchronised","percent":100,)" +
+                 unknown +
+                 R"("schedules":[{"start":"2100-01-01T00:00:00Z","every":7200,"next":"2100-01-01T00:00:00Z",)"
+                 R"("group":null}]})")},
+        {"schedule delete --disk L2 --json", 0,
+         done("schedule delete",
+              R"({"disk":"sda2","guid":"L2","status":"done","text":"no more snapshots are taken"})")},
+        {"schedule delete --group g", 0, "g: no more snapshots are taken\n"},
     };
-    for (const auto &one : cases)
+    std::string answers;
+    for (const auto &one : cases) {
         EXPECT_EQ(run("TZ=UTC $BIN/qelc " + one.arguments), (outcome{one.status, one.output}))
             << one.arguments;
+        answers += one.output.starts_with('{') ? one.output : "";
+    }
+    expect_valid(answers + run("$BIN/qelc --json mirrors --nothing 2>/dev/null").second);
     log.tolerate("Failed to ");
     expect_saved(group_element("g", 0, 0, 0, {"L1", "L3"}) + group_element("h", 0, 0, 0, {}), "");
 }
@@ -233,15 +507,23 @@ TEST_F(mirror_tools, ThePasswordOfADatabaseIsSeenByTheHostAlone)
     start();
     world.always("Kav_connect_db_flush_cfg", "0");
     const std::string set = "$BIN/qelc --json db set --instance i --user u";
-    const std::string success = R"({"status":0,"meaning":"success"})";
+    const outcome not_listed = {
+        1, R"({"command":"db set","status":"failed","reason":"i: the daemon has taken it, but )"
+           R"(does not list it","hint":"the log of the daemon says more: journalctl -t qelcd",)"
+           R"("results":[{"database":"i","status":"refused","reason":"the daemon has taken )"
+           R"(it, but does not list it"}]})"
+           "\n"};
     write_file("/var/tmp/secret", "s3<cret\nmore");
     write_file("/var/tmp/screen", "");
-    EXPECT_EQ(run(set + " --password-file /var/tmp/secret"), (outcome{0, success + "\n"}));
-    EXPECT_EQ(run(set + " --password-file - </var/tmp/secret"), (outcome{0, success + "\n"}));
+    EXPECT_EQ(run(set + " --password-file /var/tmp/secret"), not_listed);
+    EXPECT_EQ(run(set + " --password-file - </var/tmp/secret"), not_listed);
+    EXPECT_EQ(run(set + " --password-file /dev/null").first, 2);
+    EXPECT_EQ(run(set + " </dev/null").first, 2);
     EXPECT_EQ(
         run("{ until grep -q : /var/tmp/screen; do sleep 0.01; done; echo 's3<cret'; } | script -qec '" +
             set + "; stty | grep echo' /dev/null >/var/tmp/screen; cat /var/tmp/screen"),
-        (outcome{0, "password of u: \r\n" + success + "\r\n"}));
+        (outcome{0, "password of u: \r\n" + not_listed.second.substr(0, not_listed.second.size() - 1) +
+                        "\r\n"}));
     EXPECT_EQ(world.calls("Kav_connect_db_flush_cfg"),
               texts(3, "Kav_connect_db_flush_cfg i 1 0 oracle u s3<cret (null) 127.0.0.1 1521"));
     for (const log_line &line : log.lines())
@@ -261,7 +543,7 @@ TEST_F(mirror_tools, MirrorsAreShownInATable)
     output_of("sed -i 's/^process .*/process 1 1/' /run/twinvault/L3"); // it has ended
     write_progress({"L4", "M4", size, 0, 0, 0, 0, false, seconds_since_boot() - 200, tracked_writes::no,
                     "a \x1b[31m reason"});
-    const std::string next = "$(date -ud @" + std::to_string(past + 86400) + " '+%F %T')";
+    const std::string next = "$(date -ud @" + std::to_string(past + 86400) + " '+%F %T UTC')";
     EXPECT_EQ(run("TZ=UTC $BIN/qelc mirrors | sed \"s/" + next + "/PAST AND A DAY/\"").second,
               R"(  Disk  State             Done   Rate       Left  Behind   Level      Tracked
   sda1  synchronised      100 %  -          -     0 B      now        yes
@@ -270,12 +552,12 @@ TEST_F(mirror_tools, MirrorsAreShownInATable)
   sda4  mirror down       7 %    -          -     100 MiB  3 min ago  no
   sda4 is not tracked: a ?[31m reason
 
-  Disk  Source, then mirror  Next snapshot        Every  Group
-  sda1  L1                   2100-01-01 00:00:00  2 h
-        M1                   2100-01-01 00:00:00  90 s   g
+  Disk  Source, then mirror  Next snapshot            Every  Group
+  sda1  L1                   2100-01-01 00:00:00 UTC  2 h
+        M1                   2100-01-01 00:00:00 UTC  90 s   g
   sda2  L2                   PAST AND A DAY  1 d
         M2
-  sda3  L3                   2100-01-01 00:00:00  90 s   g
+  sda3  L3                   2100-01-01 00:00:00 UTC  90 s   g
         M3
   sda4  L4
         M4
@@ -292,7 +574,9 @@ TEST_F(mirror_tools, WatchFollowsSynchronisationsUntilNoneRuns)
         {{mirror(1, "Sync Finished", 100), mirror(2, "Recovery On", 5)},
          "sda1 synchronised 100 %\nsda2 recovering 5 %\n",
          "\033[1A\r  sda1  [####################]  100 %  synchronised\033[K\r\n\r  sda2  [#..."},
-        {{mirror(1, "Sync Finished", 100)}, "sda2 no longer a mirror 5 %\nended 0\n", "\033[2A\r  sda1"},
+        {{mirror(1, "Sync Finished", 100, "Down")},
+         "sda1 mirror down 100 %\nsda2 no longer a mirror 5 %\nended 1\n",
+         "error: not level: sda1: mirror down since "},
     };
     world.relationships(steps[0].mirrors);
     start();
@@ -308,6 +592,31 @@ TEST_F(mirror_tools, WatchFollowsSynchronisationsUntilNoneRuns)
                    read_file("/var/tmp/screen").find(step.drawn) != std::string::npos;
         })) << step.lines;
     }
+}
+
+TEST_F(mirror_tools, WaitingOutlivesTheWorkingProcessAndEndsWithAVerdict)
+{
+    world.relationships({mirror(1, "Sync On", 10), mirror(2, "UnSync", 0)});
+    start();
+    EXPECT_EQ(run("$BIN/qelc mirrors --wait --timeout 1 sda1"),
+              (outcome{1, "error: time-out after 1 s: sda1: synchronising, 10 %\n"
+                          "hint: to wait until it is level: qelc mirrors --wait sda1\n"}));
+    EXPECT_EQ(run("$BIN/qelc mirrors --wait sda2").second.substr(0, 42),
+              "error: not level: sda2: not synchronised, ");
+    output_of("{ $BIN/qelc mirrors --wait sda1; echo ended $?; } >/var/tmp/waited 2>&1 &");
+    const auto looks = [&] {
+        const std::vector<log_line> lines = log.lines();
+        return std::ranges::count(lines, "Recv cmd: GET_CLIENT_INFO", &log_line::text);
+    };
+    EXPECT_TRUE(eventually([&, before = looks()] { return looks() >= before + 2; }));
+    const pid_t worker = qelcd::worker();
+    kill(worker, SIGKILL);
+    world.relationships({mirror(1, "UnSync", 10)}); // which is not the end of the copy
+    qelcd::wait_for_new_worker(worker);
+    log.tolerate("*");
+    world.relationships({mirror(1, "Sync Finished", 100)});
+    EXPECT_TRUE(eventually([] { return read_file("/var/tmp/waited") == "sda1: is level\nended 0\n"; }))
+        << read_file("/var/tmp/waited");
 }
 
 TEST_F(tools, StandInManagerShowsAdoptsAndReleasesAHost)
@@ -350,6 +659,9 @@ TEST_F(mirror_tools, TextsOfAHostAreShownToATerminalWithoutEffect)
                          "1"}),
           "");
     EXPECT_EQ(run("$BIN/qelc group list"), (outcome{0, "  Group   Disk\n  g??31m  L?1\n"}));
+    EXPECT_EQ(run("script -qec 'stty cols 11; $BIN/qelc group list; $BIN/qelc --wide group list' /dev/null "
+                  "</dev/null | tr -d '\r'"),
+              (outcome{0, "  Group   D\n  g??31m  L\n  Group   Disk\n  g??31m  L?1\n"}));
     const std::string document = std::string(xml_head) + "<Tessaron><GroupList><Group name=\"g&#10;%31m\">" +
                                  "<Disk guid=\"L%1\"/></Group></GroupList></Tessaron>\n";
     const std::string ask = "$BIN/qelc --raw kav_get_group";

@@ -1,6 +1,9 @@
+#include "tools/common/text_table.h"
 #include "tools/common/visible.h"
 
 #include <gtest/gtest.h>
+
+#include <clocale>
 
 TEST(Visible, LeavesNothingThatATerminalObeys)
 {
@@ -28,4 +31,15 @@ TEST(Visible, LeavesNothingThatATerminalObeys)
     for (const auto &one : cases)
         EXPECT_EQ(visible(one.text), one.shown);
     EXPECT_EQ(visible("a\n\tb\r\n", line_ends::kept), "a\n?b?\n");
+}
+
+TEST(Visible, ATableIsAlignedAsATerminalShowsIt)
+{
+    setlocale(LC_CTYPE, "C.UTF-8");
+    EXPECT_EQ(align({{"\xe6\x97\xa5\xe6\x9c\xac", "x"}, {"e\xcc\x81", "x"}, {"long", "x"}}),
+              "  \xe6\x97\xa5\xe6\x9c\xac  x\n  e\xcc\x81     x\n  long  x\n");
+    EXPECT_EQ(cut_to_width("a\xe6\x97\xa5"
+                           "b",
+                           2),
+              "a");
 }

@@ -11,6 +11,8 @@
 
 #include <cerrno>
 #include <charconv>
+#include <chrono>
+#include <clocale>
 #include <csignal>
 #include <cstring>
 
@@ -28,8 +30,18 @@ unique_fd connect_to(int family, const sockaddr *address, socklen_t length, unsi
     unique_fd peer(socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (peer.is_open() && set_timeout(peer.get(), timeout) && connect(peer.get(), address, length) == 0)
         return peer;
-    error = strerror(errno);
+    const bool timed_out = errno == EAGAIN || errno == EINPROGRESS;
+    error = timed_out ? "time-out: no connection within " + std::to_string(timeout) + " s" : strerror(errno);
     return unique_fd();
+}
+
+// How long a read may wait, in seconds; 0: for ever.
+unsigned timeout_of(int fd)
+{
+    timeval limit{};
+    socklen_t length = sizeof limit;
+    getsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, &length);
+    return static_cast<unsigned>(limit.tv_sec);
 }
 } // namespace
 
@@ -111,8 +123,13 @@ std::unique_ptr<request> exchange(const unique_fd &peer, uint32_t code, uint16_t
         error = "the request could not be sent";
         return nullptr;
     }
+    const auto asked = std::chrono::steady_clock::now();
     if (recv_from_remote(peer.get(), req.get()) != 0 || req->recv_head.version == 0) {
-        error = "the connection ended without an answer";
+        const unsigned limit = timeout_of(peer.get());
+        const bool timed_out =
+            limit > 0 && std::chrono::steady_clock::now() - asked >= std::chrono::seconds(limit);
+        error = timed_out ? "time-out: no answer within " + std::to_string(limit) + " s"
+                          : "the connection ended without an answer";
         return nullptr;
     }
     if (req->recv_xml && strlen(req->recv_xml.get()) < req->recv_head.data_len) {
@@ -143,6 +160,7 @@ const char *meaning_of(uint16_t status)
 void init_tool()
 {
     signal(SIGPIPE, SIG_IGN);
+    setlocale(LC_CTYPE, "C.UTF-8"); // how wide characters are; Debian's libc always has this one
     set_log_level(LOG_EMERG);
     xml_init();
 }

@@ -2,7 +2,23 @@
 
 #include "tools/common/visible.h"
 
+#include <sys/ioctl.h>
+#include <unistd.h>
+
 #include <algorithm>
+
+bool are_tables_wide = false;
+
+namespace {
+// In columns; the largest number for no limit.
+size_t room()
+{
+    winsize size{};
+    const bool is_limited =
+        !are_tables_wide && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+    return is_limited ? size.ws_col : std::string::npos;
+}
+} // namespace
 
 std::string align(text_table rows)
 {
@@ -11,15 +27,16 @@ std::string align(text_table rows)
         widths.resize(std::max(widths.size(), row.size()));
         for (size_t i = 0; i < row.size(); ++i) {
             row[i] = visible(row[i]);
-            widths[i] = std::max(widths[i], row[i].size());
+            widths[i] = std::max(widths[i], shown_width(row[i]));
         }
     }
+    const size_t most = room();
     std::string text;
     for (const auto &row : rows) {
         std::string line = "  ";
         for (size_t i = 0; i < row.size(); ++i)
-            line += row[i] + std::string(widths[i] + 2 - row[i].size(), ' ');
-        text += line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
+            line += row[i] + std::string(widths[i] + 2 - shown_width(row[i]), ' ');
+        text += cut_to_width(line.substr(0, line.find_last_not_of(' ') + 1), most) + "\n";
     }
     return text;
 }

@@ -7,5 +7,9 @@
 // Rows of cells; a row may be shorter than others.
 using text_table = std::vector<std::vector<std::string>>;
 
-// The rows as lines with aligned columns, two blanks before each column. Cells are made visible.
+// The rows as lines with aligned columns, two blanks before each column, each as wide as a terminal shows it.
+// Cells are made visible. Lines are cut to the width of the terminal if standard output is one.
 std::string align(text_table rows);
+
+// Lines are left as long as they are. Set once, before the first table.
+extern bool are_tables_wide;

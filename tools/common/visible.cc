@@ -1,6 +1,7 @@
 #include "tools/common/visible.h"
 
 #include <cstdint>
+#include <cwchar>
 
 namespace {
 struct character {
@@ -45,4 +46,36 @@ std::string visible(std::string_view text, line_ends ends)
         text.remove_prefix(length > 0 ? length : 1);
     }
     return safe;
+}
+
+namespace {
+size_t width_of(const character &one)
+{
+    const int width = one.length > 0 ? wcwidth(static_cast<wchar_t>(one.code)) : 1;
+    return width < 0 ? 1 : static_cast<size_t>(width);
+}
+} // namespace
+
+size_t shown_width(std::string_view text)
+{
+    size_t width = 0;
+    while (!text.empty()) {
+        const character first = first_character(text);
+        width += width_of(first);
+        text.remove_prefix(first.length > 0 ? first.length : 1);
+    }
+    return width;
+}
+
+std::string cut_to_width(const std::string &text, size_t columns)
+{
+    size_t bytes = 0;
+    for (size_t width = 0; bytes < text.size();) {
+        const character first = first_character(std::string_view(text).substr(bytes));
+        width += width_of(first);
+        if (width > columns)
+            break;
+        bytes += first.length > 0 ? first.length : 1;
+    }
+    return text.substr(0, bytes);
 }

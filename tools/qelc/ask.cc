@@ -23,26 +23,36 @@ int fail(int status, const std::string &what, const std::string &why)
     return status;
 }
 
-int fail_unreadable()
-{
-    return fail(exit_no_answer, "the answer", "not in the expected form");
-}
-
-std::unique_ptr<request> ask(const peer_options &peer, uint32_t code, const optional_text &body, int &status)
+std::unique_ptr<request> try_ask(const peer_options &peer, uint32_t code, const optional_text &body,
+                                 exit_status &status, std::string &error)
 {
     std::optional<endpoint> host;
     if (!peer.host.empty() && !(host = parse_endpoint(peer.host, default_client_port))) {
-        status = fail(exit_usage, peer.host, "not ADDR[:PORT]");
+        error = peer.host + ": not ADDR[:PORT]";
+        status = exit_usage;
         return nullptr;
     }
-    std::string error;
     const unique_fd daemon =
         host ? connect_tcp(*host, peer.timeout, error) : connect_local(peer.socket_path, peer.timeout, error);
     std::unique_ptr<request> reply;
     if (daemon.is_open())
         reply = exchange(daemon, code, peer.origin, body, error);
-    if (!reply)
-        status = fail(exit_no_answer, host ? peer.host : peer.socket_path, error);
+    if (!reply) {
+        error = (host ? peer.host : peer.socket_path) + ": " + error;
+        status = exit_no_answer;
+    }
+    return reply;
+}
+
+std::unique_ptr<request> ask(const peer_options &peer, uint32_t code, const optional_text &body, int &status)
+{
+    exit_status end = exit_ok;
+    std::string error;
+    std::unique_ptr<request> reply = try_ask(peer, code, body, end, error);
+    if (!reply) {
+        fprintf(stderr, "qelc: %s\n", visible(error).c_str());
+        status = end;
+    }
     return reply;
 }
 
@@ -62,5 +72,5 @@ int print_answer(const request &reply, bool raw)
         else if (text)
             print_document(text + std::string("\n"));
     }
-    return status == status_ok ? exit_ok : exit_refused;
+    return status == status_ok ? exit_ok : status == status_not_adopted ? exit_not_adopted : exit_refused;
 }

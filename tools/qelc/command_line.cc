@@ -1,6 +1,9 @@
 #include "tools/qelc/command_line.h"
 
+#include "tools/common/text_table.h"
 #include "tools/qelc/help.h"
+#include "tools/qelc/nearest.h"
+#include "tools/qelc/outcome.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -36,6 +39,7 @@ void add_general_options(CLI::App &app, options &wanted)
         ->capture_default_str();
     auto *raw = app.add_flag("--raw", wanted.raw, "print only the body of the answer, unchanged");
     app.add_flag("--json", wanted.json, "print a verb's answer as JSON, for programs")->excludes(raw);
+    app.add_flag("--wide", are_tables_wide, "do not cut tables to the width of the terminal");
     app.add_flag("--print-body", wanted.print_body, "print the body of the request, send nothing");
     app.add_flag("--list", wanted.list, "list all commands and statuses, send nothing")->excludes(command);
 }
@@ -137,13 +141,26 @@ std::string repeated_option(const CLI::App &app)
     return app.get_parent() ? repeated_option(*app.get_parent()) : "";
 }
 
+std::vector<std::string> known_words()
+{
+    std::vector<std::string> words;
+    for (const command_name &known : command_names)
+        words.emplace_back(known.name);
+    for (const std::span<const verb> family : verb_families()) {
+        for (const verb &one : family)
+            words.emplace_back(one.name);
+    }
+    return words;
+}
+
 // What is wrong with the command line; "" for nothing. FAILURE is what the parser says.
 std::string complaint_about(const CLI::App &app, const options &wanted, const std::string &failure)
 {
     const CLI::App &last = parsed_app(app);
     const bool is_command = wanted.with_options || (&last == &app && !wanted.command.empty());
     if (is_command && !find_code(wanted.command))
-        return "no such command (qelc --list names them all)";
+        return "no such command" + did_you_mean(wanted.command, known_words()) +
+               " (qelc --list names all commands, qelc --help all verbs)";
     // What the parser finds missing may be so because of an unknown argument.
     std::string stray = unknown_argument(app);
     if (stray.empty() && wanted.given_verb)
@@ -166,7 +183,21 @@ std::string complaint_about(const CLI::App &app, const options &wanted, const st
     if (wanted.given_verb && wanted.given_verb->run_here &&
         (!wanted.peer.host.empty() || wanted.print_body || wanted.raw))
         return "this verb asks no daemon: --host, --print-body and --raw do not go with it";
+    if (wanted.given_verb && wanted.given_verb->act && wanted.raw)
+        return "--raw does not go with a verb that changes something";
     return wanted.given_verb ? wanted.given_verb->complaint(wanted.for_verb) : "";
+}
+
+// "help VERB..." is "VERB... --help".
+std::vector<std::string> with_help_last(int argc, const char *const *argv)
+{
+    std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
+    if (!words.empty() && words.front() == "help") {
+        words.erase(words.begin());
+        words.emplace_back("--help");
+    }
+    std::ranges::reverse(words); // as the parser takes them
+    return words;
 }
 
 const body_command *find_body_command(const std::string &name)
@@ -181,14 +212,14 @@ const body_command *find_body_command(const std::string &name)
 std::optional<int> parse_command_line(int argc, const char *const *argv, options &wanted)
 {
     CLI::App app{"Sends one command to a qelcd daemon and prints the status and the answer.\n"
-                 "Exit status: 0 if the status is 0, 1 if it is another, 2 after a usage error,\n"
-                 "3 if there was no answer.",
+                 "Exit status: 0 done, 1 refused or failed, 2 wrong usage, 3 the daemon cannot be\n"
+                 "reached or does not answer, 4 no such thing, 5 not adopted, 6 partly done.",
                  "qelc"};
     app.formatter(help_format());
     declare(app, wanted);
     std::string failure;
     try {
-        app.parse(argc, argv);
+        app.parse(with_help_last(argc, argv));
     } catch (const CLI::CallForHelp &) {
         fputs(app.help().c_str(), stdout);
         return exit_ok;
@@ -202,8 +233,12 @@ std::optional<int> parse_command_line(int argc, const char *const *argv, options
     if (wanted.with_options)
         wanted.command = name;
     const std::string subject = name.empty() ? wanted.command : name;
-    if (const std::string complaint = complaint_about(app, wanted, failure); !complaint.empty())
-        return fail(exit_usage, subject.empty() ? "command line" : subject, complaint);
+    if (const std::string complaint = complaint_about(app, wanted, failure); !complaint.empty()) {
+        if (!wanted.given_verb && !wanted.json)
+            return fail(exit_usage, subject.empty() ? "command line" : subject, complaint);
+        const std::string hint = wanted.given_verb ? "qelc help " + subject + " shows its options" : "";
+        return print_outcome(subject, {exit_usage, complaint, hint}, wanted.json);
+    }
     if (subject.empty() && !wanted.list) {
         fputs(app.help().c_str(), stderr);
         return exit_usage;

@@ -3,14 +3,14 @@
 #include "base/file.h"
 #include "protocol/commands.h"
 #include "tools/qelc/command_line.h"
-#include "tools/qelc/new_snapshots.h"
-#include "tools/qelc/password.h"
+#include "tools/qelc/host.h"
 #include "tools/qelc/views/mirror_watch.h"
 #include "tools/qelc/views/progress.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <nlohmann/json.hpp>
 
 namespace {
 void print_lists()
@@ -54,62 +54,83 @@ bool take_command_body(const options &wanted, optional_text &body)
     return true;
 }
 
-// The body of a verb's command. The password that goes with a user is read here. False after a complaint.
-bool take_verb_body(const options &wanted, optional_text &body)
+// Nobody has to look for the reason of a refusal: what is not adopted has no mirrors to show.
+void show(const options &wanted, host &at, verb_options given)
 {
-    verb_options given = wanted.for_verb;
-    std::string error;
-    if (given.user && wanted.print_body)
-        given.password = "********"; // does not tell the length
-    else if (given.user)
-        given.password = read_password(given.password_file, "password of " + *given.user + ": ", error);
-    if (given.user && !given.password) {
-        fail(exit_usage, wanted.given_verb->name, error);
-        return false;
-    }
-    body = wanted.given_verb->body(given);
-    return true;
+    const verb &one = *wanted.given_verb;
+    if (one.prepare)
+        one.prepare(at, given);
+    const std::unique_ptr<request> reply = at.ask(one.code, one.body(given));
+    if (reply->recv_head.ret != status_ok)
+        at.require_adopted();
+    require_success(*reply);
+    const char *text = reply->recv_xml ? reply->recv_xml.get() : "";
+    const optional_text page = wanted.json ? std::nullopt : one.view(text);
+    json_object results;
+    if (wanted.json ? !one.json(text, results) : !page)
+        throw verb_end{exit_no_answer, "the answer is not in the expected form", ""};
+    if (page)
+        fputs(page->c_str(), stdout);
+    else
+        print_envelope(one.name, exit_ok, "", "", results);
 }
 
-// Returns what the program ends with.
-int print_reply(const options &wanted, const request &reply)
+// The verb with what it was given, for an error message.
+std::string full_text(const options &wanted)
 {
-    const verb *given = wanted.given_verb;
-    if (given && wanted.json)
-        return print_json_answer(reply, given->json);
-    if (!given || !given->view || wanted.raw || reply.recv_head.ret != status_ok)
-        return print_answer(reply, wanted.raw);
-    const char *text = reply.recv_xml.get();
-    const optional_text page = given->view(text ? text : "");
-    if (!page)
-        return fail_unreadable();
-    fputs(page->c_str(), stdout);
-    return exit_ok;
+    const verb_options &given = wanted.for_verb;
+    std::vector<std::string> words = {wanted.given_verb->name};
+    const bool is_of_group = words.front().starts_with("group ");
+    if (is_of_group || given.disks.empty())
+        words.insert(words.end(), {given.group, given.disk, given.instance});
+    words.insert(words.end(), given.disks.begin(), given.disks.end());
+    std::string text;
+    for (const std::string &word : words)
+        text += (text.empty() || word.empty() ? "" : " ") + word;
+    return text;
+}
+
+int run_verb(const options &wanted)
+{
+    const verb &one = *wanted.given_verb;
+    const bool follows = wanted.for_verb.watch || wanted.for_verb.wait;
+    const std::string what = wanted.json ? one.name : full_text(wanted);
+    host at(wanted.peer);
+    try {
+        if (follows)
+            return print_outcome(what, follow_mirrors(at, wanted.for_verb), wanted.json);
+        if (one.act)
+            return print_outcome(what, one.act(at, wanted.for_verb), wanted.json);
+        show(wanted, at, wanted.for_verb);
+        return exit_ok;
+    } catch (const verb_end &end) {
+        outcome failed{end.status, end.reason, end.hint};
+        if (!one.act)
+            failed.headline = what + " could not be " + (follows ? "followed" : "shown");
+        return print_outcome(what, failed, wanted.json);
+    }
 }
 
 int run(const options &wanted)
 {
-    if (wanted.given_verb && wanted.given_verb->run_here)
-        return wanted.given_verb->run_here(wanted.for_verb, wanted.json);
+    is_daemon_local = wanted.peer.host.empty();
+    const verb *given = wanted.given_verb;
+    if (given && given->run_here)
+        return given->run_here(wanted.for_verb, wanted.json);
+    if (given && !wanted.print_body && !wanted.raw)
+        return run_verb(wanted);
     optional_text body;
-    if (!(wanted.given_verb ? take_verb_body(wanted, body) : take_command_body(wanted, body)))
+    if (given)
+        body = given->body(wanted.for_verb);
+    else if (!take_command_body(wanted, body))
         return exit_usage;
     if (wanted.print_body) {
         fputs(body.value_or("").c_str(), stdout);
         return exit_ok;
     }
-    is_daemon_local = wanted.peer.host.empty();
-    if (wanted.for_verb.watch)
-        return watch_mirrors(wanted.peer, *wanted.for_verb.watch);
-
-    const bool takes_snapshot = wanted.given_verb && wanted.given_verb->takes_snapshot && is_daemon_local;
-    const new_snapshots taken(takes_snapshot);
     int status = exit_ok;
     const std::unique_ptr<request> reply = ask(wanted.peer, wanted.code, body, status);
-    if (!reply)
-        return status;
-    status = print_reply(wanted, *reply);
-    return status == exit_ok && takes_snapshot ? taken.tell(wanted.for_verb, wanted.json) : status;
+    return reply ? print_answer(*reply, wanted.raw) : status;
 }
 } // namespace
 
@@ -124,7 +145,8 @@ int main(int argc, char **argv)
         print_lists();
     else
         status = run(wanted);
-    if (status == exit_ok && fflush(stdout) != 0 && errno != EPIPE)
-        return fail(exit_no_answer, "standard output", strerror(errno));
+    errno = 0;
+    if ((fflush(stdout) != 0 || ferror(stdout)) && errno != EPIPE)
+        return fail(exit_refused, "standard output", errno ? strerror(errno) : "it could not be written");
     return status;
 }

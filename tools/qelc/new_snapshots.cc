@@ -2,17 +2,15 @@
 
 #include "platform/linux/agent/snapshot_acts.h"
 #include "platform/linux/agent/snapshots.h"
-#include "tools/qelc/ask.h"
 
 #include <algorithm>
-#include <cstdio>
 
 namespace {
-bool is_of(const snapshot &one, const verb_options &given)
+bool is_of(const snapshot &one, const snapshot_source &source)
 {
-    if (!given.group.empty())
-        return one.group == given.group;
-    const auto is_disk = [&](const snapshot_member &member) { return member.source == given.disk; };
+    if (source.is_group)
+        return one.group == source.name;
+    const auto is_disk = [&](const snapshot_member &member) { return member.source == source.name; };
     return one.group.empty() && std::ranges::any_of(one.members, is_disk);
 }
 } // namespace
@@ -24,16 +22,18 @@ new_snapshots::new_snapshots(bool is_wanted)
         former_.insert(one.name);
 }
 
-int new_snapshots::tell(const verb_options &given, bool as_json) const
+outcome new_snapshots::name_and_note(const snapshot_source &source, const std::string &note,
+                                     verb_item of_source) const
 {
-    std::string name, why = "no keeper keeps this snapshot, so it has no record";
+    std::string name;
     for (const snapshot &one : load_snapshots().value_or(std::vector<snapshot>{})) {
-        if (one.is_complete && !former_.contains(one.name) && is_of(one, given))
+        if (one.is_complete && !former_.contains(one.name) && is_of(one, source))
             name = one.name;
     }
-    if (!name.empty())
-        fprintf(as_json ? stderr : stdout, "%s\n", name.c_str());
-    if (given.note.empty() || (!name.empty() && note_snapshot(name, given.note, &why)))
-        return exit_ok;
-    return fail(exit_refused, "note", why);
+    of_source.text = "a snapshot was taken; no keeper of this host has it";
+    std::vector<verb_item> items = {name.empty() ? of_source : verb_item{"snapshot", name}};
+    std::string why = "there is no record that could have a note";
+    if (!note.empty() && (name.empty() || !note_snapshot(name, note, &why)))
+        items.push_back({"snapshot", "note", "", exit_refused, why});
+    return outcome_of(std::move(items), "");
 }

@@ -2,7 +2,8 @@
 // host itself.
 #pragma once
 
-#include "tools/qelc/subcommand_options.h"
+#include "tools/qelc/bodies/protection.h"
+#include "tools/qelc/outcome.h"
 
 #include <set>
 
@@ -11,10 +12,9 @@ public:
     // Looks which ones there are before the command, if it IS_WANTED.
     explicit new_snapshots(bool is_wanted);
 
-    // Prints the name of the one that the command has taken, on standard error with JSON, and gives it the
-    // note. Says nothing of a snapshot that no keeper keeps, unless there is a note. Returns what the program
-    // ends with.
-    int tell(const verb_options &given, bool as_json) const;
+    // Gives the one that the command has taken of SOURCE the note, unless that is "". Returns an item with
+    // its name, or SOURCE's, if no keeper of this host keeps it.
+    outcome name_and_note(const snapshot_source &source, const std::string &note, verb_item of_source) const;
 
 private:
     std::set<std::string> former_;

@@ -23,6 +23,11 @@ std::string check_seconds(const std::string &text)
     return fits ? "" : text + " is not a number of seconds";
 }
 
+std::string check_interval(const std::string &text)
+{
+    return parse_interval(text) ? "" : text + " is not an interval: " + interval_forms;
+}
+
 std::string check_not_empty(const std::string &text)
 {
     return text.empty() ? "must not be empty" : "";
@@ -53,10 +58,19 @@ void add_times(CLI::App &app, verb_options &given)
 {
     auto *start = app.add_option("--start", given.start, "time of the first snapshot");
     start->type_name("T")->check(check_point_in_time);
-    auto *every = app.add_option("--every", given.every, "seconds from one snapshot to the next");
-    every->type_name("SECONDS")->check(check_seconds)->needs(start);
+    const auto take = [&given](const std::string &text) { given.every = parse_interval(text).value_or(0); };
+    auto *every = app.add_option_function<std::string>("--every", take, "from one snapshot to the next");
+    every->type_name("INTERVAL")->check(check_interval)->needs(start);
     start->needs(every);
-    app.footer(std::string("T is a time: ") + point_in_time_forms + ".\n");
+    app.footer(std::string("T is a time: ") + point_in_time_forms + ".\nINTERVAL is " + interval_forms +
+               ".\n");
+}
+
+// Of every verb that changes something.
+void add_consent(CLI::App &app, verb_options &given)
+{
+    app.add_flag("--yes", given.yes, "do not ask");
+    add_dry_run(app, given);
 }
 
 // The last words of a verb, as many as there are.
@@ -78,19 +92,22 @@ void add_no_options(CLI::App & /*app*/, verb_options & /*given*/) {}
 
 void add_pairs(CLI::App &app, verb_options &given)
 {
-    app.add_option("PAIR", given.disks, "GUID of a disk of the host, and of its mirror")
+    app.add_option("PAIR", given.disks, "a disk of the host, and its mirror")
         ->type_name("SRC=MIRROR")
         ->check(check_pair)
         ->required();
-    add_group(app, given,
-              "roll all back if one fails, and give the schedule\n"
-              "to this group");
+    auto *group = add_group(app, given,
+                            "put the disks into this group, roll all back if one\n"
+                            "fails, and give the schedule to the group");
+    app.add_flag("--no-create", given.no_create, "fail if there is no such group")->needs(group);
     add_times(app, given);
+    add_consent(app, given);
 }
 
 void add_sources(CLI::App &app, verb_options &given)
 {
-    add_disks(app, given, "SRC", "GUID of a protected disk")->required();
+    add_disks(app, given, "SRC", "a protected disk: a name, a path, or the beginning of a GUID")->required();
+    add_consent(app, given);
 }
 
 void add_mirrors_options(CLI::App &app, verb_options &given)
@@ -104,6 +121,13 @@ void add_mirrors_options(CLI::App &app, verb_options &given)
         ->check(check_seconds)
         ->excludes(app.get_parent()->get_option("--raw"))
         ->excludes(app.get_parent()->get_option("--json"));
+    app.add_flag("--wait", given.wait, "the same without drawing");
+    const auto take = [&given](const std::string &text) { given.limit = parse_interval(text).value_or(0); };
+    app.add_option_function<std::string>("--timeout", take,
+                                         "how long to wait or to watch; without it, to the end")
+        ->type_name("INTERVAL")
+        ->check(check_interval);
+    add_disks(app, given, "DISK", "only the mirrors of these disks");
 }
 
 void add_volumes(CLI::App &app, verb_options &given)
@@ -114,13 +138,19 @@ void add_volumes(CLI::App &app, verb_options &given)
 void add_disk_or_group(CLI::App &app, verb_options &given)
 {
     auto *disk = app.add_option("--disk", given.disk, "a protected disk");
-    disk->type_name("GUID")->check(check_not_empty);
+    disk->type_name("DISK")->check(check_not_empty);
     add_group(app, given, "a consistency group")->excludes(disk);
+}
+
+void add_disk_or_group_to_change(CLI::App &app, verb_options &given)
+{
+    add_disk_or_group(app, given);
+    add_consent(app, given);
 }
 
 void add_snapshot_options(CLI::App &app, verb_options &given)
 {
-    add_disk_or_group(app, given);
+    add_disk_or_group_to_change(app, given);
     app.add_option("--note", given.note, "what the list of snapshots says of it")->type_name("TEXT");
 }
 
@@ -166,7 +196,7 @@ void add_restore_options(CLI::App &app, verb_options &given)
 
 void add_schedule_options(CLI::App &app, verb_options &given)
 {
-    add_disk_or_group(app, given);
+    add_disk_or_group_to_change(app, given);
     add_times(app, given);
     app.add_flag("--off", given.off, "take no more snapshots")
         ->excludes(app.get_option("--start"))
@@ -179,24 +209,26 @@ void add_group_name(CLI::App &app, verb_options &given)
         ->type_name("")
         ->check(check_not_empty)
         ->required();
+    add_consent(app, given);
 }
 
 void add_group_and_any_disks(CLI::App &app, verb_options &given)
 {
     add_group_name(app, given);
-    add_disks(app, given, "GUID", "GUID of a disk of the host");
+    add_disks(app, given, "DISK", "a disk of the host: a name, a path, or the beginning of a GUID");
 }
 
 void add_group_and_disks(CLI::App &app, verb_options &given)
 {
     add_group_name(app, given);
-    add_disks(app, given, "GUID", "GUID of a disk of the host")->required();
+    add_disks(app, given, "DISK", "a disk of the host: a name, a path, or the beginning of a GUID")
+        ->required();
 }
 
 void add_group_and_disk(CLI::App &app, verb_options &given)
 {
     add_group_name(app, given);
-    app.add_option("GUID", given.disk, "GUID of a disk of the group")
+    app.add_option("DISK", given.disk, "a disk of the group: a name, a path, or the beginning of a GUID")
         ->type_name("")
         ->check(check_not_empty)
         ->required();
@@ -206,6 +238,7 @@ void add_instance(CLI::App &app, verb_options &given)
 {
     add_text(app, "--instance", given.instance, "NAME", "name of the database instance")
         ->check(check_not_empty);
+    add_consent(app, given);
 }
 
 void add_database_options(CLI::App &app, verb_options &given)
@@ -246,7 +279,7 @@ void add_old_volume(CLI::App &app, verb_options &given)
 
 void add_dry_run(CLI::App &app, verb_options &given)
 {
-    app.add_flag("--dry-run", given.dry_run, "only show what would be done");
+    app.add_flag("--dry-run", given.dry_run, "say what would be done, and change nothing");
 }
 
 // --- Of commands -------------------------------------------------------------------------------------

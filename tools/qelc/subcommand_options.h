@@ -16,7 +16,7 @@ class App;
 
 // What was given to a verb; each verb takes some of it.
 struct verb_options {
-    std::vector<std::string> disks; // GUIDs, or SRC=MIRROR
+    std::vector<std::string> disks; // names or GUIDs, or SRC=MIRROR
     std::string disk;
     std::string group;
     std::string note;                   // of a snapshot
@@ -25,6 +25,8 @@ struct verb_options {
     uint32_t every = 0;
     bool off = false;
     std::optional<unsigned> watch; // seconds
+    bool wait = false;             // for mirrors
+    uint32_t limit = 0;            // of that, in seconds; 0: none
     std::string instance;
     optional_text user;
     optional_text password; // of the user; no option gives it
@@ -38,6 +40,7 @@ struct verb_options {
     std::string volume; // name
     bool yes = false;
     bool dry_run = false;
+    bool no_create = false; // a group
     bool archive_log = false;
 };
 
@@ -56,6 +59,7 @@ void add_sources(CLI::App &app, verb_options &given);
 void add_mirrors_options(CLI::App &app, verb_options &given);
 void add_volumes(CLI::App &app, verb_options &given);
 void add_disk_or_group(CLI::App &app, verb_options &given);
+void add_disk_or_group_to_change(CLI::App &app, verb_options &given);
 void add_snapshot_options(CLI::App &app, verb_options &given);
 void add_snapshot_name(CLI::App &app, verb_options &given);
 void add_snapshot_names(CLI::App &app, verb_options &given);

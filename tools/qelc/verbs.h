@@ -2,6 +2,7 @@
 // instead of documents. A verb is a row of a table in verbs/.
 #pragma once
 
+#include "tools/qelc/host.h"
 #include "tools/qelc/subcommand_options.h"
 #include "tools/qelc/views/json_answer.h"
 
@@ -27,19 +28,24 @@ struct verb {
 
     // What the options do not tell the parser about wrong usage; "" for nothing.
     std::string (*complaint)(const verb_options &given) = no_complaint;
+
+    // Finds what was named, before the command of a verb that only shows something. Null: nothing is to be
+    // found.
+    void (*prepare)(host &at, verb_options &given) = nullptr;
     optional_text (*body)(const verb_options &given) = no_body;
 
-    // The text and the JSON for a successful answer. None and false for an answer of another form; null if
-    // the verb has nothing special to show.
+    // The text and the results in JSON for a successful answer. None and false for an answer of another form;
+    // null if the verb has nothing special to show.
     optional_text (*view)(const char *answer) = nullptr;
-    bool (*json)(const char *answer, json_object &object) = nullptr;
+    bool (*json)(const char *answer, json_object &results) = nullptr;
+
+    // For a verb that changes something: looks at the host, asks its daemon, and looks at what has become of
+    // it. CODE and BODY are then what --print-body shows.
+    outcome (*act)(host &at, const verb_options &given) = nullptr;
 
     // For a verb that is done here, without a daemon: returns what the program ends with. CODE and BODY are
     // then without meaning.
     int (*run_here)(const verb_options &given, bool as_json) = nullptr;
-
-    // Of a verb that takes a snapshot: the name of the new one is shown, if it is of this host.
-    bool takes_snapshot = false;
 
     // How many seconds the daemon may take; null if it is no slower than for other commands.
     unsigned (*seconds)(const verb_options &given) = nullptr;

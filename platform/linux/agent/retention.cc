@@ -130,7 +130,7 @@ prune_report remove_all(const std::vector<retention> &judged)
         if (one.goes && remove_snapshot(name, &why))
             report.removed.push_back(name);
         else if (one.goes)
-            report.not_removed.push_back(name + ": " + why);
+            report.not_removed.emplace_back(name, why);
     }
     return report;
 }
@@ -139,8 +139,8 @@ void log_report(const prune_report &report)
 {
     for (const std::string &name : report.removed)
         log_info("Snapshot %s was removed, as no rule keeps it", name.c_str());
-    for (const std::string &line : report.not_removed)
-        log_warning("Snapshot %s; no rule keeps it, but it cannot be removed", line.c_str());
+    for (const auto &[name, why] : report.not_removed)
+        log_warning("Snapshot %s, which no rule keeps, cannot be removed: %s", name.c_str(), why.c_str());
 }
 
 // How full the store of a member is, in percent.

@@ -16,8 +16,8 @@ struct retention {
 std::vector<retention> apply_rules(std::vector<listed_snapshot> all, const keep_rules &rules);
 
 struct prune_report {
-    std::vector<std::string> removed;     // names, the oldest first
-    std::vector<std::string> not_removed; // "NAME: why"
+    std::vector<std::string> removed;                             // names, the oldest first
+    std::vector<std::pair<std::string, std::string>> not_removed; // and why
 };
 
 // Removes what the rules let go, of the snapshots for which IS_WANTED. Null, with errno, if the records

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "tools/qelc/bodies/protection.h"
+#include "tools/qelc/host.h"
 #include "tools/qelc/verbs.h"
 
 #include <span>
@@ -20,3 +21,10 @@ snapshot_times times_of(const verb_options &given);
 
 // The group that was given, or else DISK.
 snapshot_source source_of(const verb_options &given, const std::string &disk);
+
+// The same with the disk's GUID, and its NAME for the person. Throws verb_end if there is no such disk or
+// group.
+snapshot_source source_meant(host &at, const verb_options &given, std::string &name);
+
+// Whether the schedule of SOURCE is what was WANTED; {} for none.
+verb_item schedule_item(host &at, const snapshot_source &source, const snapshot_times &wanted);

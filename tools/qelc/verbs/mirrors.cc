@@ -4,6 +4,7 @@
 #include "protocol/commands.h"
 #include "tools/common/disks.h"
 #include "tools/qelc/verbs/families.h"
+#include "tools/qelc/verbs/protect.h"
 
 namespace {
 std::string protect_complaint(const verb_options &given)
@@ -35,14 +36,26 @@ unsigned seconds_for_disks(const verb_options &given)
     return static_cast<unsigned>(given.disks.size()) * disk_seconds;
 }
 
-constexpr verb sources_verb(const char *name, const char *description, uint32_t code)
+std::string mirrors_complaint(const verb_options &given)
+{
+    const bool follows = given.watch || given.wait;
+    if (given.watch && given.wait)
+        return "--watch excludes --wait";
+    return follows || (given.disks.empty() && given.limit == 0)
+               ? ""
+               : "disks and --timeout go with --wait or --watch";
+}
+
+constexpr verb sources_verb(const char *name, const char *description, uint32_t code,
+                            outcome (*act)(host &at, const verb_options &given))
 {
     return {.name = name,
-            .usage = "SRC...",
+            .usage = "SRC... [--yes] [--dry-run]",
             .description = description,
             .code = code,
             .add_options = add_sources,
             .body = sources_body,
+            .act = act,
             .seconds = seconds_for_disks};
 }
 
@@ -53,7 +66,8 @@ constexpr verb table[] = {
      .view = disks_page,
      .json = disks_json},
     {.name = "protect",
-     .usage = "PAIR... [--group NAME] [--start T --every SECONDS]",
+     .usage = "PAIR... [--group NAME [--no-create]] [--start T --every INTERVAL]\n"
+              "            [--yes] [--dry-run]",
      .description = "protect disks, each with a mirror",
      .note = "The host may take up to a minute for each disk. Unless --timeout is given, qelc\n"
              "waits that long. Without --group, a schedule can be set for one disk only.\n",
@@ -61,15 +75,20 @@ constexpr verb table[] = {
      .add_options = add_pairs,
      .complaint = protect_complaint,
      .body = protect_body,
+     .act = protect,
      .seconds = seconds_for_disks},
-    sources_verb("unprotect", "end the protection of disks", command::del_backup),
-    sources_verb("resync", "synchronise the mirrors of disks from the start", command::init_mirror),
-    sources_verb("cancel-resync", "stop the synchronisation of mirrors", command::cancel_init_mirror),
+    sources_verb("unprotect", "end the protection of disks", command::del_backup, unprotect),
+    sources_verb("resync", "copy disks to their mirrors from the start", command::init_mirror, resync),
+    sources_verb("cancel-resync", "stop the synchronisation of mirrors", command::cancel_init_mirror,
+                 cancel_resync),
     {.name = "mirrors",
-     .usage = "[--watch [SECONDS]]",
+     .usage = "[[DISK...] (--watch [SECONDS] | --wait) [--timeout INTERVAL]]",
      .description = "show the mirrors and their progress",
+     .note = "With --watch or --wait it ends when no mirror is being copied any more, and its\n"
+             "exit status is 0 if all of them are level.\n",
      .code = command::get_client_info,
      .add_options = add_mirrors_options,
+     .complaint = mirrors_complaint,
      .view = mirrors_page,
      .json = mirrors_json},
 };

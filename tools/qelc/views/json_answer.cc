@@ -1,7 +1,7 @@
 #include "tools/qelc/views/json_answer.h"
 
 #include "tools/common/disks.h"
-#include "tools/qelc/ask.h"
+#include "tools/qelc/points_in_time.h"
 #include "tools/qelc/views/groups.h"
 #include "tools/qelc/views/mirrors.h"
 #include "tools/qelc/views/schedules.h"
@@ -9,9 +9,14 @@
 #include <nlohmann/json.hpp>
 
 namespace {
+json_object time_or_null(uint64_t seconds)
+{
+    return seconds == 0 ? json_object() : json_object(utc_time_text(seconds));
+}
+
 void set_times(json_object &object, const snapshot_times &times)
 {
-    object["start"] = times.start;
+    object["start"] = time_or_null(times.start);
     object["every"] = times.interval;
 }
 
@@ -19,7 +24,7 @@ json_object schedule_object(const mirror_schedule &schedule)
 {
     json_object object;
     set_times(object, schedule.times);
-    object["next"] = next_snapshot(schedule.times);
+    object["next"] = time_or_null(next_snapshot(schedule.times));
     object["group"] = schedule.group.empty() ? json_object() : json_object(schedule.group);
     return object;
 }
@@ -85,50 +90,41 @@ json_object group_object(const group_view &group)
 
 // False if there are no ITEMS, because the answer holds no list of them.
 template <class item>
-bool add_list(const char *name, const std::optional<std::vector<item>> &items,
-              json_object (*object_of)(const item &), json_object &object)
+bool list_all(const std::optional<std::vector<item>> &items, json_object (*object_of)(const item &),
+              json_object &results)
 {
     if (!items)
         return false;
-    json_object &list = object[name] = json_object::array();
+    results = json_object::array();
     for (const item &one : *items)
-        list.push_back(object_of(one));
+        results.push_back(object_of(one));
     return true;
 }
 } // namespace
 
-bool disks_json(const char *report, json_object &object)
+bool disks_json(const char *report, json_object &results)
 {
-    return add_list("disks", disks_of(report), disk_object, object);
+    return list_all(disks_of(report), disk_object, results);
 }
 
-bool mirrors_json(const char *report, json_object &object)
+bool mirrors_json(const char *report, json_object &results)
 {
-    return add_list("mirrors", mirrors_of(report), mirror_object, object);
+    return list_all(mirrors_of(report), mirror_object, results);
 }
 
-bool groups_json(const char *answer, json_object &object)
+bool groups_json(const char *answer, json_object &results)
 {
-    return add_list("groups", groups_of(answer), group_object, object);
+    return list_all(groups_of(answer), group_object, results);
 }
 
-bool schedule_json(const char *answer, json_object &object)
+bool schedule_json(const char *answer, json_object &results)
 {
     const std::optional<snapshot_times> times = schedule_of(answer);
-    if (times)
-        set_times(object, *times);
-    return times.has_value();
-}
-
-int print_json_answer(const request &reply, bool (*add)(const char *answer, json_object &object))
-{
-    const uint16_t status = reply.recv_head.ret;
+    if (!times)
+        return false;
     json_object object;
-    object["status"] = status;
-    object["meaning"] = meaning_of(status);
-    const char *text = reply.recv_xml.get();
-    if (status == status_ok && add && !add(text ? text : "", object))
-        return fail_unreadable();
-    puts(object.dump().c_str());
-    return status == status_ok ? exit_ok : exit_refused;
+    set_times(object, *times);
+    results = json_object::array();
+    results.push_back(std::move(object));
+    return true;
 }

@@ -1,7 +1,9 @@
 #include "tools/qelc/views/mirror_watch.h"
 
+#include "client/inventory_records.h"
 #include "tools/common/visible.h"
-#include "tools/qelc/views/mirrors.h"
+#include "tools/qelc/points_in_time.h"
+#include "tools/qelc/views/mirror_verdict.h"
 
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -119,15 +121,6 @@ size_t draw(const synchronisation_list &list, size_t drawn)
 
 // --- Elsewhere ---------------------------------------------------------------------------------------
 
-std::string clock_text()
-{
-    tm local{};
-    const time_t seconds = time(nullptr);
-    char text[16] = "";
-    strftime(text, sizeof text, "%H:%M:%S", localtime_r(&seconds, &local));
-    return text;
-}
-
 void print_changes(const synchronisation_list &list, const synchronisation_list &before)
 {
     for (size_t i = 0; i < list.size(); ++i) {
@@ -135,7 +128,7 @@ void print_changes(const synchronisation_list &list, const synchronisation_list 
         if (i < before.size() && one.mirror.percent == before[i].mirror.percent &&
             one.state() == before[i].state())
             continue;
-        printf("%s %s %s %d %%%s\n", clock_text().c_str(), visible(one.mirror.disk).c_str(),
+        printf("%s %s %s %d %%%s\n", clock_text(time(nullptr)).c_str(), visible(one.mirror.disk).c_str(),
                one.state().c_str(), one.mirror.percent, details(one, ", ").c_str());
     }
 }
@@ -161,40 +154,114 @@ private:
     synchronisation_list shown_;
 };
 
-// On failure complains and returns none; STATUS is then what the program ends with.
-std::optional<mirror_list> ask_for_mirrors(const peer_options &peer, int &status)
+constexpr std::chrono::seconds patience{60}; // with a daemon that does not answer: it may be restarted
+
+// Of the mirrors that count. Null with the reason in WHY while there is no answer.
+std::optional<mirror_list> look(host &at, const std::vector<std::string> &guids, verb_end &why)
 {
-    const std::unique_ptr<request> reply = ask(peer, command::get_client_info, std::nullopt, status);
-    if (!reply)
-        return std::nullopt;
-    if (reply->recv_head.ret != status_ok) {
-        status = print_answer(*reply, false);
+    try {
+        mirror_list mirrors = at.look_again().mirrors;
+        std::erase_if(mirrors, [&](const mirror_view &one) {
+            return !guids.empty() && std::ranges::find(guids, one.guids.source) == guids.end();
+        });
+        return mirrors;
+    } catch (const verb_end &end) {
+        if (end.status != exit_no_answer)
+            throw;
+        why = end;
         return std::nullopt;
     }
-    const char *text = reply->recv_xml.get();
-    std::optional<mirror_list> mirrors = mirrors_of(text ? text : "");
-    if (!mirrors)
-        status = fail_unreadable();
-    return mirrors;
 }
+
+std::vector<std::string> guids_meant(host &at, const verb_options &given)
+{
+    std::vector<std::string> guids;
+    for (const std::string &text : given.disks) {
+        const named_disk disk = at.disk(text);
+        if (!at.mirror_of(disk.guid))
+            throw verb_end{exit_not_found, disk.name + " is not protected",
+                           "qelc mirrors shows which disks are protected"};
+        guids.push_back(disk.guid);
+    }
+    return guids;
+}
+
+// What has been seen from look to look.
+class follower {
+    // A working process that has just been started may not have gone on with a copy yet.
+    static constexpr unsigned certain = 3;
+
+public:
+    explicit follower(bool draws) : draws_(draws) {}
+
+    // Throws verb_end if standard output cannot be written.
+    void take(const mirror_list &mirrors)
+    {
+        follow(list_, mirrors);
+        note_changes(changes, mirrors);
+        if (draws_ && !list_.empty() && !screen_.show(list_))
+            throw verb_end{exit_refused, std::string("standard output: ") + strerror(errno), ""};
+        answered_ = std::chrono::steady_clock::now();
+        const bool is_level = std::ranges::all_of(
+            mirrors, [](const mirror_view &one) { return one.state == backup_synchronised; });
+        const bool runs = std::ranges::any_of(mirrors, is_synchronising);
+        at_rest_ = runs || is_level ? 0 : at_rest_ + 1;
+        is_over = is_level || at_rest_ >= certain;
+    }
+
+    // Throws WHY if there has been no answer for too long.
+    void miss(const verb_end &why)
+    {
+        at_rest_ = 0;
+        if (std::chrono::steady_clock::now() - answered_ > patience)
+            throw why;
+    }
+
+    // Those that were copied and are no mirrors any more.
+    mirror_list gone() const
+    {
+        mirror_list mirrors;
+        for (const synchronisation &one : list_) {
+            if (one.is_gone)
+                mirrors.push_back(one.mirror);
+        }
+        return mirrors;
+    }
+
+    state_changes changes;
+    bool is_over = false;
+
+private:
+    bool draws_;
+    synchronisation_list list_;
+    display screen_;
+    std::chrono::steady_clock::time_point answered_ = std::chrono::steady_clock::now();
+    unsigned at_rest_ = 0; // looks at which nothing ran, though not all was level
+};
 } // namespace
 
-int watch_mirrors(const peer_options &peer, unsigned seconds)
+outcome follow_mirrors(host &at, const verb_options &given)
 {
-    synchronisation_list list;
-    display screen;
-    for (int status = exit_ok;; std::this_thread::sleep_for(std::chrono::seconds(seconds))) {
-        const std::optional<mirror_list> mirrors = ask_for_mirrors(peer, status);
-        if (!mirrors)
-            return status;
-        follow(list, *mirrors);
-        if (list.empty()) {
-            puts(mirrors->empty() ? "no mirrors" : "no synchronisation is running");
-            return exit_ok;
+    const auto begin = std::chrono::steady_clock::now();
+    const std::vector<std::string> guids = guids_meant(at, given);
+    follower seen(given.watch.has_value());
+    verb_end why{};
+    for (;; std::this_thread::sleep_for(std::chrono::seconds(given.watch.value_or(1)))) {
+        const std::optional<mirror_list> mirrors = look(at, guids, why);
+        if (mirrors)
+            seen.take(*mirrors);
+        else
+            seen.miss(why);
+        if (mirrors && seen.is_over)
+            return verdict_of(at, *mirrors, seen.gone(), seen.changes);
+        const bool is_late =
+            given.limit > 0 && std::chrono::steady_clock::now() - begin >= std::chrono::seconds(given.limit);
+        if (is_late && mirrors) {
+            outcome end = verdict_of(at, *mirrors, seen.gone(), seen.changes);
+            end.headline = "time-out after " + interval_text(given.limit);
+            return end;
         }
-        if (!screen.show(list))
-            return fail(exit_no_answer, "standard output", strerror(errno));
-        if (std::ranges::none_of(list, &synchronisation::runs))
-            return exit_ok;
+        if (is_late)
+            throw verb_end{exit_no_answer, "time-out: " + why.reason, why.hint};
     }
 }

@@ -1,9 +1,10 @@
-// The progress of running synchronisations, live.
+// The progress of mirrors, until nothing is copied any more.
 #pragma once
 
-#include "tools/qelc/ask.h"
+#include "tools/qelc/host.h"
+#include "tools/qelc/subcommand_options.h"
 
-// Shows the progress of the running synchronisations until all have ended. Asks the daemon again SECONDS
-// after each answer. On a terminal, each has a bar that is redrawn in place; elsewhere, each change is a
-// line. Returns what the program ends with.
-int watch_mirrors(const peer_options &peer, unsigned seconds);
+// Follows the mirrors of the disks that were given, of all if none were, and says in the end whether each is
+// level. With --watch it shows what runs: on a terminal a bar for each that is redrawn in place, elsewhere a
+// line for each change. Goes on when the working process is restarted.
+outcome follow_mirrors(host &at, const verb_options &given);

@@ -128,6 +128,21 @@ std::string mirror_state_text(const mirror_view &mirror)
     }
 }
 
+std::string way_to_level(const mirror_view &mirror)
+{
+    switch (mirror.state) {
+    case backup_not_synchronised:
+        return "to copy the disk to its mirror: qelc resync " + mirror.disk;
+    case backup_source_down:
+        return "the disk has to come back; it goes on by itself then";
+    case backup_destination_down:
+        return "the mirror has to come back; it goes on by itself then. For another one: qelc unprotect " +
+               mirror.disk;
+    default:
+        return "to wait until it is level: qelc mirrors --wait " + mirror.disk;
+    }
+}
+
 bool is_synchronising(const mirror_view &mirror)
 {
     return mirror.state == backup_synchronising || mirror.state == backup_recovering;

@@ -29,6 +29,9 @@ std::optional<std::vector<mirror_view>> mirrors_of(const char *report);
 // The state in words.
 std::string mirror_state_text(const mirror_view &mirror);
 
+// What somebody may type or do so that the mirror becomes level.
+std::string way_to_level(const mirror_view &mirror);
+
 // True while data is being copied.
 bool is_synchronising(const mirror_view &mirror);
 

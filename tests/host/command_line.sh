@@ -1,0 +1,89 @@
+#!/bin/bash
+# What qelc says of real disks, and what it asks before one is overwritten. command_line.sh BUILD-FOLDER, in a
+# private host.
+# shellcheck source=tests/host/host_test.sh
+source "$(dirname "$0")/host_test.sh"
+
+# says STATUS WORDS COMMAND...: it ends with that exit status, and WORDS, with single blanks, stand in what it says.
+says() {
+    local wanted=$1 words=$2 status=0 said
+    shift 2
+    said=$("$@" 2>&1 </dev/null) || status=$?
+    echo "$status: $said"
+    [[ $status == "$wanted" ]] && tr -s ' ' <<<"$said" | grep -F -- "$words"
+}
+
+# typed ANSWER COMMAND: at a terminal, once it has asked.
+typed() {
+    local status=0
+    : >/var/tmp/screen
+    # shellcheck disable=SC2094 # it waits for what is written
+    { until grep -q "stop: " /var/tmp/screen; do sleep 0.1; done; echo "$1"; } |
+        script -qec "$2" /dev/null >/var/tmp/screen || status=$?
+    cat /var/tmp/screen
+    return "$status"
+}
+
+name_of() {
+    basename "${device[$1]}"
+}
+
+has_mirror() {
+    [[ $(mirror_count) == 1 ]]
+}
+
+mirror_count() {
+    find "$state" -name '*.mirror' | wc -l
+}
+
+make_source disk 32
+make_mirror blank 32
+make_mirror small 16
+partx --add "${device[disk]}"
+mkdir /dev/disk
+ln -s "${device[disk]}" /dev/disk/by-me
+check "before the adoption there is none to ask" says 3 "No such file or directory" qelc mirrors
+start_daemon
+check "nobody has adopted it" says 5 "No manager has adopted this host" qelc protect --yes a=b
+standin-manager --guid "$manager_guid" --ip 127.0.0.1 >/var/log/manager &
+check_within 20 "a manager listens" grep listening /var/log/manager
+check "the manager adopts the host" as_manager add_client --guid "$manager_guid" --ip 127.0.0.1
+disk=$(name_of disk) blank=$(name_of blank) small=$(name_of small)
+
+step "before a disk is overwritten"
+check "not without an answer" says 1 "there is no terminal to ask at" qelc protect "$disk=$blank"
+check "a mirror that is too small" says 1 "$small is smaller than $disk" qelc protect --yes "$disk=$small"
+check "what is on it" says 0 "$disk 32 MiB, MBR, ${disk}p1, ${disk}p2" qelc protect --dry-run /dev/disk/by-me="$blank"
+check "and that it is blank" says 0 "$blank 32 MiB, blank" qelc protect --dry-run "$disk=${guid[blank]^^}"
+check "nothing has happened" none has_mirror
+mkfs.ext4 -q -F -E offset=$((1 << 20)) "${device[disk]}" 8M
+check "two that are swapped" says 0 "are the two swapped? The other way round is $disk=$blank" \
+    qelc protect --dry-run "$blank=$disk"
+check "another name" none typed "$disk" "qelc protect $disk=$blank"
+check "is not taken" none has_mirror
+check "the name of the mirror is" typed "$blank" "qelc protect $disk=$blank --group day --start 22:00 --every 1h"
+check "it is protected" has_mirror
+check "in a group that was made" says 0 "day ${guid[disk]}" qelc group list
+check "with a schedule" says 0 "1 h" qelc schedule get --group day
+check "once" says 1 "$disk is protected already, by $blank" qelc protect --yes "${guid[disk]:0:6}=$small"
+
+step "until it is level"
+resync 4000000 disk
+check "a time-out says so" says 1 "time-out after 2 s" qelc mirrors --wait --timeout 2s "$disk"
+{ qelc mirrors --wait "$disk"; echo "ended $?"; } >/var/log/waited 2>&1 &
+sleep 2
+kill_worker
+rm "$state/throttle"
+check_within 60 "the wait has an end" grep "ended 0" /var/log/waited
+check "which is not the kill" test "$(</var/log/waited)" = "$disk: is level"$'\n'"ended 0"
+check "now a snapshot is a question of keepers" says 1 "is there a keeper for the mirror?" qelc snapshot --disk "$disk"
+
+step "a mirror that is another one now"
+stop_daemon
+printf '\xef\xbe\xad\xde' | dd of="${device[blank]}" bs=1 seek=440 conv=notrunc status=none
+start_again
+check_within 30 "it is down" eval 'qelc mirrors | grep "mirror down"'
+check "and why" says 1 "mirror down, 0 %, ${device[blank]} has another signature (deadbeef-" qelc mirrors --wait
+check "one of two" says 6 "$disk: is no longer protected" qelc unprotect "$disk" "$small"
+check "and the group is told of" says 4 "day has no schedule" qelc schedule get --group day
+end_test

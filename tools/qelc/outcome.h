@@ -1,0 +1,48 @@
+// How a verb has ended, for a person and for programs.
+#pragma once
+
+#include "tools/qelc/ask.h"
+
+#include <string>
+#include <vector>
+
+// One of the things that a verb was about.
+struct verb_item {
+    const char *kind; // "disk", "group", "database", "snapshot", "volume"
+    std::string name;
+    std::string guid = "";
+    exit_status status = exit_ok;
+    std::string text = ""; // what is so now, or why nothing was done
+
+    bool is_open() const { return status == exit_ok; }
+    void refuse(exit_status why, const std::string &reason)
+    {
+        status = why;
+        text = reason;
+    }
+};
+
+struct outcome {
+    exit_status status = exit_ok;
+    std::string reason = ""; // why it is not done
+    std::string hint = "";   // what to type next; "" for nothing
+    std::vector<verb_item> items = {};
+    bool is_dry_run = false;   // nothing was changed; the items are what would be
+    std::string remark = "";   // for a person, if there are no items
+    std::string headline = ""; // of the error, if it is not that the verb could not be done
+};
+
+// Thrown by a verb that ends early. What it had to say about single items is lost, so it comes before any
+// change. main alone catches it.
+struct verb_end {
+    exit_status status;
+    std::string reason;
+    std::string hint;
+};
+
+// Done, refused or partly, as the items are. HINT goes with what is not done.
+outcome outcome_of(std::vector<verb_item> items, const std::string &hint);
+
+// Prints it: what is done on standard output, what is not on standard error, or JSON on standard output.
+// COMMAND is the name of the verb. Returns what the program ends with.
+int print_outcome(const std::string &command, const outcome &end, bool as_json);
