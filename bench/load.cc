@@ -1,7 +1,9 @@
 // Sends command 57 from several clients, each on one connection after another, in turns to the daemon, to the
-// bare server and to one that also logs, and prints how they compare.
+// bare server, to one that also logs and to one that also waits for both sockets with select, and prints how
+// they compare.
 //
-//   bench-load DAEMON-PORT DAEMON-SOCKET BARE-PORT BARE-SOCKET LOGGING-PORT LOGGING-SOCKET ROUNDS SECONDS
+//   bench-load DAEMON-PORT DAEMON-SOCKET BARE-PORT BARE-SOCKET LOGGING-PORT LOGGING-SOCKET
+//              SELECTING-PORT SELECTING-SOCKET ROUNDS SECONDS
 
 #include "base/fd.h"
 #include "protocol/commands.h"
@@ -87,7 +89,7 @@ result median(std::vector<result> results)
     return results[results.size() / 2];
 }
 
-// Measures the three servers in turns, so that other load on the machine affects all of them.
+// Measures the servers in turns, so that other load on the machine affects all of them.
 void compare(const char *name, const std::vector<target> &servers, size_t clients, int rounds, double seconds)
 {
     std::vector<std::vector<result>> results(servers.size());
@@ -98,9 +100,10 @@ void compare(const char *name, const std::vector<target> &servers, size_t client
     const result daemon = median(results[0]);
     const result bare = median(results[1]);
     const result logging = median(results[2]);
-    printf("| %s | %zu | %.0f | %.0f | %.0f %% | %.0f %% | %.0f / %.0f | %.0f / %.0f |\n", name, clients,
-           daemon.rate, bare.rate, 100 * daemon.rate / bare.rate, 100 * daemon.rate / logging.rate,
-           daemon.p50, daemon.p99, bare.p50, bare.p99);
+    const result selecting = median(results[3]);
+    printf("| %s | %zu | %.0f | %.0f | %.0f %% | %.0f %% | %.0f %% | %.0f / %.0f | %.0f / %.0f |\n", name,
+           clients, daemon.rate, bare.rate, 100 * daemon.rate / bare.rate, 100 * daemon.rate / logging.rate,
+           100 * daemon.rate / selecting.rate, daemon.p50, daemon.p99, bare.p50, bare.p99);
     fflush(stdout);
 }
 
@@ -126,7 +129,7 @@ target at_path(const char *path)
 
 int main(int argc, char **argv)
 {
-    constexpr int first_setting = 7;
+    constexpr int first_setting = 9;
     if (argc != first_setting + 2)
         return 2;
     std::vector<target> tcp;
@@ -139,9 +142,9 @@ int main(int argc, char **argv)
     const double seconds = atof(argv[first_setting + 1]);
 
     puts("| socket | clients | daemon, requests/s | bare, requests/s | daemon / bare | daemon / bare that "
-         "logs |"
+         "logs | daemon / bare that logs and selects |"
          " daemon p50 / p99, µs | bare p50 / p99, µs |");
-    puts("|---|---:|---:|---:|---:|---:|---:|---:|");
+    puts("|---|---:|---:|---:|---:|---:|---:|---:|---:|");
     for (const size_t clients : {1U, 8U, 64U}) {
         compare("UNIX", local, clients, rounds, seconds);
         compare("TCP", tcp, clients, rounds, seconds);

@@ -37,8 +37,10 @@ bench-log /dev/log &
 start_daemon
 bench-server 9420 /var/run/bench.sock &
 bench-server 9421 /var/run/bench-log.sock log &
+bench-server 9422 /var/run/bench-select.sock log select &
 wait_for test -S /var/run/bench.sock
 wait_for test -S /var/run/bench-log.sock
+wait_for test -S /var/run/bench-select.sock
 
 idle=$(kilobytes Rss)
 idle_private=$(kilobytes Private_Dirty)
@@ -50,7 +52,8 @@ busy=$(kilobytes Rss)
 kill "$idlers"
 
 printf '\n### Command 57\n\n'
-bench-load 9410 /var/run/qelcd.sock 9420 /var/run/bench.sock 9421 /var/run/bench-log.sock "$rounds" "$seconds"
+bench-load 9410 /var/run/qelcd.sock 9420 /var/run/bench.sock 9421 /var/run/bench-log.sock \
+    9422 /var/run/bench-select.sock "$rounds" "$seconds"
 
 printf '\n### The report document\n\n'
 bench-report

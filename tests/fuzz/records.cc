@@ -2,6 +2,7 @@
 // A mirror's record of a former version gets the fields that are new.
 #include "platform/linux/agent/apps.h"
 #include "platform/linux/agent/devices.h"
+#include "platform/linux/agent/restores.h"
 #include "platform/linux/agent/snapshots.h"
 #include "platform/linux/mirror/record.h"
 #include "tests/fuzz/fuzz.h"
@@ -54,6 +55,16 @@ bool stores_snapshot_again()
     return true;
 }
 
+bool stores_restore_again()
+{
+    const auto restores = load_restores();
+    require(restores.has_value(), "restores can be loaded");
+    if (restores->empty())
+        return false;
+    require(store_restore(restores->front()), "a restore can be stored");
+    return true;
+}
+
 bool stores_volume_again()
 {
     const auto volumes = load_volumes(bad_files::set_aside);
@@ -71,11 +82,10 @@ struct {
     const state_folder &folder;
     const char *kind;
     bool (*stores_again)();
-} const kinds[] = {{twinvault, "mirror", stores_mirror_again},
-                   {kavcdpagt, "application", stores_app_again},
-                   {kavcdpagt, "device", stores_device_again},
-                   {kavcdpagt, "snapshot", stores_snapshot_again},
-                   {volumes_folder, "volume", stores_volume_again}};
+} const kinds[] = {
+    {twinvault, "mirror", stores_mirror_again},      {kavcdpagt, "application", stores_app_again},
+    {kavcdpagt, "device", stores_device_again},      {kavcdpagt, "snapshot", stores_snapshot_again},
+    {volumes_folder, "volume", stores_volume_again}, {kavcdpagt, "restore", stores_restore_again}};
 
 std::string with_new_fields(const record_fields &fields, const std::string &text)
 {

@@ -140,6 +140,10 @@ echo "keep = last 1" >/etc/kavtessaron/embedded.conf
 qelc snapshots detach "$name" # as a start of the host does
 check "no rule takes away what it needs" qelc snapshots prune
 rm /etc/kavtessaron/embedded.conf
+check_within 30 "level, half restored" told_level disk
+half=$(qelc snapshot --disk "${guid[disk]}" | tail -n 1)
+check "a snapshot of that says so" said "taken before a restore of $name was finished" qelc snapshots
+check "and goes" qelc snapshots remove "$half"
 check "it goes on, without another snapshot" said "goes on" qelc snapshots restore "$name" --yes
 check "it is as it was" as_it_was disk
 check "no snapshot was added" test "$(count)" = 2

@@ -67,6 +67,24 @@ keeps() {
     check "and can be undone, whatever is left" ask "$1" undo "$2" "$name"
 }
 
+# fill KEEPER DEVICE: how full its store is, in whole percent.
+fill() {
+    local said
+    said=$(ask "$1" space "$2" x)
+    echo "${said%.*}"
+}
+
+# kept_in GIB: a thin snapshot of a volume of that size, most of which was never written.
+kept_in() {
+    local before
+    lvcreate --quiet --yes --thin --name "thin$1" --virtualsize "$1G" lab/pool
+    loop "/dev/lab/thin$1"
+    place=$(ask lvm probe "$loop" "2031-05-01T22-00-00Z-sd$1")
+    before=$(date +%s%3N)
+    check "a thin volume of $1 GiB" ask lvm mark "$loop" "2031-05-01T22-00-00Z-sd$1"
+    echo "kept after $(($(date +%s%3N) - before)) ms"
+}
+
 modprobe -a loop dm_snapshot dm_thin_pool xfs
 mkdir -p "$images" /mnt/reflink
 
@@ -85,6 +103,11 @@ for volume in thick thin; do
     loop "/dev/lab/$volume"
     keeps lvm "$loop"
 done
+full=$(fill lvm "$loop")
+head -c 20M /dev/urandom | dd of="$loop" seek=2 bs=1M iflag=fullblock conv=fsync status=none
+check "the pool fills, from $full %" test "$full" -lt "$(fill lvm "$loop")"
+kept_in 1
+kept_in 16
 place=lab/thick
 check "a volume of somebody else is not removed" none ask lvm remove "$loop" x
 
@@ -96,6 +119,7 @@ mount -o loop "$images/xfs" /mnt/reflink
 head -c 8M /dev/urandom >/mnt/reflink/mirror
 loop /mnt/reflink/mirror
 keeps reflink "$loop"
+check "the file system fills" test "$(fill reflink "$loop")" -gt 0 -a "$(fill reflink "$loop")" -lt 50
 check "nothing is left beside the file" test "$(ls /mnt/reflink)" = mirror
 
 truncate -s 8M "$images/plain" # not where files can be cloned

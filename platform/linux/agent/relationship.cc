@@ -11,6 +11,8 @@
 #include "platform/linux/state/text.h"
 #include "tw.h"
 
+#include <dlfcn.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -45,13 +47,30 @@ bool is_level(const tw_relationship &relationship)
            text_of(relationship.dest_link) == "Up";
 }
 
+using relationship_chain = std::unique_ptr<tw_relationship, deleter<tw_disk_stat_release>>;
+
+// Another library may take the place of tw_disk_stat while the embedded one is loaded, too.
+bool are_in_one_library(const void *one, const void *other)
+{
+    Dl_info first{}, second{};
+    return dladdr(one, &first) != 0 && dladdr(other, &second) != 0 && first.dli_fbase == second.dli_fbase;
+}
+
+relationship_chain relationships_now()
+{
+    const bool is_embedded =
+        tw_disk_stat_now && are_in_one_library(reinterpret_cast<const void *>(&tw_disk_stat_now),
+                                               reinterpret_cast<const void *>(&tw_disk_stat));
+    return relationship_chain((is_embedded ? tw_disk_stat_now : tw_disk_stat)(nullptr));
+}
+
 enum class outcome { level, behind, no_relationship };
 
 // Sets WHY to the mirror that is not level.
 outcome look(const std::vector<std::string> &guids, std::vector<marked_device> *mirrors, std::string *why)
 {
     errno = 0;
-    const std::unique_ptr<tw_relationship, deleter<tw_disk_stat_release>> chain(tw_disk_stat(nullptr));
+    const relationship_chain chain = relationships_now();
     if (!chain)
         throw_if_memory_ran_out();
     outcome result = outcome::level;
@@ -123,7 +142,7 @@ bool is_near(const tw_relationship &relationship)
 // False with the reason in WHY if freezing their disks would be of no use.
 bool find_disks(mirrors_to_hold *mirrors, std::string *why)
 {
-    const std::unique_ptr<tw_relationship, deleter<tw_disk_stat_release>> chain(tw_disk_stat(nullptr));
+    const relationship_chain chain = relationships_now();
     for (const std::string &guid : mirrors->guids) {
         const tw_relationship *found = find_mirror(chain.get(), guid);
         if (!found || !is_near(*found)) {

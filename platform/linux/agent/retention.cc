@@ -17,11 +17,6 @@ bool is_of_group(const snapshot &one)
     return !one.group.empty();
 }
 
-std::string whose(const snapshot &one)
-{
-    return is_of_group(one) ? one.group : one.members.empty() ? "" : one.members.front().source;
-}
-
 bool is_same_series(const snapshot &one, const snapshot &other)
 {
     return is_of_group(one) == is_of_group(other) && whose(one) == whose(other);

@@ -2,6 +2,7 @@
 
 #include "platform/linux/agent/journal.h"
 #include "platform/linux/agent/keepers.h"
+#include "platform/linux/agent/restores.h"
 #include "platform/linux/agent/snapshot_list.h"
 #include "platform/linux/devices/scsi_guid.h"
 #include "platform/linux/host/boundary.h"
@@ -51,6 +52,17 @@ std::string size_of(const std::string &disk)
 {
     const auto sectors = read_number("/sys/block/" + disk_name_of(disk) + "/size");
     return sectors ? std::to_string(*sectors * 512) : "";
+}
+
+// A snapshot of a disk that is half restored is not what one takes it for.
+std::string note_of_restores(const std::vector<marked_device> &mirrors)
+{
+    std::string note;
+    for (const restore_record &restore : load_restores().value_or(std::vector<restore_record>{})) {
+        if (std::ranges::find(mirrors, restore.disk, &marked_device::source) != mirrors.end())
+            note = "taken before a restore of " + restore.snapshot + " was finished";
+    }
+    return note;
 }
 
 // True for a mirror whose snapshots the storage system takes.
@@ -103,6 +115,7 @@ std::optional<snapshot_plan> plan_snapshot(const std::string &group,
 {
     snapshot_plan plan;
     plan.record.group = group;
+    plan.record.note = note_of_restores(mirrors);
     const std::string source = group.empty() ? disk_name_of(mirrors.front().source_path) : group;
     const auto keepers = list_keepers(why);
     if (!keepers || !take_name(source, &plan, why))

@@ -73,6 +73,11 @@ constexpr record_kind kept_snapshot = {kavcdpagt, "snapshot", is_snapshot};
 
 } // namespace
 
+std::string whose(const snapshot &one)
+{
+    return !one.group.empty() ? one.group : one.members.empty() ? "" : one.members.front().source;
+}
+
 bool store_snapshot(const snapshot &one)
 {
     return store_record(kept_snapshot, fields_of(one));

@@ -30,6 +30,9 @@ struct snapshot {
     bool operator==(const snapshot &) const = default;
 };
 
+// The name of its group, or the GUID of its disk; "" if it has no members.
+std::string whose(const snapshot &one);
+
 // False after a log line, with errno.
 bool store_snapshot(const snapshot &one);
 

@@ -184,20 +184,39 @@ std::string add_mirror(const mirror_record &record)
     return "";
 }
 
+using std::chrono::steady_clock;
+
+// Waits until the worker has proven a mirror level that is level from time to time.
+mirror_view view_until(mirror &one, steady_clock::time_point end)
+{
+    std::unique_lock held(one.lock);
+    const uint64_t levels = one.levels;
+    mirror_view view = view_of(one);
+    if (view.record.state == one.record.state)
+        return view;
+    one.changed.notify_all(); // a look at the disk is due
+    const bool is_hopeful = one.tracker && one.levels_in_vain != levels;
+    for (auto now = steady_clock::now(); is_hopeful && one.levels == levels && now < end;
+         now = steady_clock::now())
+        one.levelled.wait(held, std::chrono::ceil<std::chrono::milliseconds>(end - now));
+    if (one.levels == levels && is_hopeful && steady_clock::now() >= end)
+        one.levels_in_vain = levels;
+    return one.levels == levels ? view_of(one) : view_when_level(one);
+}
+
 } // namespace
 
-std::vector<mirror_view> list_mirrors()
+std::vector<mirror_view> list_mirrors(std::chrono::milliseconds limit)
 {
-    std::vector<mirror_view> views;
+    const auto end = steady_clock::now() + limit;
     engine &all = the_engine();
-    const std::lock_guard held(all.lock);
+    std::unique_lock held(all.lock);
     const role mine = take_role(all);
-    for (const auto &[src_guid, one] : all.mirrors) {
-        const std::lock_guard held_one(one->lock);
-        views.push_back(view_of(*one));
-        if (views.back().record.state != one->record.state)
-            one->changed.notify_all();
-    }
+    const mirror_map mirrors = all.mirrors;
+    held.unlock();
+    std::vector<mirror_view> views;
+    for (const auto &[src_guid, one] : mirrors)
+        views.push_back(view_until(*one, end));
     if (mine != role::reader)
         return views;
     const auto records = load_mirrors(bad_files::left_alone);
@@ -305,7 +324,6 @@ std::shared_ptr<mirror> find_by_dest(const std::string &dest_guid)
 
 unique_fd hold_at_level(const std::string &dest_guid, std::chrono::milliseconds limit, hold_manner manner)
 {
-    using steady_clock = std::chrono::steady_clock;
     const auto end = steady_clock::now() + limit;
     const auto one = find_by_dest(dest_guid);
     if (!one)

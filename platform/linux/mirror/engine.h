@@ -8,8 +8,11 @@
 
 #include <chrono>
 
-// All mirrors, sorted by source. Also empty, after a log line, if they cannot be read.
-std::vector<mirror_view> list_mirrors();
+// All mirrors, sorted by source. Also empty, after a log line, if they cannot be read. A mirror whose disk is
+// written to all the time is level now and then, for a moment: that one has been in the course of a call that
+// waits says that it is level. Such a call returns after LIMIT at the latest, and does not wait for a mirror
+// for which the one before waited in vain.
+std::vector<mirror_view> list_mirrors(std::chrono::milliseconds limit);
 
 // These return false after a log line; nothing has then changed.
 bool protect_disk(const std::string &src_guid, const std::string &dest_guid);

@@ -1,8 +1,10 @@
 // Holds a mirror at the very moment at which it is proven level. Levels of a disk under load last
 // milliseconds: whoever looks from outside mostly comes too late.
 //
-// A function of the embedded libtw beside those of tw.h, for the embedded agent.
+// Functions of the embedded libtw beside those of tw.h, for the embedded agent.
 #pragma once
+
+#include "tw.h"
 
 extern "C" {
 
@@ -17,4 +19,7 @@ enum hold_manner {
 // another process runs the mirrors; EBUSY: somebody waits already.
 __attribute__((weak, visibility("default"))) int tw_hold_at_level(const char *mirror_guid, int timeout_ms,
                                                                   hold_manner manner = hold_at_leisure);
+
+// tw_disk_stat, which waits for a mirror that is level from time to time; this does not.
+__attribute__((weak, visibility("default"))) struct tw_relationship *tw_disk_stat_now(const char *guid);
 }

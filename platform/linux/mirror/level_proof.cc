@@ -97,6 +97,8 @@ void level_proof::note_level(uint64_t source_sectors, uint64_t dest_sectors)
     record.dest_mark = {boot_id(), work_.ends.dest.disk->sequence, dest_sectors};
     work_.one.copied = record.size;
     work_.one.level_at = seconds_since_boot();
+    work_.one.levels++;
+    work_.one.levelled.notify_all();
     if (former.state != record.state && !is_hurried(work_))
         work_.one.is_unsaved = !save_mirror(record);
     else if (record != former)

@@ -23,9 +23,12 @@ struct mirror {
     unsigned orders = 0;         // counts resyncs and stops: a copy that began under another number must end
     bool leaving = false;        // the worker must end
     bool is_unsaved = false;     // the record's marks have moved since it was saved
-    uint64_t level_at = 0;       // in seconds_since_boot(): when it was found level last; 0: not yet
+    uint64_t levels = 0;         // how often it was proven level
+    uint64_t levels_in_vain = UINT64_MAX; // what that was when somebody waited for the next one in vain
+    uint64_t level_at = 0;                // in seconds_since_boot(): when it was found level last; 0: not yet
     std::shared_ptr<write_tracker> tracker; // null: not tracked; all but its sums belongs to the worker
     hold_request *waiting = nullptr; // of somebody who waits for the next level, and takes it away again
     monotonic_condition served;      // signalled when that has its hold
+    monotonic_condition levelled;    // signalled when it is proven level
     std::optional<pthread_t> worker;
 };

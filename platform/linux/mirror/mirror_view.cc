@@ -29,6 +29,11 @@ mirror_view view_of(const mirror &one)
     return seen(one.record, is_level, has_changed ? bytes_that_follow(one) : one.copied);
 }
 
+mirror_view view_when_level(const mirror &one)
+{
+    return seen(one.record, true, one.copied);
+}
+
 mirror_view view_of(const mirror_record &record)
 {
     return seen(record, has_level_marks(record), 0);

@@ -12,5 +12,8 @@ struct mirror_view {
 // holds the mirror's lock.
 mirror_view view_of(const mirror &one);
 
+// The same for a mirror that was proven level a moment ago.
+mirror_view view_when_level(const mirror &one);
+
 // The same for a mirror that another process runs, by its saved record.
 mirror_view view_of(const mirror_record &record);

@@ -58,12 +58,12 @@ tw_relationship *make_relationship(const mirror_view &view)
 using chain_holder = std::unique_ptr<tw_relationship, deleter<tw_disk_stat_release>>;
 
 // All of them or an exception: a chain that is too short would be taken for all that there is.
-chain_holder make_chain(const char *guid)
+chain_holder make_chain(const char *guid, std::chrono::milliseconds limit)
 {
     tw_relationship head{};
     tw_relationship *last = &head;
     chain_holder chain;
-    for (const mirror_view &view : list_mirrors()) {
+    for (const mirror_view &view : list_mirrors(limit)) {
         if (guid && view.record.src_guid != guid)
             continue;
         last->next = make_relationship(view);
@@ -102,8 +102,15 @@ int read_guid(const char *path, char *buffer, int size)
 
 EXPORTED tw_relationship *tw_disk_stat(const char *guid)
 {
+    constexpr std::chrono::seconds limit{2}; // a report may wait so long
     return result_of(__func__, static_cast<tw_relationship *>(nullptr),
-                     [&] { return make_chain(guid).release(); });
+                     [&] { return make_chain(guid, limit).release(); });
+}
+
+EXPORTED tw_relationship *tw_disk_stat_now(const char *guid)
+{
+    return result_of(__func__, static_cast<tw_relationship *>(nullptr),
+                     [&] { return make_chain(guid, {}).release(); });
 }
 
 EXPORTED void tw_disk_stat_release(tw_relationship *chain)

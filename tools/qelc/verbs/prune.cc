@@ -17,11 +17,6 @@ void print_json(const json_object &object)
     puts(object.dump(-1, ' ', false, json_object::error_handler_t::replace).c_str());
 }
 
-std::string whose(const snapshot &one)
-{
-    return !one.group.empty() ? one.group : one.members.empty() ? "-" : one.members.front().source;
-}
-
 int fail_unread()
 {
     return fail(exit_refused, "/var/lib/kavcdpagt", strerror(errno));

@@ -30,11 +30,6 @@ std::string keepers_of(const snapshot &one)
     return text;
 }
 
-std::string source_of(const snapshot &one)
-{
-    return !one.group.empty() ? one.group : one.members.empty() ? "-" : one.members.front().source;
-}
-
 json_object object_of(const listed_snapshot &one)
 {
     json_object members = json_object::array();
@@ -101,7 +96,7 @@ std::string kept_page(const std::vector<listed_snapshot> &all, const std::vector
     text_table rows = {{"Name", "Time", "Disk or group", "Keeper", "Size", "State", "Note"}};
     std::string lines;
     for (const listed_snapshot &one : all) {
-        rows.push_back({one.record.name, one.record.time, source_of(one.record), keepers_of(one.record),
+        rows.push_back({one.record.name, one.record.time, whose(one.record), keepers_of(one.record),
                         one.size ? size_text(*one.size) : "-", state_text(one), one.record.note});
         if (one.state == snapshot_state::unknown)
             lines += "  " + visible(one.record.name) + ": " + visible(one.why) + "\n";
