@@ -7,9 +7,9 @@ mount -t bpf bpf /sys/fs/bpf
 
 # have_xfs SIZE
 have_xfs() {
-    truncate -s "$1" /var/tmp/xfs
-    mkfs.xfs -q /var/tmp/xfs
-    attach_loop /var/tmp/xfs
+    truncate -s "$1" "$images/xfs.img"
+    mkfs.xfs -q "$images/xfs.img"
+    attach_loop "$images/xfs.img"
     mkdir "$images/xfs"
     mount "$attached" "$images/xfs"
 }
@@ -72,6 +72,10 @@ is_tidy() {
 
 time_kept() {
     local gib name before times
+    folder=$(mktemp -d /tmp/snapshots.XXXXXX) # on the machine's disk: all else of a private host is in memory
+    trap 'umount "$images/xfs"; kill -KILL "${loop_holders[@]}"; rm -rf "$folder"' EXIT
+    rmdir "$images"
+    ln -s "$folder" "$images"
     have_xfs 30G
     for gib in 1 4 16; do
         name=disk$gib
