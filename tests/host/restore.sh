@@ -23,11 +23,16 @@ said() {
     grep -F -- "$words" <<<"$text"
 }
 
-# make_files NAME: ext4 with a file on the first partition of that disk, vfat on the second one.
+# make_files NAME: ext4 with a file on the first partition of that disk, and on the second one of the larger disk XFS, which
+# is made that small for tests only.
 make_files() {
     echo "precious of $1" >/var/tmp/files/precious
     mkfs.ext4 -q -F -E offset=$((1 << 20)) -d /var/tmp/files "${device[$1]}" 8m
-    mkfs.vfat --offset $((9 << 11)) "${device[$1]}" 6000 >/dev/null
+    if [[ $1 == disk ]]; then
+        truncate -s 22M /var/tmp/small
+        QA_CHECK_FS=1 TEST_DIR=/ TEST_DEV=/ mkfs.xfs -q /var/tmp/small
+        dd if=/var/tmp/small of="${device[$1]}" bs=1M seek=9 status=none
+    fi
     sync "${device[$1]}"
 }
 
@@ -48,7 +53,7 @@ count() {
 }
 
 detached() {
-    ! qelc --json snapshots | grep '"state":"attached"' && ! losetup | grep "$images/xfs/.*qelcd-snapshots"
+    ! qelc --json snapshots | grep '"state":"attached"' && ! kept_devices | grep .
 }
 
 mkdir /var/tmp/files /run/{files,group}
@@ -77,7 +82,7 @@ name=$(qelc snapshot --disk "${guid[disk]}" | tail -n 1)
 
 step "one file back"
 check "several file systems are a question" refused 'partition 1 (ext4' qelc snapshots mount "$name" /run/files
-check "which names all" refused 'partition 2 (vfat' qelc snapshots mount "$name" /run/files
+check "which names all" refused 'partition 2 (xfs' qelc snapshots mount "$name" /run/files
 check "a folder that is not empty" refused "not empty" qelc snapshots mount "$name" /run
 check "nothing is left of that" detached
 check "mounted" qelc snapshots mount "$name" /run/files --partition 1
@@ -88,6 +93,10 @@ check "not unmounted under somebody" refused "/run/files: somebody uses it" qelc
 cd /
 check "unmounted" qelc snapshots umount "$name"
 check "and detached" detached
+check "the original of a file system is mounted" mount -o ro,loop,offset=$((9 << 20)) "${device[disk]}" /run/group
+check "and its snapshot beside it" qelc snapshots mount "$name" /run/files --partition 2
+check "unmounted" qelc snapshots umount "$name"
+check "the original stays" umount /run/group
 check "no partition that the kernel does not show" refused "no partition 7" qelc snapshots attach "$name" --partition 7
 check "and detached again" detached
 
@@ -121,6 +130,8 @@ check "restored" said "a snapshot of its present state was taken" qelc snapshots
 check "it is as it was" as_it_was disk
 check "detached" detached
 check "the spoilt state is there, too" test "$(count)" = 2
+spoilt=$(qelc --json snapshots | grep -o '"name":"[^"]*' | cut -d '"' -f 4 | grep -vFx "$name")
+check "what is no file system is not mounted" refused "crypto_LUKS" qelc snapshots mount "$spoilt" /run/files
 check_within 30 "the mirror follows" told_level disk
 check "and is equal" equal disk xfs/mirror
 check "to a larger disk" said "it has no mirror" qelc snapshots restore "$name" --yes --to "${device[large]}"
