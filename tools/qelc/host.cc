@@ -30,6 +30,8 @@ std::string hint_for(const std::string &error, exit_status status, bool is_local
         return "type it as root, or as somebody whom the rights of the socket let in";
     if (status == exit_usage)
         return "--host takes an address, and a port after a colon";
+    if (error.find("time-out: no answer") != std::string::npos)
+        return "it may still be at work: look at what is there, or wait longer with --timeout SECONDS";
     return is_local ? "is the daemon running? It is started with: qelcd"
                     : "does the daemon run there, on that port, and is no firewall between?";
 }
