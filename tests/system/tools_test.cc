@@ -106,6 +106,11 @@ TEST_F(tools, QelcPrintsStatusAndAnswerAndEndsWithWhatTheyMean)
         {"mirors", 2,
          "qelc: mirors: no such command; did you mean mirrors? (qelc --list names all commands, "
          "qelc --help all verbs)\n"},
+        {"help snapsot", 2,
+         "qelc: snapsot: no such command; did you mean snapshot? (qelc --list names all commands, "
+         "qelc --help all verbs)\n"},
+        {"group crate g", 2,
+         "qelc: group: a verb is required; did you mean group create? (--help lists them)\n"},
         {"57 >/dev/full", 1, "qelc: standard output: No space left on device\n"},
         {"mirrors >/dev/full", 1, "qelc: standard output: No space left on device\n"},
         {"--timeout 1 rescan_devices", 3, "qelc: /var/run/qelcd.sock: time-out: no answer within 1 s\n"},
@@ -239,7 +244,7 @@ TEST_F(mirror_tools, AVerbLooksBeforeItAsks)
          ""},
         {"unprotect sda1 /dev/sda1 none", 1,
          "sda1: it is not protected; sda1: it is named twice; none: there is no such disk", ""},
-        {"resync --yes sda3", 4, "sda3: it is not protected", "qelc mirrors"},
+        {"resync sda3 </dev/null", 4, "sda3: it is not protected", "qelc mirrors"},
         {"snapshot --group no", 4, "there is no group no", "qelc group list"},
         {"snapshot --group h", 1, "group h has no disks", "qelc group add h DISK"},
         {"snapshot --disk sda1", 4, "sda1 is not protected", ""},

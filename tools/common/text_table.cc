@@ -36,7 +36,8 @@ std::string align(text_table rows)
         std::string line = "  ";
         for (size_t i = 0; i < row.size(); ++i)
             line += row[i] + std::string(widths[i] + 2 - shown_width(row[i]), ' ');
-        text += cut_to_width(line.substr(0, line.find_last_not_of(' ') + 1), most) + "\n";
+        line = cut_to_width(line, most);
+        text += line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
     }
     return text;
 }

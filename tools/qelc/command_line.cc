@@ -146,6 +146,8 @@ std::vector<std::string> known_words()
     std::vector<std::string> words;
     for (const command_name &known : command_names)
         words.emplace_back(known.name);
+    for (const verb_kind &kind : verb_kinds())
+        words.emplace_back(kind.name);
     for (const std::span<const verb> family : verb_families()) {
         for (const verb &one : family)
             words.emplace_back(one.name);
@@ -173,7 +175,11 @@ std::string complaint_about(const CLI::App &app, const options &wanted, const st
                 : is_command      ? "to this command"
                                   : "here");
     if (last.get_require_subcommand_min() > 0 && last.get_subcommands().empty())
-        return "a verb is required (--help lists them)";
+        return "a verb is required" +
+               (wanted.command.empty()
+                    ? ""
+                    : did_you_mean(full_name_of(last) + " " + wanted.command, known_words())) +
+               " (--help lists them)";
     if (!failure.empty()) {
         const std::string repeated = repeated_option(last);
         return repeated.empty() ? failure : repeated + " is given more than once";
@@ -188,13 +194,15 @@ std::string complaint_about(const CLI::App &app, const options &wanted, const st
     return wanted.given_verb ? wanted.given_verb->complaint(wanted.for_verb) : "";
 }
 
-// "help VERB..." is "VERB... --help".
+// "help VERB..." is "VERB... --help", if there is such a verb.
 std::vector<std::string> with_help_last(int argc, const char *const *argv)
 {
     std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
     if (!words.empty() && words.front() == "help") {
         words.erase(words.begin());
-        words.emplace_back("--help");
+        const std::vector<std::string> known = known_words();
+        if (words.empty() || std::ranges::find(known, words.front()) != known.end())
+            words.emplace_back("--help");
     }
     std::ranges::reverse(words); // as the parser takes them
     return words;

@@ -23,6 +23,19 @@ namespace {
     throw verb_end{exit_no_answer, "the answer is not in the expected form", ""};
 }
 
+// When there was no answer.
+std::string hint_for(const std::string &error, exit_status status, bool is_local)
+{
+    if (error.ends_with(strerror(EACCES)))
+        return "type it as root, or as somebody whom the rights of the socket let in";
+    if (status == exit_usage)
+        return "--host takes an address, and a port after a colon";
+    if (error.find("time-out: no answer") != std::string::npos)
+        return "it may still be at work: look at what is there, or wait longer with --timeout SECONDS";
+    return is_local ? "is the daemon running? It is started with: qelcd"
+                    : "does the daemon run there, on that port, and is no firewall between?";
+}
+
 const char *text_of(const std::unique_ptr<request> &reply)
 {
     return reply->recv_xml ? reply->recv_xml.get() : "";
@@ -43,16 +56,11 @@ std::vector<std::string> databases_of(const xmlNode *client)
 
 std::unique_ptr<request> host::ask(uint32_t code, const optional_text &body) const
 {
-    verb_end end{exit_ok, "", ""};
-    std::unique_ptr<request> reply = try_ask(peer_, code, body, end.status, end.reason);
-    if (!reply) {
-        if (end.reason.ends_with(strerror(EACCES)))
-            end.hint = "type it as root, or as somebody whom the rights of the socket let in";
-        else if (end.status == exit_no_answer)
-            end.hint = is_local() ? "is the daemon running? It is started with: qelcd"
-                                  : "does the daemon run there, on that port, and is no firewall between?";
-        throw end;
-    }
+    exit_status status = exit_ok;
+    std::string error;
+    std::unique_ptr<request> reply = try_ask(peer_, code, body, status, error);
+    if (!reply)
+        throw verb_end{status, error, hint_for(error, status, is_local())};
     if (reply->recv_head.ret == status_not_adopted)
         end_not_adopted();
     return reply;

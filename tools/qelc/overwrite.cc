@@ -57,7 +57,7 @@ disk_contents contents_of(host &at, const std::string &guid)
 
 void confirm_overwriting(host &at, const std::vector<mirror_pair> &pairs, const verb_options &given)
 {
-    const bool asks = !given.yes && !given.dry_run;
+    const bool asks = !given.yes && !given.dry_run && !pairs.empty();
     if (asks && isatty(STDIN_FILENO) == 0)
         throw verb_end{exit_refused, "it overwrites disks, and there is no terminal to ask at",
                        "look with --dry-run; --yes does it without a question"};

@@ -113,8 +113,8 @@ void add_sources(CLI::App &app, verb_options &given)
 void add_mirrors_options(CLI::App &app, verb_options &given)
 {
     app.add_option("--watch", given.watch,
-                   "follow the running synchronisations to their end;\n"
-                   "asks the host again after SECONDS (2)")
+                   "show what is copied until nothing is any more; asks\n"
+                   "the host again after SECONDS (2)")
         ->option_text("[SECONDS]")
         ->expected(0, 1)
         ->default_str("2")

@@ -214,7 +214,7 @@ public:
     {
         at_rest_ = 0;
         if (std::chrono::steady_clock::now() - answered_ > patience)
-            throw why;
+            throw verb_end{why.status, why.reason, why.hint};
     }
 
     // Those that were copied and are no mirrors any more.
