@@ -5,7 +5,6 @@
 source "$(dirname "$0")/lab_test.sh"
 
 disk_guid=4d3c2b1a-0000-0000-0000-000000000000
-mirror_guid=4d3c2b1b-0000-0000-0000-000000000000
 iqn=iqn.2020-01.lab:first
 images=/var/tmp/images
 
@@ -33,7 +32,7 @@ is_limited() {
 }
 
 make_disk() {
-    modprobe scsi_debug dev_size_mb=40
+    modprobe scsi_debug dev_size_mb=41 # no multiple of an extent
     check_within 20 "a disk" compgen -G '/sys/bus/pseudo/drivers/scsi_debug/adapter0/host*/target*/*/block/*'
     disk=/dev/$(basename /sys/bus/pseudo/drivers/scsi_debug/adapter0/host*/target*/*/block/*)
     printf 'label: dos\nlabel-id: 0x%s\n2048,\n' "${disk_guid%%-*}" | sfdisk --quiet "$disk"
@@ -46,9 +45,8 @@ make_mirror() {
     mkdir -p "$images"
     truncate -s 200M "$images/pv"
     check "a volume group" vgcreate --quiet lab "$(losetup --find --show "$images/pv")"
-    check "a volume" lvcreate --quiet --yes --name mirror --size 40M lab
-    printf 'label: dos\nlabel-id: 0x%s\n' "${mirror_guid%%-*}" | sfdisk --quiet /dev/lab/mirror
-    losetup --find /dev/lab/mirror
+    check "a volume" qelc volume create --like "$disk" --in lab --name mirror
+    mirror_guid=$(qelc --json volumes | grep -o '"guid":"[^"]*' | cut -d '"' -f 4)
 }
 
 # As the package does it: the records are Debian's.

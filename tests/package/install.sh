@@ -52,7 +52,7 @@ boot() {
     local status=0
     echo "== boot: $1"
     echo "$1" >"$root/packages/phase"
-    rm -f "$root/packages/status"
+    rm -f "$root/packages/"{status,output}
     SYSTEMD_NSPAWN_API_VFS_WRITABLE=yes timeout 280 systemd-nspawn --quiet --keep-unit --register=no --machine=qelcd-test \
         --directory="$root" --private-network --capability=all --system-call-filter=bpf --bind=/dev/loop-control \
         --console=pipe --boot </dev/null >"$work/console" 2>&1 || true
@@ -63,12 +63,10 @@ boot() {
 
 make_system
 cp "$here/guest.sh" "$root/packages/guest.sh"
+mkdir -p "$root/etc/systemd/system/local-fs.target.wants"
 cp "$here"/*.service "$root/etc/systemd/system/"
 ln -s ../package-test.service "$root/etc/systemd/system/multi-user.target.wants/"
-ln -s ../bpffs.service "$root/etc/systemd/system/sysinit.target.wants/"
-for number in {0..63}; do # nodes of loop devices that nobody has
-    [[ -e /sys/block/loop$number/loop/backing_file ]] || echo "b /dev/loop$number 0600 root root - 7:$number"
-done >"$root/etc/tmpfiles.d/loop.conf"
+ln -s ../devices.service "$root/etc/systemd/system/local-fs.target.wants/"
 make_upgrade "$daemon"
 boot first
 end_devices # as a host that goes down takes them with it
