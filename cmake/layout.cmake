@@ -1,5 +1,6 @@
-# The build tree has the layout of an installation, so that the very same RUNPATH serves both:
+# The build tree has nearly the layout of an installation, so that the very same RUNPATH serves both:
 #   bin/qelcd, bin/qelc, bin/standin-manager     lib/qelcd/libtw.so.1 and its three sisters
+# An installation has qelcd in sbin, and calls the last one qelc-manager.
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
 set(QELCD_PLATFORM_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib/qelcd)
 

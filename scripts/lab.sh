@@ -7,7 +7,7 @@ checkout=$(dirname "$here")
 
 usage() {
     cat <<'END'
-usage: scripts/lab.sh [-h] [--timeout SECONDS] SCRIPT [ARGUMENT...]
+usage: scripts/lab.sh [-h] [--systemd] [--timeout SECONDS] SCRIPT [ARGUMENT...]
 
 Runs SCRIPT with bash, as root, in a QEMU guest, prints its output and ends with its exit status.
 
@@ -16,6 +16,7 @@ away; so this checkout is where it is outside, and so is the working folder. It 
 memory, and no network but the loopback interface. The kernel is fetched once, into
 ${XDG_CACHE_HOME:-~/.cache}/qelcd-lab.
 
+  --systemd          systemd and udev run in the guest, and SCRIPT as a service
   --timeout SECONDS  the guest is ended after so long, with exit status 124; 300 when not given
   -h, --help         show this help and exit
 
@@ -24,9 +25,14 @@ END
 }
 
 time_limit=300
+with_systemd=
 while [[ ${1-} == -* ]]; do
     case $1 in
         -h | --help) usage; exit 0 ;;
+        --systemd)
+            with_systemd=yes
+            shift
+            ;;
         --timeout)
             [[ ${2-} =~ ^[1-9][0-9]*$ ]] || { usage >&2; exit 2; }
             time_limit=$2
@@ -54,7 +60,7 @@ share=$(mktemp -d "${TMPDIR:-/tmp}/qelcd-lab.XXXXXX")
 trap 'rm -rf "$share"' EXIT
 folder=$PWD
 command=("$@")
-declare -p checkout kernel_folder folder command >"$share/settings"
+declare -p checkout kernel_folder folder command with_systemd >"$share/settings"
 make_first_folder "$here/lab/init" "$share/initramfs"
 
 # /dev/kvm proves nothing: on nested machines it opens and the guest then hangs. So the processor is always

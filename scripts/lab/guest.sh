@@ -28,14 +28,21 @@ hostname lab-guest
 echo '127.0.0.1 localhost lab-guest' >/etc/hosts
 ip link set lo up
 
+if [[ -n $with_systemd ]]; then
+    # What this machine would start by itself has no business here.
+    rm -rf /etc/systemd/system/*.wants
+    # It would look through all of this machine's /tmp, over a slow line.
+    ln -s /dev/null /etc/systemd/system/systemd-tmpfiles-setup.service
+    cat >/etc/systemd/system/lab.service <<'END'
+[Unit]
+Requires=basic.target
+After=basic.target
+[Service]
+Type=oneshot
+ExecStart=/bin/bash -c 'source /run/lab/settings && source "$$checkout/scripts/lab/run.sh"'
+END
+    mount --make-rshared / # as it is on every host that systemd has started
+    exec /lib/systemd/systemd --unit=lab.service --show-status=no --log-target=console
+fi
 busybox syslogd -O /var/log/messages
-
-status=0
-{ cd "$folder" && bash "${command[@]}"; } || status=$?
-echo "$status" >/run/lab/status
-sync
-# Waits until the last byte of output has left, for what the script left running may still hold the line open;
-# then writes to the port that ends QEMU at once.
-stty -F /dev/ttyS1 raw -echo
-exec >/dev/null 2>&1
-printf '\0' | dd of=/dev/port bs=1 seek=$((0xf4)) conv=notrunc
+source "$checkout/scripts/lab/run.sh"

@@ -64,7 +64,8 @@ std::string ask_client_guid(const host_options &wanted)
 
 int complain(const std::string &what, const std::string &why)
 {
-    fprintf(stderr, "standin-manager: %s: %s\n", visible(what).c_str(), visible(why).c_str());
+    fprintf(stderr, "%s: %s: %s\n", program_invocation_short_name, visible(what).c_str(),
+            visible(why).c_str());
     return EXIT_FAILURE;
 }
 

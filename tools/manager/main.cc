@@ -1,4 +1,4 @@
-// standin-manager: plays the manager's part towards a daemon, for demonstrations and tests.
+// standin-manager: plays the manager's part towards a daemon. It is installed as qelc-manager.
 
 #include "tools/manager/commands.h"
 #include "tools/manager/serve.h"

@@ -99,7 +99,7 @@ std::optional<int> parse_command_line(int argc, const char *const *argv, options
     CLI::App app{"Plays the manager's part towards a qelcd daemon: takes its heartbeats, prints a\n"
                  "line for each, and answers with the manager's record. With a subcommand, it\n"
                  "sends a command to a host instead.",
-                 "standin-manager"};
+                 program_invocation_short_name};
     app.set_help_flag("-h,--help", "print this help");
     app.require_subcommand(0, 1);
     add_serve_options(app, wanted.serve);
@@ -116,7 +116,7 @@ std::optional<int> parse_command_line(int argc, const char *const *argv, options
         return app.exit(help);
     } catch (const CLI::ParseError &error) {
         constexpr int exit_usage = 2;
-        fprintf(stderr, "standin-manager: %s\n", error.what());
+        fprintf(stderr, "%s: %s\n", program_invocation_short_name, error.what());
         return exit_usage;
     }
     wanted.task = scan->parsed()      ? manager_task::scan

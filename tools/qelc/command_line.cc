@@ -4,12 +4,16 @@
 #include "tools/qelc/help.h"
 #include "tools/qelc/nearest.h"
 #include "tools/qelc/outcome.h"
+#include "tools/qelc/verb_pages.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
 
 namespace {
+// For the build and the completions of the shells, not for people; verb_pages.h.
+constexpr std::string_view verb_page_option = "--verbs-for";
+
 // --- Declarations ------------------------------------------------------------------------------------
 
 CLI::Option *add_body(CLI::App &app, options &wanted)
@@ -224,12 +228,20 @@ std::optional<int> parse_command_line(int argc, const char *const *argv, options
                  "reached or does not answer, 4 no such thing, 5 not adopted, 6 partly done.",
                  "qelc"};
     app.formatter(help_format());
+    app.set_version_flag("--version", "qelc " QELCD_VERSION, "print the version");
     declare(app, wanted);
+    if (const auto page = argc == 3 && argv[1] == verb_page_option ? verb_page(app, argv[2]) : std::nullopt) {
+        fputs(page->c_str(), stdout);
+        return exit_ok;
+    }
     std::string failure;
     try {
         app.parse(with_help_last(argc, argv));
     } catch (const CLI::CallForHelp &) {
         fputs(app.help().c_str(), stdout);
+        return exit_ok;
+    } catch (const CLI::CallForVersion &version) {
+        puts(version.what());
         return exit_ok;
     } catch (const CLI::ParseError &error) {
         failure = error.what();

@@ -1,5 +1,6 @@
 #include "tools/qelc/subcommand_options.h"
 
+#include "config/config.h"
 #include "tools/common/exchange.h"
 #include "tools/qelc/points_in_time.h"
 
@@ -280,6 +281,38 @@ void add_old_volume(CLI::App &app, verb_options &given)
 void add_dry_run(CLI::App &app, verb_options &given)
 {
     app.add_flag("--dry-run", given.dry_run, "say what would be done, and change nothing");
+}
+
+void add_config_file(CLI::App &app, verb_options &given)
+{
+    app.add_option("FILE", given.config_file, "the file, if it is not the one that the daemon reads")
+        ->type_name("")
+        ->default_str(config_path)
+        ->check(check_not_empty);
+    given.config_file = config_path;
+}
+
+void add_new_config(CLI::App &app, verb_options &given)
+{
+    add_config_file(app, given);
+    const auto add_port = [&app](const char *name, uint16_t &port, uint16_t preset, const char *description) {
+        port = preset;
+        app.add_option(name, port, description)
+            ->type_name("PORT")
+            ->check(CLI::Range(1, 65535).description(""));
+        app.get_option(name)->capture_default_str();
+    };
+    add_port("--client-port", given.client_port, default_client_port, "where the daemon listens");
+    add_port("--server-port", given.server_port, default_server_port, "where its manager listens");
+}
+
+void add_patience(CLI::App &app, verb_options &given)
+{
+    given.seconds = 60;
+    app.add_option("--seconds", given.seconds, "how long to wait")
+        ->type_name("SECONDS")
+        ->check(check_seconds)
+        ->capture_default_str();
 }
 
 // --- Of commands -------------------------------------------------------------------------------------

@@ -42,6 +42,10 @@ struct verb_options {
     bool dry_run = false;
     bool no_create = false; // a group
     bool archive_log = false;
+    std::string config_file;
+    uint16_t client_port = 0;
+    uint16_t server_port = 0;
+    uint32_t seconds = 0; // to wait
 };
 
 // What was given to a command; each command takes some of it.
@@ -76,6 +80,9 @@ void add_instance(CLI::App &app, verb_options &given);
 void add_database_options(CLI::App &app, verb_options &given);
 void add_new_volume(CLI::App &app, verb_options &given);
 void add_old_volume(CLI::App &app, verb_options &given);
+void add_config_file(CLI::App &app, verb_options &given);
+void add_new_config(CLI::App &app, verb_options &given);
+void add_patience(CLI::App &app, verb_options &given);
 
 void add_manager_options(CLI::App &app, command_options &given);
 void add_pair_options(CLI::App &app, command_options &given);

@@ -20,7 +20,7 @@ std::span<const std::span<const verb>> verb_families()
 {
     static const std::span<const verb> families[] = {mirror_verbs(), snapshot_verbs(), kept_verbs(),
                                                      prune_verbs(),  group_verbs(),    database_verbs(),
-                                                     volume_verbs()};
+                                                     volume_verbs(), host_verbs()};
     return families;
 }
 

@@ -15,6 +15,7 @@ std::span<const verb> prune_verbs();
 std::span<const verb> group_verbs();
 std::span<const verb> database_verbs();
 std::span<const verb> volume_verbs();
+std::span<const verb> host_verbs();
 
 // The schedule that was given; both times are 0 if none was.
 snapshot_times times_of(const verb_options &given);

@@ -1,0 +1,17 @@
+#!/bin/bash
+# Builds the Debian packages and tests them: pages, completions, units, and the life of an installation in a
+# container. From a fresh Debian machine, as root: it installs what is missing.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+scripts/package.sh "$@"
+root=$(mktemp -d "${TMPDIR:-/tmp}/qelcd-root.XXXXXX")
+trap 'rm -rf "$root"' EXIT
+for package in build/package/qelc*.deb; do
+    [[ $package == *-dbgsym_* ]] || dpkg-deb -x "$package" "$root"
+done
+echo "== pages, completions, units"
+tests/package/pages.sh "$root"
+scripts/private-host tests/package/config.sh "$root/usr/bin"
+echo "== installation"
+tests/package/install.sh build/package

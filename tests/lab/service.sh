@@ -1,0 +1,113 @@
+#!/bin/bash
+# The daemon as a service, with the limits of its unit, on a host with udev, LVM and iSCSI: tracking, keepers, freezing and
+# channels work. service.sh BUILD-FOLDER, with scripts/lab.sh --systemd
+# shellcheck source=tests/lab/lab_test.sh
+source "$(dirname "$0")/lab_test.sh"
+
+disk_guid=4d3c2b1a-0000-0000-0000-000000000000
+iqn=iqn.2020-01.lab:first
+images=/var/tmp/images
+
+# The journal is this host's system log.
+eval "$(declare -f fail | sed '1s/fail/fail_as_always/')"
+fail() {
+    journalctl --no-pager -q -o cat -u qelcd | tail -n 60
+    qelc mirrors
+    fail_as_always "$@"
+}
+
+logged() {
+    journalctl --no-pager -q -o cat -t qelcd -t qelc | grep -F -- "$1"
+}
+
+mirror_is() {
+    qelc --json mirrors | tee /dev/stderr | grep -q "$disk_guid.*\"state\":\"$1\""
+}
+
+is_limited() {
+    local status
+    status=/proc/$(</run/qelcd.pid)/status
+    cat "$status"
+    grep -q '^Seccomp:.2' "$status" && grep -q '^NoNewPrivs:.1' "$status" && ! grep -q '^CapBnd:.*ffff' "$status"
+}
+
+make_disk() {
+    modprobe scsi_debug dev_size_mb=41 # no multiple of an extent
+    check_within 20 "a disk" compgen -G '/sys/bus/pseudo/drivers/scsi_debug/adapter0/host*/target*/*/block/*'
+    disk=/dev/$(basename /sys/bus/pseudo/drivers/scsi_debug/adapter0/host*/target*/*/block/*)
+    printf 'label: dos\nlabel-id: 0x%s\n2048,\n' "${disk_guid%%-*}" | sfdisk --quiet "$disk"
+    check_within 20 "with a partition" test -b "${disk}1"
+    mkfs.ext4 -q "${disk}1"
+    mount "${disk}1" /mnt
+}
+
+make_mirror() {
+    mkdir -p "$images"
+    truncate -s 200M "$images/pv"
+    check "a volume group" vgcreate --quiet lab "$(losetup --find --show "$images/pv")"
+    check "a volume" qelc volume create --like "$disk" --in lab --name mirror
+    mirror_guid=$(qelc --json volumes | grep -o '"guid":"[^"]*' | cut -d '"' -f 4)
+}
+
+# As the package does it: the records are Debian's.
+start_initiator() {
+    local records
+    mkdir -p /var/lib/iscsi /etc/iscsi/{ifaces,nodes}
+    for records in ifaces nodes; do
+        ln -s "/etc/iscsi/$records" "/var/lib/iscsi/$records"
+    done
+    echo "InitiatorName=$initiator_iqn" >/etc/iscsi/initiatorname.iscsi
+    printf '%s\n' 'iscsid.startup = /bin/systemctl start iscsid.service' 'node.startup = manual' >/etc/iscsi/iscsid.conf
+    systemctl start iscsid
+}
+
+write_all_the_time() {
+    while :; do
+        date >/mnt/file
+        sync /mnt/file
+    done
+}
+
+# The guard has a second to get ready, which may be too short for an emulated processor that others use, too.
+frozen_snapshot() {
+    qelc snapshot --disk "$disk_guid"
+    logged "on the disks of a mark were frozen for"
+}
+
+step "the service"
+cmake --install "$build" --prefix /usr >/dev/null
+rm -rf /var/lib/twinvault /var/lib/kavcdpagt /var/lib/qelcd-volumes
+sed -i 's/^#\(freeze\) = .*/\1 = yes/; s/^#\(freeze_after\) = .*/\1 = 0/' /usr/share/doc/qelcd/embedded.conf.sample
+mkdir -p /etc/kavtessaron
+cp /usr/share/doc/qelcd/embedded.conf.sample /etc/kavtessaron/embedded.conf
+check "a configuration" qelc init
+systemctl daemon-reload
+check "it starts" systemctl start qelcd
+check "and answers at once" qelc nop_command
+check "within its limits" is_limited
+
+step "a mirror in LVM"
+make_disk
+make_mirror
+check "a manager" qelc-manager adopt 127.0.0.1
+check "protection" qelc protect "$disk_guid=$mirror_guid"
+check "a first copy" qelc resync "$disk_guid"
+check_within 120 "level" mirror_is synchronised
+check "its writes are tracked" logged "Writes to disk $disk_guid are tracked in pages"
+write_all_the_time &
+writer=$!
+check_within 100 "a snapshot in a freeze" frozen_snapshot
+kill "$writer"
+check "is kept in LVM" eval 'qelc snapshots | grep -w lvm | grep -w ok'
+
+step "a channel"
+start_network 10.77.0.2
+start_target 1 10.77.0.2 "$iqn" 5d0f7c1e-93a4-4b62-8e17-c2a90b6d4f01
+start_initiator
+check "a login" qelc establish_channels --initiator-iqn "$initiator_iqn" --initiator-ip "$host_address" \
+    --target-iqn "$iqn" --target-ip 10.77.0.2
+check "a session" only_session_to "$iqn"
+check "its records are where Debian has them" compgen -G "/etc/iscsi/nodes/$iqn/*"
+check_within 20 "its disk" disk_with 5d0f7c1e-93a4-4b62-8e17-c2a90b6d4f01
+check "a rescan" qelc rescan_devices
+check "nothing was denied" none journalctl --no-pager -q -o cat -t qelcd --grep 'not permitted|Permission denied|Read-only file'

@@ -1,0 +1,74 @@
+#!/bin/bash
+# The packages on a host of their own, a container with systemd on a minimal Debian 12: installation, start,
+# mirror, snapshot, upgrade, a boot, removal. install.sh FOLDER-WITH-PACKAGES
+set -euo pipefail
+here=$(cd "$(dirname "$0")" && pwd -P)
+daemon=$(readlink -f "$1"/qelcd_*.deb)
+manager=$(readlink -f "$1"/qelc-manager_*.deb)
+((EUID == 0)) || { echo "Containers need root." >&2; exit 1; }
+cache=${XDG_CACHE_HOME:-$HOME/.cache}/qelcd-package
+work=$(mktemp -d /var/tmp/qelcd-install.XXXXXX)
+root=$work/root
+
+# Loop devices belong to the whole machine, and outlast the container.
+end_devices() {
+    losetup --noheadings --raw --output NAME,BACK-FILE | awk -v front="$root/" 'index($2, front) == 1 { print $1 }' |
+        xargs -r -n 1 losetup --detach
+}
+trap 'end_devices; rm -rf --one-file-system "$work"' EXIT
+
+# Debian as it comes, with the packages that those under test depend on already fetched: the container has no
+# network. It is kept for a day.
+make_system() {
+    local kept
+    find "$cache" -name 'system-*' -mmin +1440 -delete 2>/dev/null || true
+    kept=$cache/system-$(dpkg-deb -f "$daemon" Depends | md5sum | cut -c 1-8).tar
+    mkdir -p "$cache" "$root"
+    if [[ ! -e $kept ]]; then
+        echo "== fetching a minimal Debian 12"
+        mmdebstrap --quiet --variant=minbase --include=systemd-sysv,xfsprogs,fdisk,e2fsprogs --skip=cleanup/apt \
+            --customize-hook="copy-in $daemon $manager /var/tmp" \
+            --customize-hook='chroot "$1" sh -c "apt-get install -qq --download-only --no-install-recommends /var/tmp/*.deb"' \
+            bookworm "$kept.new.tar"
+        mv "$kept.new.tar" "$kept"
+    fi
+    tar -C "$root" -xf "$kept"
+    mkdir "$root/packages"
+    cp "$daemon" "$manager" "$root/packages"
+}
+
+# A later version: the same files under a higher number, as far as dpkg can see.
+make_upgrade() {
+    local package=$1 changed=$work/upgrade
+    dpkg-deb -R "$package" "$changed"
+    sed -i 's/^Version: .*/&+next/; s/(= \([^)]*\))/(= \1+next)/' "$changed/DEBIAN/control"
+    mkdir -p "$root/packages/next"
+    dpkg-deb --root-owner-group -b "$changed" "$root/packages/next/${package##*/}" >/dev/null
+    rm -r "$changed"
+}
+
+# boot PHASE: runs this phase of guest.sh in the booted container; ends with its status.
+boot() {
+    local status=0
+    echo "== boot: $1"
+    echo "$1" >"$root/packages/phase"
+    rm -f "$root/packages/"{status,output}
+    SYSTEMD_NSPAWN_API_VFS_WRITABLE=yes timeout 280 systemd-nspawn --quiet --keep-unit --register=no --machine=qelcd-test \
+        --directory="$root" --private-network --capability=all --system-call-filter=bpf --bind=/dev/loop-control \
+        --console=pipe --boot </dev/null >"$work/console" 2>&1 || true
+    cat "$root/packages/output"
+    status=$(<"$root/packages/status") || { tail -n 50 "$work/console"; status=1; }
+    return "$status"
+}
+
+make_system
+cp "$here/guest.sh" "$root/packages/guest.sh"
+mkdir -p "$root/etc/systemd/system/local-fs.target.wants"
+cp "$here"/*.service "$root/etc/systemd/system/"
+ln -s ../package-test.service "$root/etc/systemd/system/multi-user.target.wants/"
+ln -s ../devices.service "$root/etc/systemd/system/local-fs.target.wants/"
+make_upgrade "$daemon"
+boot first
+end_devices # as a host that goes down takes them with it
+boot second
+echo "install.sh: done in $SECONDS s"
