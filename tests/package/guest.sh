@@ -1,18 +1,24 @@
 #!/bin/bash
 # What happens on the host of the packages, in two boots. Run as root by its service manager.
 set -euo pipefail
-[[ $# != 0 ]] || trap 'echo "$?" >/packages/status' EXIT
+[[ $# != 0 ]] || trap 'finish "$?"' EXIT
 set -o errtrace
 trap 'fail "line $LINENO: $BASH_COMMAND"' ERR
 export DEBIAN_FRONTEND=noninteractive LC_ALL=C
 config=/etc/kavtessaron/qelcd.conf
+
+# Only here do the loop devices of this host have names by which they can be told from those of others. They outlast it.
+finish() {
+    losetup --noheadings --raw --output NAME,BACK-FILE | awk '$2 ~ "^/(disks|srv/mirrors)/" { print $1 }' >/packages/devices
+    echo "$1" >/packages/status
+}
 
 # --- Checks -----------------------------------------------------------------------------------------------
 
 fail() {
     trap - ERR
     printf 'FAILED: %s\n' "$*"
-    systemctl status --no-pager qelcd qelcd-volumes | tail -n 60
+    systemctl status --no-pager qelcd qelcd-volumes devices | tail -n 60
     journalctl --no-pager -q -o cat -u qelcd -u qelcd-volumes -t qelcd | tail -n 60
     qelc disks
     qelc mirrors

@@ -10,12 +10,19 @@ cache=${XDG_CACHE_HOME:-$HOME/.cache}/qelcd-package
 work=$(mktemp -d /var/tmp/qelcd-install.XXXXXX)
 root=$work/root
 
-# Loop devices belong to the whole machine, and outlast the container.
+trap 'rm -rf --one-file-system "$work"' EXIT
+
+# Loop devices belong to the whole machine, and outlast the container. Its last act is to list its own: those over files on
+# others must go first.
 end_devices() {
-    losetup --noheadings --raw --output NAME,BACK-FILE | awk -v front="$root/" 'index($2, front) == 1 { print $1 }' |
-        xargs -r -n 1 losetup --detach
+    local device again
+    for again in 1 2; do
+        while read -r device; do
+            losetup --detach "$device" 2>/dev/null || true
+        done <"$root/packages/devices"
+        sleep 0.2
+    done
 }
-trap 'end_devices; rm -rf --one-file-system "$work"' EXIT
 
 # Debian as it comes, with the packages that those under test depend on already fetched: the container has no
 # network. It is kept for a day.
@@ -56,6 +63,7 @@ boot() {
     SYSTEMD_NSPAWN_API_VFS_WRITABLE=yes timeout 280 systemd-nspawn --quiet --keep-unit --register=no --machine=qelcd-test \
         --directory="$root" --private-network --capability=all --system-call-filter=bpf --bind=/dev/loop-control \
         --console=pipe --boot </dev/null >"$work/console" 2>&1 || true
+    end_devices # as a host that goes down takes them with it
     cat "$root/packages/output"
     status=$(<"$root/packages/status") || { tail -n 50 "$work/console"; status=1; }
     return "$status"
@@ -69,6 +77,5 @@ ln -s ../package-test.service "$root/etc/systemd/system/multi-user.target.wants/
 ln -s ../devices.service "$root/etc/systemd/system/local-fs.target.wants/"
 make_upgrade "$daemon"
 boot first
-end_devices # as a host that goes down takes them with it
 boot second
 echo "install.sh: done in $SECONDS s"
