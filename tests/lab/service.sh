@@ -90,8 +90,8 @@ step "a mirror in LVM"
 make_disk
 make_mirror
 check "a manager" qelc-manager adopt 127.0.0.1
-check "protection" qelc protect "$disk_guid=$mirror_guid"
-check "a first copy" qelc resync "$disk_guid"
+check "protection" qelc protect --yes "$disk_guid=$mirror_guid"
+check "a first copy" qelc resync --yes "$disk_guid"
 check_within 120 "level" mirror_is synchronised
 check "its writes are tracked" logged "Writes to disk $disk_guid are tracked in pages"
 write_all_the_time &

@@ -149,8 +149,8 @@ make_mirror() {
     guid=$(qelc disks | awk -v name="${disk#/dev/}" '$1 == name { print $5 }')
     qelc volume create --like "$disk" --in /srv/mirrors >/packages/volume
     pair=$(sed -n 's/^qelc protect \([^ ]*\) .*/\1/p' /packages/volume)
-    check "protection" qelc protect "$pair" --start "2035-01-01 00:00" --every 3600
-    check "a first copy" qelc resync "$guid"
+    check "protection" qelc protect --yes "$pair" --start "2035-01-01 00:00" --every 3600
+    check "a first copy" qelc resync --yes "$guid"
     check_within 60 "a level mirror" mirror_is synchronised
     check "its writes are tracked" journal_has 'are tracked in pages'
     grep -o '<CDPSchedule>.*' "$config" >/packages/schedule || fail "no schedule"

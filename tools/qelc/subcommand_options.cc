@@ -29,6 +29,12 @@ std::string check_interval(const std::string &text)
     return parse_interval(text) ? "" : text + " is not an interval: " + interval_forms;
 }
 
+std::string check_partition(const std::string &text)
+{
+    const bool fits = !text.empty() && text.size() < 5 && text.find_first_not_of("0123456789") == text.npos;
+    return fits ? "" : text + " is not a number of a partition";
+}
+
 std::string check_not_empty(const std::string &text)
 {
     return text.empty() ? "must not be empty" : "";
@@ -174,7 +180,7 @@ void add_attach_options(CLI::App &app, verb_options &given)
     add_snapshot_name(app, given);
     app.add_option("--partition", given.partition, "only this partition of the disk")
         ->type_name("N")
-        ->check(CLI::PositiveNumber);
+        ->check(check_partition);
 }
 
 void add_mount_options(CLI::App &app, verb_options &given)
