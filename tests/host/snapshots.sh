@@ -10,7 +10,7 @@ source "$(dirname "$0")/kept_disks.sh"
 # state_is STATE: of the only snapshot.
 state_is() {
     local page
-    page=$(qelc snapshots --disk "${guid[disk]}")
+    page=$(qelc snapshots --disk "${device[disk]#/dev/}")
     echo "$page"
     [[ $(wc -l <<<"$page") == 2 && $page == *" $name "*" reflink "*" $1 "*"a note" ]]
 }

@@ -15,7 +15,7 @@ namespace {
 [[noreturn]] void end_not_adopted()
 {
     throw verb_end{exit_not_adopted, "No manager has adopted this host",
-                   "let the storage system's manager adopt it, or type: standin-manager adopt ADDR"};
+                   "let the storage system's manager adopt it, or type: qelc-manager adopt ADDR"};
 }
 
 [[noreturn]] void end_unreadable()

@@ -11,6 +11,7 @@
 #include "tools/qelc/views/volumes.h"
 #include "tools/snapshots/contents.h"
 #include "tools/snapshots/mounts.h"
+#include "tools/volumes/host_view.h"
 
 #include <unistd.h>
 
@@ -20,18 +21,27 @@
 #include <cstring>
 
 namespace {
-bool is_wanted(const snapshot &one, const verb_options &given)
+// The GUID of a disk that a person names. A disk that is not there any more has snapshots, too.
+std::string guid_meant(const std::string &name)
 {
-    if (!given.group.empty())
-        return one.group == given.group;
-    const auto is_disk = [&](const snapshot_member &member) { return member.source == given.disk; };
-    return given.disk.empty() || std::ranges::any_of(one.members, is_disk);
+    std::string why;
+    const auto disk = name.empty() ? std::nullopt : find_disk(name, &why);
+    return disk ? disk->guid : name;
+}
+
+bool is_wanted(const snapshot &one, const std::string &group, const std::string &disk)
+{
+    if (!group.empty())
+        return one.group == group;
+    return disk.empty() ||
+           std::ranges::find(one.members, disk, &snapshot_member::source) != one.members.end();
 }
 
 int list_all(const verb_options &given, bool as_json)
 {
-    const auto all = list_snapshots(
-        {.is_wanted = [&](const snapshot &one) { return is_wanted(one, given); }, .with_sizes = true});
+    const std::string disk = guid_meant(given.disk);
+    const auto is_of_these = [&](const snapshot &one) { return is_wanted(one, given.group, disk); };
+    const auto all = list_snapshots({.is_wanted = is_of_these, .with_sizes = true});
     if (!all)
         return fail(exit_refused, "/var/lib/kavcdpagt", strerror(errno));
     const auto restores = restores_to_show();
