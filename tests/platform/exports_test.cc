@@ -8,7 +8,8 @@ TEST(PlatformLibraries, ExportTheirFunctionsAndNothingElse)
 {
     const std::pair<const char *, const char *> libraries[] = {
         {KAVDISK_FILE, "get_part_type kavdisk_free_devs kavdisk_get_devs kavdisk_rescan_dev "},
-        {TW_FILE, "tw_disk_protect tw_disk_resync tw_disk_stat tw_disk_stat_release tw_disk_stop_sync "
+        {TW_FILE, "tw_disk_protect tw_disk_resync tw_disk_stat tw_disk_stat_now tw_disk_stat_release "
+                  "tw_disk_stop_sync "
                   "tw_disk_unprotect tw_hold_at_level tw_scsi_get_guid "},
         {KAVDEV_FILE, "kav_device_probe_all "},
         {KAVAGT_FILE, "Kav_connect_db_flush_cfg Kav_delete_app Kav_delete_dev Kav_list_app Kav_list_dev "
