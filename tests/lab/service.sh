@@ -78,8 +78,26 @@ check "protection" qelc protect --yes "$disk_guid=$mirror_guid"
 check "a first copy" qelc resync --yes "$disk_guid"
 check_within 120 "level" mirror_is synchronised
 check "its writes are tracked" logged "Writes to disk $disk_guid are tracked in pages"
+echo precious >/mnt/file
+umount /mnt
+check_within 30 "level again" mirror_is synchronised
 check "a snapshot" qelc snapshot --disk "$disk_guid"
 check "is kept in LVM" eval 'qelc snapshots | grep -w lvm | grep -w ok'
+
+step "a snapshot comes back"
+name=$(qelc --json snapshots | grep -o '"name":"[^"]*' | tail -n 1 | cut -d '"' -f 4)
+mkdir /run/old
+check "mounted beside its original" qelc snapshots mount "$name" /run/old
+check "with the file" grep precious /run/old/file
+check "unmounted" qelc snapshots umount "$name"
+mount "${disk}1" /mnt
+check "not over what is mounted" none qelc snapshots restore "$name" --yes --no-snapshot
+umount /mnt
+head -c 4M /dev/urandom | dd of="${disk}1" bs=1M oflag=direct status=none
+check "restored" qelc snapshots restore "$name" --yes --no-snapshot
+check "the kernel sees its partition" test -b "${disk}1"
+check "it is as it was, and clean" e2fsck -fn "${disk}1"
+check_within 60 "its mirror follows" mirror_is synchronised
 
 step "a channel"
 start_network 10.77.0.2
