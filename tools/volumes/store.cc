@@ -113,15 +113,22 @@ std::string prepare_lvm(const volume_record &volume)
     return is_done ? "" : because(store_path(volume));
 }
 
+// Null if it is there, with its FACTS. Else what is wrong: IF_MISSING, or that LVM does not tell.
+std::optional<std::string> look_at_lvm(const volume_record &volume, lvm_volume *facts,
+                                       const std::string &if_missing)
+{
+    std::string why;
+    const lvm_found found = find_lvm(volume.place, facts, &why);
+    if (found == lvm_found::failed)
+        return volume.place + ": " + why;
+    return found == lvm_found::missing ? std::optional(if_missing) : std::nullopt;
+}
+
 std::string remove_lvm_store(const volume_record &volume)
 {
     lvm_volume facts;
-    std::string why;
-    const lvm_found found = find_lvm(volume.place, &facts, &why);
-    if (found == lvm_found::failed)
-        return volume.place + ": " + why;
-    if (found == lvm_found::missing)
-        return "";
+    if (const auto wrong = look_at_lvm(volume, &facts, ""))
+        return *wrong;
     if (!has_tag(facts, tag_of(volume)))
         return left_alone(volume, "the tag " + tag_of(volume));
     return remove_lvm(volume.place);
@@ -146,12 +153,8 @@ std::string make_lvm_store(const volume_record &volume, const std::string &pool)
 std::string lvm_fault(const volume_record &volume)
 {
     lvm_volume facts;
-    std::string why;
-    const lvm_found found = find_lvm(volume.place, &facts, &why);
-    if (found == lvm_found::failed)
-        return volume.place + ": " + why;
-    if (found == lvm_found::missing)
-        return volume.place + " is not there";
+    if (const auto wrong = look_at_lvm(volume, &facts, volume.place + " is not there"))
+        return *wrong;
     if (!facts.is_active)
         return volume.place + " is not active (lvchange --activate y " + volume.place + ")";
     if (facts.is_pool_full)
