@@ -22,14 +22,20 @@ new_snapshots::new_snapshots(bool is_wanted)
         former_.insert(one.name);
 }
 
-outcome new_snapshots::name_and_note(const snapshot_source &source, const std::string &note,
-                                     verb_item of_source) const
+std::string new_snapshots::find(const snapshot_source &source) const
 {
     std::string name;
     for (const snapshot &one : load_snapshots().value_or(std::vector<snapshot>{})) {
         if (one.is_complete && !former_.contains(one.name) && is_of(one, source))
             name = one.name;
     }
+    return name;
+}
+
+outcome new_snapshots::name_and_note(const snapshot_source &source, const std::string &note,
+                                     verb_item of_source) const
+{
+    const std::string name = find(source);
     of_source.text = "a snapshot was taken; no keeper of this host has it";
     std::vector<verb_item> items = {name.empty() ? of_source : verb_item{"snapshot", name}};
     std::string why = "there is no record that could have a note";

@@ -12,6 +12,9 @@ public:
     // Looks which ones there are before the command, if it IS_WANTED.
     explicit new_snapshots(bool is_wanted);
 
+    // The name of the one that the command has taken of SOURCE; "" if no keeper of this host keeps it.
+    std::string find(const snapshot_source &source) const;
+
     // Gives the one that the command has taken of SOURCE the note, unless that is "". Returns an item with
     // its name, or SOURCE's, if no keeper of this host keeps it.
     outcome name_and_note(const snapshot_source &source, const std::string &note, verb_item of_source) const;

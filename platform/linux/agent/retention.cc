@@ -151,7 +151,7 @@ uint64_t fill_of(const snapshot &one, const snapshot_member &member, const uniqu
     return answer.is_done ? parse_number(whole).value_or(0) : 0;
 }
 
-// The place of the first member whose store is too full; null if there is none.
+// The first member whose store is too full, and how full it is; null if there is none.
 const snapshot_member *find_full(const snapshot &one, const unique_fd &lock, uint64_t limit, uint64_t *fill)
 {
     for (const snapshot_member &member : one.members) {

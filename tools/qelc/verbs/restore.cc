@@ -6,6 +6,7 @@
 #include "tools/common/visible.h"
 #include "tools/qelc/ask.h"
 #include "tools/qelc/bodies/snapshot.h"
+#include "tools/qelc/new_snapshots.h"
 #include "tools/qelc/views/restore.h"
 #include "tools/qelc/views/volumes.h"
 
@@ -15,7 +16,6 @@
 #include <chrono>
 #include <csignal>
 #include <iostream>
-#include <set>
 #include <thread>
 
 namespace {
@@ -68,27 +68,6 @@ bool is_confirmed(const snapshot &of, const std::vector<restore_target> &targets
 
 // --- The snapshot of the present state -------------------------------------------------------------------
 
-std::set<std::string> snapshot_names()
-{
-    std::set<std::string> names;
-    for (const snapshot &one : load_snapshots().value_or(std::vector<snapshot>{})) {
-        if (one.is_complete)
-            names.insert(one.name);
-    }
-    return names;
-}
-
-// The new one of that disk; "" if there is none.
-std::string new_snapshot(const std::set<std::string> &former, const std::string &guid)
-{
-    const auto is_of_disk = [&](const snapshot_member &member) { return member.source == guid; };
-    for (const snapshot &one : load_snapshots().value_or(std::vector<snapshot>{})) {
-        if (one.is_complete && !former.contains(one.name) && std::ranges::any_of(one.members, is_of_disk))
-            return one.name;
-    }
-    return "";
-}
-
 // The storage system keeps those of its own volumes.
 bool is_on_storage_system(const std::string &mirror)
 {
@@ -123,11 +102,11 @@ std::string ask_for_snapshot(const std::string &guid)
 bool take_snapshot(const restore_target &target, const std::string &restored, std::string *why)
 {
     const std::string &guid = target.disk.guid;
-    const std::set<std::string> former = snapshot_names();
+    const new_snapshots taken(true);
     *why = ask_for_snapshot(guid);
     if (!why->empty())
         return false;
-    const std::string name = new_snapshot(former, guid);
+    const std::string name = taken.find({false, guid});
     if (name.empty() && !is_on_storage_system(target.mirror)) {
         *why = "the daemon has noted one in the journal, but nothing keeps it";
         return false;
