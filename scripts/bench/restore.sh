@@ -33,9 +33,11 @@ prepare() {
     check_within 120 "level" told_level disk
 }
 
-# seconds_of COMMAND...: what it reads comes from the disk below the loop devices.
+# seconds_of COMMAND...: what it reads comes from the disk below the loop devices. A disk of a virtual machine may be slower
+# just after much has been read from it, so each run begins after a rest.
 seconds_of() {
     local start
+    sleep 4
     dd if="$clone" of=/dev/null iflag=nocache count=0 status=none
     start=$(date +%s%N)
     "$@" >/dev/null 2>&1

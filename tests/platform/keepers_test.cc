@@ -156,8 +156,7 @@ TEST_F(Keepers, ListAttachAndRemoveWhatIsThere)
     EXPECT_EQ(list_snapshots({.with_sizes = true}).value().at(0).size, 10U);
     EXPECT_EQ(only().state, snapshot_state::ok);
     std::string why;
-    std::vector<std::string> devices;
-    EXPECT_FALSE(attach_snapshot(name, &devices, &why));
+    EXPECT_FALSE(attach_snapshot(name, &why));
     EXPECT_EQ(why, "keeper lvm, attach: it names no block device");
     write_file("/run/attached", "");
     EXPECT_EQ(only().state, snapshot_state::attached);

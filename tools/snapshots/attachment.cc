@@ -1,6 +1,5 @@
 #include "tools/snapshots/attachment.h"
 
-#include "platform/linux/agent/snapshot_acts.h"
 #include "tools/volumes/host_view.h"
 
 #include <chrono>
@@ -10,19 +9,6 @@ namespace {
 constexpr std::chrono::seconds detach_limit{5};
 constexpr std::chrono::milliseconds detach_pause{100};
 } // namespace
-
-std::optional<attached_snapshot> attach_if_needed(const std::string &name, std::string *why)
-{
-    auto found = look_at_snapshot(name, why);
-    if (!found)
-        return std::nullopt;
-    attached_snapshot one;
-    one.was_attached = found->state == snapshot_state::attached;
-    one.record = std::move(found->record);
-    if (!attach_snapshot(name, &one.devices, why))
-        return std::nullopt;
-    return one;
-}
 
 bool detach_patiently(const std::string &name, std::string *why)
 {

@@ -1,6 +1,7 @@
 #include "tools/snapshots/mounts.h"
 
 #include "platform/linux/agent/limited_run.h"
+#include "platform/linux/agent/snapshot_list.h"
 #include "platform/linux/host/mountinfo.h"
 #include "platform/linux/host/sysfs.h"
 #include "tools/snapshots/contents.h"
@@ -198,7 +199,7 @@ std::optional<std::vector<std::string>> mount_snapshot(const mount_wish &wish, c
         say(wish.folder + ": " + why);
         return std::nullopt;
     }
-    const auto one = attach_if_needed(wish.name, &why);
+    const auto one = attach_snapshot(wish.name, &why);
     const auto all = one ? plan(*one, resolved, &why) : std::nullopt;
     if (!all || !mount_all(*all, &why)) {
         say(wish.name + ": " + why);
@@ -223,7 +224,7 @@ bool unmount_snapshot(const std::string &name, const line_taker &say)
         return false;
     }
     // All of them are attached, and this only asks for their devices.
-    const auto one = attach_if_needed(name, &why);
+    const auto one = attach_snapshot(name, &why);
     for (size_t i = 0; one && i < one->devices.size(); i++) {
         if (!unmount_member(one->record, one->record.members[i], one->devices[i], say))
             return false;

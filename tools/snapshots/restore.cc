@@ -274,7 +274,7 @@ bool run(running_restore running, const restore_wish &wish, const restore_partne
 bool restore_snapshot(const restore_wish &wish, const restore_partner &partner)
 {
     std::string why;
-    auto one = attach_if_needed(wish.name, &why);
+    auto one = attach_snapshot(wish.name, &why);
     if (!one) {
         partner.say(wish.name + ": " + why);
         return false;

@@ -86,28 +86,28 @@ bool give_up(snapshot *record, std::string *why)
 
 } // namespace
 
-bool attach_snapshot(const std::string &name, std::vector<std::string> *devices, std::string *why)
+std::optional<attached_snapshot> attach_snapshot(const std::string &name, std::string *why)
 {
     const auto one = take_snapshot(name, why);
     if (!one)
-        return false;
-    const snapshot &record = one->found.record;
+        return std::nullopt;
     const snapshot_state state = one->found.state;
     if (state != snapshot_state::ok && state != snapshot_state::attached) {
         *why = state == snapshot_state::gone      ? "its data is gone"
                : state == snapshot_state::unknown ? one->found.why
                                                   : "it was not finished";
-        return false;
+        return std::nullopt;
     }
-    for (const snapshot_member &member : record.members) {
-        devices->emplace_back();
-        if (!attach_member(*one, member, &devices->back(), why)) {
-            if (state == snapshot_state::ok)
-                detach_members(*one, devices->size());
-            return false;
+    attached_snapshot attached{one->found.record, {}, state == snapshot_state::attached};
+    for (const snapshot_member &member : attached.record.members) {
+        attached.devices.emplace_back();
+        if (!attach_member(*one, member, &attached.devices.back(), why)) {
+            if (!attached.was_attached)
+                detach_members(*one, attached.devices.size());
+            return std::nullopt;
         }
     }
-    return true;
+    return attached;
 }
 
 bool detach_snapshot(const std::string &name, std::string *why)

@@ -2,12 +2,21 @@
 // itself does none of it.
 #pragma once
 
+#include "platform/linux/agent/snapshots.h"
+
+#include <optional>
 #include <string>
 #include <vector>
 
+struct attached_snapshot {
+    snapshot record;
+    std::vector<std::string> devices; // paths, in the order of its members
+    bool was_attached = false;        // before
+};
+
 // Makes a read-only block device of each member; of one that is attached, it gives the device. All members or
-// none. False with the reason in WHY.
-bool attach_snapshot(const std::string &name, std::vector<std::string> *devices, std::string *why);
+// none: null with the reason in WHY, and nothing is attached then that was not before.
+std::optional<attached_snapshot> attach_snapshot(const std::string &name, std::string *why);
 
 // True if it was not attached. False with the reason in WHY.
 bool detach_snapshot(const std::string &name, std::string *why);

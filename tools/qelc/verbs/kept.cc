@@ -83,7 +83,7 @@ int attach(const verb_options &given, bool /*as_json*/)
 {
     const std::string &name = given.snapshots.front();
     std::string why;
-    const auto one = attach_if_needed(name, &why);
+    const auto one = attach_snapshot(name, &why);
     if (!one)
         return fail(exit_refused, name, why);
     if (!given.partition)
