@@ -12,9 +12,9 @@ namespace {
 using namespace std::chrono_literals;
 using steady_clock = std::chrono::steady_clock;
 
-constexpr auto turn_time = 1s;       // until the disks are looked at again
+constexpr auto turn_time = 1500ms;   // until the disks are looked at again
 constexpr auto shortest_look = 4ms;  // at the sums of a disk that was written to a moment ago
-constexpr auto longest_look = 150ms; // at those of an idle one
+constexpr auto longest_look = 180ms; // at those of an idle one
 constexpr auto pause_in_doubt = 2ms; // until the books are looked at again
 constexpr auto hold_pause = 20ms;    // while a snapshot of the mirror is taken
 
