@@ -93,6 +93,7 @@ TEST_F(health, ADaemonThatDoesNotAnswerIsTold)
     EXPECT_EQ(status(), "2 CRITICAL  private-host: qelcd does not run "
                         "(/etc/kavtessaron/qelcd.conf: there is no ClientPort; write "
                         "<ClientPort>N</ClientPort>, N from 1 to 65535)");
+    EXPECT_NE(run("$BIN/qelc metrics").second.find("\nqelcd_up 0\n"), std::string::npos);
     write_config();
     daemon.start();
     log.tolerate("*");
@@ -117,4 +118,26 @@ TEST_F(health, SnapshotsAreJudgedByTheJournal)
     EXPECT_NE(page.second.find(", failed since yesterday: 1 of 2 disks and groups\n"), std::string::npos)
         << page.second;
     expect_valid(answers);
+}
+
+TEST_F(health, MetricsAreThoseOfTheHost)
+{
+    world.relationships({mirror(1, "Sync On", 45), mirror(3, "Recovery On", 99)});
+    start("", schedule_element(1, past, far_future, 3600));
+    note_mark(an_hour, "disk M1 ok");
+    note_mark(60, "disk M1 failed: a \"reason\"");
+    tell_level(3, 100);
+    const std::string page = run("$BIN/qelc metrics").second;
+    for (const char *line :
+         {"qelcd_up 1", "qelcd_adopted 1", "qelcd_config_usable 1",
+          R"(qelcd_mirror_state{disk="sda1",guid="L1",mirror="M1",state="synchronising"} 1)",
+          R"(qelcd_mirror_state{disk="sda1",guid="L1",mirror="M1",state="mirror_down"} 0)",
+          R"(qelcd_mirror_done_ratio{disk="sda1",guid="L1",mirror="M1"} 0.45)",
+          R"(qelcd_mirror_behind_bytes{disk="sda3",guid="L3",mirror="M3"} 36864)",
+          R"(qelcd_snapshot_failures_total{disk="sda1"} 1)", R"(qelcd_snapshot_last_failed{disk="sda1"} 1)",
+          R"(qelcd_snapshot_interval_seconds{disk="sda1"} 3600)"})
+        EXPECT_NE(page.find(std::string("\n") + line + "\n"), std::string::npos) << line << page;
+    if (output_of("command -v promtool").empty())
+        GTEST_SKIP() << "promtool is not installed (Debian package prometheus)";
+    EXPECT_EQ(run("$BIN/qelc metrics | promtool check metrics"), (outcome{0, ""}));
 }
