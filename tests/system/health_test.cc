@@ -141,3 +141,30 @@ TEST_F(health, MetricsAreThoseOfTheHost)
         GTEST_SKIP() << "promtool is not installed (Debian package prometheus)";
     EXPECT_EQ(run("$BIN/qelc metrics | promtool check metrics"), (outcome{0, ""}));
 }
+
+TEST_F(health, EachChangeIsALine)
+{
+    world.relationships({mirror(1, "Sync On", 10), mirror(2, "Sync Finished", 100)});
+    start();
+    output_of("$BIN/qelc events >/var/tmp/events &");
+    const auto comes = [](const std::string &piece) {
+        return eventually([&] { return read_file("/var/tmp/events").find(piece) != std::string::npos; }, 30s);
+    };
+    EXPECT_TRUE(comes(R"("event":"begin","host":"private-host","daemon":"up","adopted":true)"));
+    world.relationships({mirror(1, "Sync On", 10, "Down"), mirror(3, "UnSync", 0)});
+    EXPECT_TRUE(
+        comes(R"("event":"mirror","name":"sda1","guid":"L1","now":"mirror down","was":"synchronising"})"));
+    EXPECT_TRUE(comes(R"("name":"sda3","guid":"L3","now":"not synchronised"})"));
+    EXPECT_TRUE(comes(R"("name":"sda2","guid":"L2","now":"no longer a mirror","was":"synchronised"})"));
+    note_mark(0, "disk M1 ok name-1");
+    EXPECT_TRUE(comes(R"("event":"snapshot","name":"sda1","snapshot":"name-1","now":"taken"})"));
+    kill(qelcd::worker(), SIGKILL);
+    EXPECT_TRUE(comes(R"("event":"daemon","now":"restarted","was":"up"})"));
+    qelcd::stop();
+    EXPECT_TRUE(comes(R"("event":"daemon","now":"down","was":"up","reason":)"));
+    log.tolerate("*");
+    write_config();
+    daemon.start();
+    EXPECT_TRUE(comes(R"("event":"daemon","now":"up","was":"down"})"));
+    EXPECT_TRUE(comes(R"("event":"adoption","name":"127.0.0.1","now":"released","was":"adopted"})"));
+}

@@ -18,6 +18,7 @@ std::span<const verb> volume_verbs();
 std::span<const verb> host_verbs();
 std::span<const verb> status_verbs();
 std::span<const verb> metrics_verbs();
+std::span<const verb> events_verbs();
 
 // Of who looks at a host: one whose daemon does not answer in this time is not well. In seconds.
 constexpr unsigned look_patience = 10;
