@@ -17,6 +17,7 @@ std::span<const verb> database_verbs();
 std::span<const verb> volume_verbs();
 std::span<const verb> host_verbs();
 std::span<const verb> status_verbs();
+std::span<const verb> top_verbs();
 std::span<const verb> metrics_verbs();
 std::span<const verb> events_verbs();
 
