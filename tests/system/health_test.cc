@@ -158,6 +158,10 @@ TEST_F(health, EachChangeIsALine)
     EXPECT_TRUE(comes(R"("name":"sda2","guid":"L2","now":"no longer a mirror","was":"synchronised"})"));
     note_mark(0, "disk M1 ok name-1");
     EXPECT_TRUE(comes(R"("event":"snapshot","name":"sda1","snapshot":"name-1","now":"taken"})"));
+    std::filesystem::rename("/var/lib/kavcdpagt/journal", "/var/lib/kavcdpagt/journal.1");
+    note_mark(0, "group g M1,M2 failed: no room");
+    EXPECT_TRUE(comes(R"("event":"snapshot","name":"group g","now":"failed","reason":"no room"})"));
+    EXPECT_EQ(output_of("grep -c name-1 /var/tmp/events"), "1\n");
     kill(qelcd::worker(), SIGKILL);
     EXPECT_TRUE(comes(R"("event":"daemon","now":"restarted","was":"up"})"));
     qelcd::stop();

@@ -2,7 +2,6 @@
 
 #include "client/inventory_records.h"
 #include "tools/common/human_text.h"
-#include "tools/qelc/host.h"
 #include "tools/qelc/points_in_time.h"
 
 #include <algorithm>
@@ -87,6 +86,8 @@ std::vector<finding> judge_series(const snapshot_series &one, time_t now, const 
 
 // --- The host ----------------------------------------------------------------------------------------
 
+constexpr char last_lines[] = "its last lines say why: journalctl -t qelcd";
+
 finding judge_silence(const host_health &seen)
 {
     const verb_end &end = *seen.failure;
@@ -97,10 +98,10 @@ finding judge_silence(const host_health &seen)
     if (seen.answers || !seen.is_local)
         return {grade::critical, "no report from the daemon: " + end.reason, end.hint};
     if (seen.process)
-        return {grade::critical, "qelcd runs, but does not answer: " + end.reason, see_log};
+        return {grade::critical, "qelcd runs, but does not answer: " + end.reason, last_lines};
     const bool is_usable = !seen.config || seen.config->faults.empty();
     return {grade::critical, "qelcd does not run" + in_brackets(is_usable ? "" : seen.config->faults.front()),
-            is_usable ? "its last lines say why: journalctl -t qelcd; to start it: systemctl start qelcd"
+            is_usable ? std::string(last_lines) + "; to start it: systemctl start qelcd"
                       : "when that is mended: systemctl start qelcd"};
 }
 
