@@ -114,8 +114,9 @@ TEST_F(health, SnapshotsAreJudgedByTheJournal)
     note_mark(an_hour, "group my%20day M2 ok");
     const outcome page = run("TZ=UTC $BIN/qelc status");
     EXPECT_EQ(page.first, 0) << page.second;
-    EXPECT_NE(page.second.find("(group my day), next "), std::string::npos) << page.second;
-    EXPECT_NE(page.second.find(", failed since yesterday: 1 of 2 disks and groups\n"), std::string::npos)
+    EXPECT_NE(page.second.find("(group my day)\n             next 20"), std::string::npos) << page.second;
+    EXPECT_NE(page.second.find("\n             failed since yesterday: 1 of 2 disks and groups\n"),
+              std::string::npos)
         << page.second;
     expect_valid(answers);
 }

@@ -30,6 +30,7 @@ struct host_health {
     // What the daemon answered. FAILURE is why there is no report, or that nobody has adopted the host.
     std::optional<verb_end> failure;
     bool answers = false;
+    bool is_barred = false; // this user may not ask, so nobody knows whether it would answer
     std::optional<bool> is_adopted;
     std::optional<manager_seen> manager;
     std::optional<std::vector<mirror_health>> mirrors;

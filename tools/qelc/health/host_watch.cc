@@ -35,10 +35,22 @@ manager_seen manager_in(const request &reply)
     return node ? manager_seen{report_value(node, "GUID"), report_value(node, "IPs")} : manager_seen{};
 }
 
-std::vector<mirror_view> views_of(const host_health &seen)
+// For the names of disks, while the daemon tells none: those that they had last.
+std::vector<mirror_view> recorded_views()
 {
     std::vector<mirror_view> views;
-    for (const mirror_health &one : seen.mirrors.value_or(std::vector<mirror_health>{}))
+    for (const mirror_record &one : records_here())
+        views.push_back({.disk = one.src_path.substr(one.src_path.rfind('/') + 1),
+                         .guids = {one.src_guid, one.dest_guid}});
+    return views;
+}
+
+std::vector<mirror_view> views_of(const host_health &seen)
+{
+    if (!seen.mirrors)
+        return recorded_views();
+    std::vector<mirror_view> views;
+    for (const mirror_health &one : *seen.mirrors)
         views.push_back(one.view);
     return views;
 }
@@ -48,7 +60,7 @@ std::vector<mirror_view> views_of(const host_health &seen)
 bool is_being_replaced(const verb_end &end)
 {
     return end.status == exit_no_answer && end.reason.find("time-out") == std::string::npos &&
-           !end.reason.ends_with(strerror(EACCES)) && is_daemon_running();
+           is_daemon_running();
 }
 } // namespace
 
@@ -82,7 +94,8 @@ void host_watch::ask(host_health &seen) const
                 seen.mirrors.emplace(); // it can have none
             }
             seen.failure = end;
-            if (!is_local_ || tries == most_tries || !is_being_replaced(end))
+            seen.is_barred = end.reason.ends_with(strerror(EACCES));
+            if (!is_local_ || tries == most_tries || seen.is_barred || !is_being_replaced(end))
                 return;
         }
         seen.failure.reset();

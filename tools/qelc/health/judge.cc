@@ -5,8 +5,6 @@
 #include "tools/qelc/points_in_time.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <tuple>
 
 namespace {
@@ -54,6 +52,12 @@ finding recovering(const mirror_health &one, const health_limits &limits)
 
 // --- Snapshots ---------------------------------------------------------------------------------------
 
+// The first sentence; the journal has all of it.
+std::string brief(const std::string &why)
+{
+    return why.substr(0, std::min(why.find(". "), why.find("; ")));
+}
+
 // A schedule that has not begun yet has missed nothing.
 finding judge_age(const snapshot_series &one, time_t now, const health_limits &limits)
 {
@@ -76,7 +80,7 @@ std::vector<finding> judge_series(const snapshot_series &one, time_t now, const 
     if (one.marks.failed_at > one.marks.taken_at)
         found.push_back({grade::warning,
                          "the last snapshot of " + title_of(one) + " failed, at " +
-                             clock_text(one.marks.failed_at) + in_brackets(one.marks.why),
+                             clock_text(one.marks.failed_at) + in_brackets(brief(one.marks.why)),
                          one.is_group ? "to try again: qelc snapshot --group " + one.name
                                       : "to try again: qelc snapshot --disk " + one.name});
     if (one.times.interval > 0)
@@ -91,10 +95,10 @@ constexpr char last_lines[] = "its last lines say why: journalctl -t qelcd";
 finding judge_silence(const host_health &seen)
 {
     const verb_end &end = *seen.failure;
-    const bool has_right = !end.reason.ends_with(strerror(EACCES));
-    if (seen.is_adopted == false || !has_right)
-        return {grade::unknown, seen.is_adopted == false ? "no manager has adopted this host" : end.reason,
-                end.hint};
+    if (seen.is_adopted == false)
+        return {grade::unknown, "no manager has adopted this host", end.hint};
+    if (seen.is_barred)
+        return {grade::unknown, end.reason, end.hint};
     if (seen.answers || !seen.is_local)
         return {grade::critical, "no report from the daemon: " + end.reason, end.hint};
     if (seen.process)

@@ -62,7 +62,8 @@ private:
 
 void add_daemon(std::string &page, const host_health &seen)
 {
-    family(page, "qelcd_up", "gauge", "Whether the daemon answers.").add({}, seen.answers);
+    if (!seen.is_barred)
+        family(page, "qelcd_up", "gauge", "Whether the daemon answers.").add({}, seen.answers);
     family(page, "qelcd_adopted", "gauge", "Whether a manager has adopted the host.")
         .add_known({}, seen.is_adopted);
     if (seen.config)

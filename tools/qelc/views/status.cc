@@ -10,8 +10,6 @@
 #include <algorithm>
 
 namespace {
-using row = std::vector<std::string>;
-
 const std::vector<mirror_health> &mirrors_of(const host_health &seen)
 {
     static const std::vector<mirror_health> none;
@@ -40,7 +38,7 @@ std::string daemon_text(const host_health &seen)
     std::string text = seen.process->since == 0
                            ? "running"
                            : "running since " + local_time_text(static_cast<uint64_t>(seen.process->since));
-    if (!seen.answers)
+    if (!seen.answers && !seen.is_barred)
         text += ", does not answer";
     if (seen.process->memory)
         text += ", " + size_text(*seen.process->memory);
@@ -67,7 +65,8 @@ std::string mirrors_text(const host_health &seen)
 {
     if (!seen.mirrors) {
         const bool are_known = seen.recorded_mirrors && *seen.recorded_mirrors > 0;
-        return are_known ? std::to_string(*seen.recorded_mirrors) + ", which nobody follows now" : "";
+        const char *what = seen.process ? ", nothing is known of them now" : ", which nobody follows now";
+        return are_known ? std::to_string(*seen.recorded_mirrors) + what : "";
     }
     const auto &mirrors = *seen.mirrors;
     if (mirrors.empty())
@@ -90,32 +89,37 @@ std::string mirrors_text(const host_health &seen)
 
 constexpr time_t day = 24 * 60 * 60;
 
-// A mark that has failed once more counts as the last one only; the journal has them all.
-std::string failure_text(const host_health &seen)
+std::string failures_text(const host_health &seen)
 {
     size_t failed = 0;
     for (const snapshot_series &one : *seen.snapshots)
         failed += one.marks.failed_at > seen.time - day;
     return failed == 0 ? ""
-                       : ", failed since yesterday: " + std::to_string(failed) + " of " +
+                       : "failed since yesterday: " + std::to_string(failed) + " of " +
                              counted(seen.snapshots->size(), "disks and groups");
 }
 
-std::string snapshots_text(const host_health &seen)
+std::string last_text(const std::vector<snapshot_series> &all)
 {
-    if (!seen.snapshots)
-        return "";
-    const auto &all = *seen.snapshots;
     const auto last =
         std::ranges::max_element(all, {}, [](const snapshot_series &one) { return one.marks.taken_at; });
-    if (last == all.end())
-        return "none";
-    std::string text = "none yet";
-    if (last->marks.taken_at > 0)
-        text = "last " + local_time_text(static_cast<uint64_t>(last->marks.taken_at)) + " (" +
-               title_of(*last) + (last->keeper.empty() ? ")" : ", kept by " + last->keeper + ")");
+    if (last == all.end() || last->marks.taken_at == 0)
+        return "none yet";
+    return "last " + local_time_text(static_cast<uint64_t>(last->marks.taken_at)) + " (" + title_of(*last) +
+           (last->keeper.empty() ? ")" : ", kept by " + last->keeper + ")");
+}
+
+// A line each, so that a narrow terminal shows the beginning of all.
+void add_snapshots(text_table &rows, const host_health &seen)
+{
+    if (!seen.snapshots)
+        return;
     const uint64_t next = next_of(seen);
-    return text + (next > 0 ? ", next " + local_time_text(next) : ", no schedule") + failure_text(seen);
+    rows.push_back({"snapshots", seen.snapshots->empty() ? "none" : last_text(*seen.snapshots)});
+    if (next > 0)
+        rows.push_back({"", "next " + local_time_text(next)});
+    if (const std::string failures = failures_text(seen); !failures.empty())
+        rows.push_back({"", failures});
 }
 
 std::string databases_text(const host_health &seen)
@@ -130,20 +134,18 @@ std::string databases_text(const host_health &seen)
 
 std::string in_one_table(const host_health &seen)
 {
-    const row rows[] = {
-        {"config", seen.config ? config_text(*seen.config) : ""},
-        {"daemon", seen.is_local ? daemon_text(seen) : ""},
-        {"manager", manager_text(seen)},
-        {"mirrors", mirrors_text(seen)},
-        {"snapshots", snapshots_text(seen)},
-        {"databases", databases_text(seen)},
-    };
     text_table known;
-    for (const row &one : rows) {
-        if (!one[1].empty())
-            known.push_back(one);
-    }
-    return align(known);
+    const auto add = [&known](const char *what, const std::string &text) {
+        if (!text.empty())
+            known.push_back({what, text});
+    };
+    add("config", seen.config ? config_text(*seen.config) : "");
+    add("daemon", seen.is_local ? daemon_text(seen) : "");
+    add("manager", manager_text(seen));
+    add("mirrors", mirrors_text(seen));
+    add_snapshots(known, seen);
+    add("databases", databases_text(seen));
+    return known.empty() ? "" : "\n" + align(known);
 }
 
 // Below the line "mirrors" there would be no room for a name; they come as a table of their own.
@@ -202,7 +204,7 @@ std::string status_line(const host_health &seen, const verdict &found)
 
 std::string status_page(const host_health &seen, const verdict &found, const health_limits &limits)
 {
-    return status_line(seen, found) + "\n\n" + in_one_table(seen) +
+    return status_line(seen, found) + "\n" + in_one_table(seen) +
            (seen.mirrors ? mirror_table(*seen.mirrors, limits) : "") +
            (found.hint.empty() ? "" : "\nhint: " + visible(found.hint) + "\n");
 }
