@@ -5,6 +5,7 @@
 #include "tools/common/report_view.h"
 #include "tools/common/visible.h"
 #include "tools/manager/options.h"
+#include "tools/qelc/health/mark_journal.h"
 #include "tools/qelc/points_in_time.h"
 #include "tools/qelc/views/groups.h"
 #include "tools/qelc/views/json_answer.h"
@@ -51,6 +52,12 @@ void read_endpoint(const char *text)
         require(!peer->host.empty() && peer->port != 0, "an endpoint is whole");
 }
 
+void read_mark(const char *text)
+{
+    if (const auto mark = parse_mark(text))
+        require(mark->time != 0 && mark->group.empty() != mark->mirror.empty(), "a mark is whole");
+}
+
 void read_control_file(const char *text)
 {
     static const memory_file file;
@@ -70,7 +77,8 @@ constexpr void (*readers[])(const char *) = {read_answer<disks_page, disks_json>
                                              read_report,
                                              read_point_in_time,
                                              read_endpoint,
-                                             read_control_file};
+                                             read_control_file,
+                                             read_mark};
 } // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)

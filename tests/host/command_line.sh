@@ -4,15 +4,6 @@
 # shellcheck source=tests/host/host_test.sh
 source "$(dirname "$0")/host_test.sh"
 
-# says STATUS WORDS COMMAND...: it ends with that exit status, and WORDS, with single blanks, stand in what it says.
-says() {
-    local wanted=$1 words=$2 status=0 said
-    shift 2
-    said=$("$@" 2>&1 </dev/null) || status=$?
-    echo "$status: $said"
-    [[ $status == "$wanted" ]] && tr -s ' ' <<<"$said" | grep -F -- "$words"
-}
-
 # typed ANSWER COMMAND: at a terminal, once it has asked.
 typed() {
     local status=0

@@ -193,6 +193,8 @@ std::string complaint_about(const CLI::App &app, const options &wanted, const st
     if (wanted.given_verb && wanted.given_verb->run_here &&
         (!wanted.peer.host.empty() || wanted.print_body || wanted.raw))
         return "this verb asks no daemon: --host, --print-body and --raw do not go with it";
+    if (wanted.given_verb && wanted.given_verb->look && (wanted.print_body || wanted.raw))
+        return "--print-body and --raw do not go with this verb";
     if (wanted.given_verb && wanted.given_verb->act && wanted.raw)
         return "--raw does not go with a verb that changes something";
     return wanted.given_verb ? wanted.given_verb->complaint(wanted.for_verb) : "";
@@ -264,6 +266,8 @@ std::optional<int> parse_command_line(int argc, const char *const *argv, options
         return exit_usage;
     }
     wanted.code = wanted.given_verb ? wanted.given_verb->code : find_code(wanted.command).value_or(0);
+    if (wanted.given_verb && wanted.given_verb->patience > 0 && app.count("--timeout") == 0)
+        wanted.peer.timeout = wanted.given_verb->patience;
     if (wanted.given_verb && wanted.given_verb->seconds && app.count("--timeout") == 0)
         wanted.peer.timeout = std::max(wanted.peer.timeout, wanted.given_verb->seconds(wanted.for_verb));
     return std::nullopt;

@@ -156,11 +156,17 @@ void check_port_is_free(const std::string &path, config_remarks &remarks)
                              ": " + why + "; end it, or choose another port");
 }
 
-bool is_daemon_running()
+pid_t supervisor_pid()
 {
     const unique_fd file(open(pid_file, O_RDONLY | O_CLOEXEC));
     struct flock lock = {};
     lock.l_type = F_WRLCK;
     lock.l_whence = SEEK_SET;
-    return file.is_open() && fcntl(file.get(), F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+    const bool is_held = file.is_open() && fcntl(file.get(), F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+    return is_held ? lock.l_pid : 0;
+}
+
+bool is_daemon_running()
+{
+    return supervisor_pid() != 0;
 }

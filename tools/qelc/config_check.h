@@ -2,6 +2,8 @@
 // cannot use its configuration only logs that, and ends with status 0.
 #pragma once
 
+#include <sys/types.h>
+
 #include <string>
 #include <vector>
 
@@ -18,5 +20,6 @@ config_remarks check_config(const std::string &path);
 // while the daemon runs: it would be the other program.
 void check_port_is_free(const std::string &path, config_remarks &remarks);
 
-// Whether a supervisor holds its PID file.
+// The supervisor that holds its PID file; 0 if none does.
+pid_t supervisor_pid();
 bool is_daemon_running();

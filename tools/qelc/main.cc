@@ -117,6 +117,8 @@ int run(const options &wanted)
     const verb *given = wanted.given_verb;
     if (given && given->run_here)
         return given->run_here(wanted.for_verb, wanted.json);
+    if (given && given->look)
+        return given->look(wanted.peer, wanted.for_verb, wanted.json);
     if (given && !wanted.print_body && !wanted.raw)
         return run_verb(wanted);
     optional_text body;

@@ -5,6 +5,7 @@
 #include "tools/qelc/points_in_time.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <charconv>
 
 namespace {
@@ -52,6 +53,20 @@ std::string check_portal(const std::string &text)
     constexpr uint16_t iscsi_port = 3260;
     const std::optional<endpoint> portal = parse_endpoint(text, iscsi_port);
     return portal && is_address(portal->host) ? "" : text + " is not ADDR[:PORT]";
+}
+
+// "5min" or "5min,1h": from when on it is a warning, and critical.
+std::string take_limits(const std::string &text, uint32_t &warning, uint32_t &critical)
+{
+    const size_t comma = std::min(text.find(','), text.size());
+    const auto first = parse_interval(text.substr(0, comma));
+    const auto second =
+        comma < text.size() ? parse_interval(text.substr(comma + 1)) : std::optional<uint32_t>(0);
+    if (!first || !second)
+        return text + " is not an interval, or two with a comma between: " + interval_forms;
+    warning = *first;
+    critical = *second;
+    return "";
 }
 
 // --- Options of several subcommands ------------------------------------------------------------------
@@ -319,6 +334,30 @@ void add_patience(CLI::App &app, verb_options &given)
         ->type_name("SECONDS")
         ->check(check_seconds)
         ->capture_default_str();
+}
+
+void add_health_limits(CLI::App &app, verb_options &given)
+{
+    const auto add = [&app](const char *name, uint32_t &warning, uint32_t &critical,
+                            const char *description) {
+        const auto take = [&warning, &critical](const std::string &text) {
+            take_limits(text, warning, critical);
+        };
+        app.add_option_function<std::string>(name, take, description)
+            ->type_name("INTERVAL[,INTERVAL]")
+            ->check([](const std::string &text) {
+                uint32_t ignored = 0;
+                return take_limits(text, ignored, ignored);
+            });
+    };
+    health_limits &limits = given.limits;
+    add("--behind", limits.behind_warning, limits.behind_critical,
+        "how long ago a mirror that is not level may have been\n"
+        "so: a warning beyond the first, critical beyond the\n"
+        "second (5min,1h)");
+    add("--snapshot-age", limits.snapshot_warning, limits.snapshot_critical,
+        "how old the last snapshot of what has a schedule may\n"
+        "be; without it, a warning when one was missed");
 }
 
 // --- Of commands -------------------------------------------------------------------------------------

@@ -4,6 +4,7 @@
 #include "base/text.h"
 #include "tools/common/bodies.h"
 #include "tools/qelc/bodies/host.h"
+#include "tools/qelc/health/limits.h"
 
 #include <cstdint>
 #include <optional>
@@ -46,6 +47,7 @@ struct verb_options {
     uint16_t client_port = 0;
     uint16_t server_port = 0;
     uint32_t seconds = 0; // to wait
+    health_limits limits;
 };
 
 // What was given to a command; each command takes some of it.
@@ -83,6 +85,7 @@ void add_old_volume(CLI::App &app, verb_options &given);
 void add_config_file(CLI::App &app, verb_options &given);
 void add_new_config(CLI::App &app, verb_options &given);
 void add_patience(CLI::App &app, verb_options &given);
+void add_health_limits(CLI::App &app, verb_options &given);
 
 void add_manager_options(CLI::App &app, command_options &given);
 void add_pair_options(CLI::App &app, command_options &given);

@@ -47,6 +47,13 @@ struct verb {
     // then without meaning.
     int (*run_here)(const verb_options &given, bool as_json) = nullptr;
 
+    // For a verb that shows the state of a host, in whatever state that is: returns what the program ends
+    // with.
+    int (*look)(const peer_options &peer, const verb_options &given, bool as_json) = nullptr;
+
+    // How many seconds the daemon may take unless --timeout is given; 0: as many as with other verbs.
+    unsigned patience = 0;
+
     // How many seconds the daemon may take; null if it is no slower than for other commands.
     unsigned (*seconds)(const verb_options &given) = nullptr;
 };

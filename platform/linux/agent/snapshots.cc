@@ -2,7 +2,6 @@
 
 #include "platform/linux/state/folders.h"
 #include "platform/linux/state/lock.h"
-#include "platform/linux/state/store.h"
 
 #include <algorithm>
 #include <string_view>
@@ -88,9 +87,9 @@ bool forget_snapshot(const std::string &name)
     return remove_record(kept_snapshot, name) >= 0;
 }
 
-std::optional<std::vector<snapshot>> load_snapshots()
+std::optional<std::vector<snapshot>> load_snapshots(bad_files bad)
 {
-    const auto records = load_records(kept_snapshot);
+    const auto records = load_records(kept_snapshot, bad);
     if (!records)
         return std::nullopt;
     std::vector<snapshot> all;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "base/fd.h"
+#include "platform/linux/state/store.h"
 
 #include <optional>
 #include <string>
@@ -40,7 +41,7 @@ bool store_snapshot(const snapshot &one);
 bool forget_snapshot(const std::string &name);
 
 // All records, the oldest first. Null after a log line, with errno.
-std::optional<std::vector<snapshot>> load_snapshots();
+std::optional<std::vector<snapshot>> load_snapshots(bad_files bad = bad_files::set_aside);
 
 std::optional<snapshot> load_snapshot(const std::string &name);
 

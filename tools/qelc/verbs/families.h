@@ -16,6 +16,13 @@ std::span<const verb> group_verbs();
 std::span<const verb> database_verbs();
 std::span<const verb> volume_verbs();
 std::span<const verb> host_verbs();
+std::span<const verb> status_verbs();
+std::span<const verb> top_verbs();
+std::span<const verb> metrics_verbs();
+std::span<const verb> events_verbs();
+
+// Of who looks at a host: one whose daemon does not answer in this time is not well. In seconds.
+constexpr unsigned look_patience = 10;
 
 // The schedule that was given; both times are 0 if none was.
 snapshot_times times_of(const verb_options &given);

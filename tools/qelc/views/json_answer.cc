@@ -3,7 +3,6 @@
 #include "tools/common/disks.h"
 #include "tools/qelc/points_in_time.h"
 #include "tools/qelc/views/groups.h"
-#include "tools/qelc/views/mirrors.h"
 #include "tools/qelc/views/schedules.h"
 
 #include <nlohmann/json.hpp>
@@ -67,22 +66,6 @@ void set_progress(json_object &object, const progress_view &progress)
     object["untracked_reason"] = progress.reason.empty() ? json_object() : json_object(progress.reason);
 }
 
-json_object mirror_object(const mirror_view &mirror)
-{
-    json_object schedules = json_object::array();
-    for (const mirror_schedule &schedule : mirror.schedules)
-        schedules.push_back(schedule_object(schedule));
-    json_object object;
-    object["disk"] = mirror.disk;
-    object["source"] = mirror.guids.source;
-    object["mirror"] = mirror.guids.mirror;
-    object["state"] = mirror_state_text(mirror);
-    object["percent"] = mirror.percent;
-    set_progress(object, mirror.progress);
-    object["schedules"] = std::move(schedules);
-    return object;
-}
-
 json_object group_object(const group_view &group)
 {
     return {{"name", group.name}, {"disks", group.disks}};
@@ -101,6 +84,22 @@ bool list_all(const std::optional<std::vector<item>> &items, json_object (*objec
     return true;
 }
 } // namespace
+
+json_object mirror_object(const mirror_view &mirror)
+{
+    json_object schedules = json_object::array();
+    for (const mirror_schedule &schedule : mirror.schedules)
+        schedules.push_back(schedule_object(schedule));
+    json_object object;
+    object["disk"] = mirror.disk;
+    object["source"] = mirror.guids.source;
+    object["mirror"] = mirror.guids.mirror;
+    object["state"] = mirror_state_text(mirror);
+    object["percent"] = mirror.percent;
+    set_progress(object, mirror.progress);
+    object["schedules"] = std::move(schedules);
+    return object;
+}
 
 bool disks_json(const char *report, json_object &results)
 {

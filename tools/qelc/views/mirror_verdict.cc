@@ -2,22 +2,12 @@
 
 #include "client/inventory_records.h"
 #include "platform/linux/mirror/record.h"
+#include "tools/qelc/health/missing_disk.h"
 #include "tools/qelc/points_in_time.h"
-#include "tools/volumes/host_view.h"
 
 #include <algorithm>
 
 namespace {
-// What is there in the place of the mirror of this disk.
-std::string found_at(const std::string &path, const std::string &guid)
-{
-    const auto disks = known_disks().value_or(std::vector<known_disk>{});
-    const auto found = std::ranges::find(disks, path, [](const known_disk &one) { return one.facts.path; });
-    if (found == disks.end())
-        return ", " + path + " is not there";
-    return found->guid == guid ? "" : ", " + path + " has another signature (" + found->guid + ")";
-}
-
 // Why a mirror is down, as far as this host can see it: the library's record says where the mirror was.
 std::string why_down(const host &at, const mirror_view &mirror)
 {
@@ -25,8 +15,10 @@ std::string why_down(const host &at, const mirror_view &mirror)
         return "";
     const auto records = load_mirrors(bad_files::left_alone).value_or(std::vector<mirror_record>{});
     for (const mirror_record &one : records) {
-        if (one.src_guid == mirror.guids.source && !one.dest_path.empty())
-            return found_at(one.dest_path, mirror.guids.mirror);
+        if (one.src_guid == mirror.guids.source && !one.dest_path.empty()) {
+            const std::string why = why_missing(one.dest_path, mirror.guids.mirror);
+            return why.empty() ? "" : ", " + why;
+        }
     }
     return "";
 }
