@@ -13,3 +13,4 @@ scripts/private-host -n bench scripts/bench/schedules.sh build/release
 scripts/private-host -n bench scripts/bench/mirrors.sh build/release
 scripts/private-host -n bench scripts/bench/follow.sh build/release
 scripts/private-host -n bench scripts/bench/restore.sh build/release
+scripts/private-host -n bench scripts/bench/manager.sh build/release

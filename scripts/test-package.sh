@@ -10,6 +10,9 @@ trap 'rm -rf "$root"' EXIT
 for package in build/package/qelc*.deb; do
     [[ $package == *-dbgsym_* ]] || dpkg-deb -x "$package" "$root"
 done
+echo "== files"
+scripts/build.sh release
+tests/package/files.sh build/release "$root"
 echo "== pages, completions, units"
 tests/package/pages.sh "$root"
 scripts/private-host tests/package/config.sh "$root/usr/bin"

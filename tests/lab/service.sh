@@ -1,6 +1,6 @@
 #!/bin/bash
 # The daemon as a service, with the limits of its unit, on a host with udev, LVM and iSCSI: tracking, keepers and channels
-# work. service.sh BUILD-FOLDER, with scripts/lab.sh --systemd
+# work, and so do the drop-ins of docs/installation.md. service.sh BUILD-FOLDER, with scripts/lab.sh --systemd
 # shellcheck source=tests/lab/lab_test.sh
 source "$(dirname "$0")/lab_test.sh"
 
@@ -29,6 +29,15 @@ is_limited() {
     status=/proc/$(</run/qelcd.pid)/status
     cat "$status"
     grep -q '^Seccomp:.2' "$status" && grep -q '^NoNewPrivs:.1' "$status" && ! grep -q '^CapBnd:.*ffff' "$status"
+}
+
+# drop_in LINE...: the only one of the service, at once.
+drop_in() {
+    local folder=/etc/systemd/system/qelcd.service.d
+    mkdir -p "$folder"
+    printf '%s\n' '[Service]' "$@" >"$folder/tried.conf"
+    systemctl daemon-reload
+    check "a start with $*" systemctl restart qelcd
 }
 
 make_disk() {
@@ -73,7 +82,9 @@ check "within its limits" is_limited
 step "a mirror in LVM"
 make_disk
 make_mirror
-check "a manager" qelc-manager adopt 127.0.0.1
+check "a manager" systemctl start qelc-manager
+check "which adopts the host" qelc-manager adopt 127.0.0.1
+check_within 20 "and takes its heartbeats" eval 'qelc-manager hosts | grep -w 127.0.0.1'
 check "protection" qelc protect --yes "$disk_guid=$mirror_guid"
 check "a first copy" qelc resync --yes "$disk_guid"
 check_within 120 "level" mirror_is synchronised
@@ -110,3 +121,13 @@ check "its records are where Debian has them" compgen -G "/etc/iscsi/nodes/$iqn/
 check_within 20 "its disk" disk_with 5d0f7c1e-93a4-4b62-8e17-c2a90b6d4f01
 check "a rescan" qelc rescan_devices
 check "nothing was denied" none journalctl --no-pager -q -o cat -t qelcd --grep 'not permitted|Permission denied|Read-only file'
+
+step "drop-ins"
+drop_in IPAddressDeny=any 'IPAddressAllow=10.77.0.2 127.0.0.1' LimitCORE=infinity
+check "an address that may connect" timeout 20 ip netns exec manager qelc --host "$host_address" nop_command
+check "cores of any size" grep -E '^Max core file size +unlimited' "/proc/$(</run/qelcd.pid)/limits"
+drop_in IPAddressDeny=any IPAddressAllow=127.0.0.1 SystemCallFilter=~bpf
+check "one that may not" none timeout 5 ip netns exec manager qelc --host "$host_address" nop_command
+check "this host may" timeout 20 qelc --host 127.0.0.1 nop_command
+check_within 60 "without BPF a mirror is not tracked" eval 'qelc --json mirrors | grep "\"tracked\":false"'
+check_within 120 "but level" mirror_is synchronised

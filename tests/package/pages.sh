@@ -85,7 +85,9 @@ completes 'snapshot --group set --no' '--note' '--oracle-home'
 # --- Units ------------------------------------------------------------------------------------------------
 
 units=$root/lib/systemd/system
-systemd-analyze security --offline=true --threshold=35 "$units/qelcd.service" >"$scratch/exposure" ||
-    failed "$(tail -n 1 "$scratch/exposure")"
+for unit in qelcd:35 qelc-manager:15; do
+    systemd-analyze security --offline=true --threshold="${unit#*:}" "$units/${unit%:*}.service" >"$scratch/exposure" ||
+        failed "$(tail -n 1 "$scratch/exposure")"
+done
 
 ((failures == 0)) && echo "pages.sh: done in $SECONDS s"

@@ -2,6 +2,7 @@
 
 #include "protocol/stream.h"
 #include "tools/common/report_view.h"
+#include "tools/common/visible.h"
 #include "tools/manager/commands.h"
 
 #include <chrono>
@@ -43,6 +44,16 @@ void print_report(const request &req, const visit &guest, const plan &planned)
     print_line(text);
 }
 
+// Prints what is new, and lets the list of hosts have its say in the answer.
+void note_report(const request &req, const visit &guest, plan &planned)
+{
+    const char *report = req.recv_xml ? req.recv_xml.get() : "";
+    const heartbeat_note note = note_heartbeat(*guest.hosts, guest.name, report, time(nullptr));
+    print_news(note.news);
+    if (planned.status == status_ok)
+        planned.status = note.status;
+}
+
 void write_answer(request &req, const visit &guest, uint16_t status)
 {
     req.send_head.version = protocol_version;
@@ -76,8 +87,11 @@ bool answer_report(const visit &guest)
     request req;
     if (recv_from_remote(guest.peer.get(), &req) != 0)
         return false;
-    const plan planned = plan_for(guest);
-    print_report(req, guest, planned);
+    plan planned = plan_for(guest);
+    if (guest.hosts)
+        note_report(req, guest, planned);
+    else
+        print_report(req, guest, planned);
     write_answer(req, guest, planned.status);
     std::this_thread::sleep_for(std::chrono::seconds(planned.stall));
     const bool sent = planned.cut ? send_half(guest.peer, req) : send_to_remote(guest.peer.get(), &req) == 0;
@@ -94,4 +108,10 @@ void print_line(const std::string &text)
     strftime(now, sizeof now, "%H:%M:%S", localtime_r(&seconds, &local));
     printf("%s %s\n", now, text.c_str());
     fflush(stdout);
+}
+
+void print_news(const std::vector<std::string> &news)
+{
+    for (const std::string &line : news)
+        print_line(visible(line));
 }

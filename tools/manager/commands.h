@@ -16,8 +16,10 @@ int scan(const host_options &wanted);
 // A manager without addresses gets the local address of the connection to the host.
 int adopt(const host_options &wanted, manager_record manager);
 
-// If CLIENT_GUID is empty, the host is asked for it first.
-int release(const host_options &wanted, const std::string &manager_guid, std::string client_guid);
+// If CLIENT_GUID is empty, the host is asked for it first. A host that has none cannot obey: the service
+// whose FOLDER of state that is then ends the adoption with its answer to the next heartbeat.
+int release(const host_options &wanted, const std::string &manager_guid, std::string client_guid,
+            const std::string &folder);
 
 // Complains on standard error and returns 1.
 int complain(const std::string &what, const std::string &why);

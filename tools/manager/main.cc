@@ -1,6 +1,7 @@
 // standin-manager: plays the manager's part towards a daemon. It is installed as qelc-manager.
 
 #include "tools/manager/commands.h"
+#include "tools/manager/hosts.h"
 #include "tools/manager/serve.h"
 
 int main(int argc, char **argv)
@@ -15,7 +16,11 @@ int main(int argc, char **argv)
     case manager_task::adopt:
         return adopt(wanted.host, wanted.manager);
     case manager_task::release:
-        return release(wanted.host, wanted.manager.guid, wanted.client_guid);
+        return release(wanted.host, wanted.manager.guid, wanted.client_guid, wanted.state);
+    case manager_task::hosts:
+        return list_hosts(wanted.state, wanted.as_json);
+    case manager_task::forget:
+        return forget(wanted.state, wanted.forgotten);
     case manager_task::serve:
         break;
     }

@@ -48,8 +48,17 @@ void add_serve_options(CLI::App &app, serve_options &wanted)
     app.add_option("--control", wanted.control,
                    "file to read at SIGHUP: options that override\n"
                    "those given here, one a line (\"stall 3\"), but\n"
-                   "not bind, port, count and control");
+                   "not bind, port, count, state and control");
+    app.add_option("--state", wanted.state,
+                   "folder to keep what is known of the hosts;\n"
+                   "instead of a line for each report, news are\n"
+                   "printed, and the command \"hosts\" has a list");
     add_treatment_options(app, wanted.treat);
+}
+
+void add_state_option(CLI::App &app, std::string &folder)
+{
+    app.add_option("--state", folder, "the folder of the service")->capture_default_str();
 }
 
 CLI::App *add_command(CLI::App &app, const char *name, const char *description, host_options &wanted)
@@ -58,6 +67,33 @@ CLI::App *add_command(CLI::App &app, const char *name, const char *description, 
     command->add_option("host", wanted.host, "ADDR[:PORT] of the daemon")->required();
     command->add_option("--timeout", wanted.timeout, "seconds to wait for the answer")->capture_default_str();
     return command;
+}
+
+void add_commands(CLI::App &app, options &wanted)
+{
+    add_command(app, "scan", "ask a host without a manager what it is", wanted.host);
+    CLI::App *adopt = add_command(app, "adopt", "become the manager of a host", wanted.host);
+    add_manager_options(*adopt, wanted.manager);
+    CLI::App *release = add_command(app, "release", "stop being the manager of a host", wanted.host);
+    add_guid_option(*release, wanted.manager);
+    release->add_option("--client-guid", wanted.client_guid, "GUID of the host; default: ask the host");
+    add_state_option(*release, wanted.state);
+    CLI::App *hosts =
+        app.add_subcommand("hosts", "list the hosts that report to the service, the worst first");
+    hosts->add_flag("--json", wanted.as_json, "for programs");
+    add_state_option(*hosts, wanted.state);
+    CLI::App *forget = app.add_subcommand("forget", "take a host that is gone off that list");
+    forget->add_option("host", wanted.forgotten, "name, address or ID")->required();
+    add_state_option(*forget, wanted.state);
+}
+
+manager_task task_of(const std::string &command)
+{
+    return command == "scan"      ? manager_task::scan
+           : command == "adopt"   ? manager_task::adopt
+           : command == "release" ? manager_task::release
+           : command == "hosts"   ? manager_task::hosts
+                                  : manager_task::forget;
 }
 
 // --- The control file --------------------------------------------------------------------------------
@@ -103,12 +139,7 @@ std::optional<int> parse_command_line(int argc, const char *const *argv, options
     app.set_help_flag("-h,--help", "print this help");
     app.require_subcommand(0, 1);
     add_serve_options(app, wanted.serve);
-    const CLI::App *scan = add_command(app, "scan", "ask a host without a manager what it is", wanted.host);
-    CLI::App *adopt = add_command(app, "adopt", "become the manager of a host", wanted.host);
-    add_manager_options(*adopt, wanted.manager);
-    CLI::App *release = add_command(app, "release", "stop being the manager of a host", wanted.host);
-    add_guid_option(*release, wanted.manager);
-    release->add_option("--client-guid", wanted.client_guid, "GUID of the host; default: ask the host");
+    add_commands(app, wanted);
 
     try {
         app.parse(argc, argv);
@@ -119,10 +150,8 @@ std::optional<int> parse_command_line(int argc, const char *const *argv, options
         fprintf(stderr, "%s: %s\n", program_invocation_short_name, error.what());
         return exit_usage;
     }
-    wanted.task = scan->parsed()      ? manager_task::scan
-                  : adopt->parsed()   ? manager_task::adopt
-                  : release->parsed() ? manager_task::release
-                                      : manager_task::serve;
+    const std::vector<CLI::App *> given = app.get_subcommands();
+    wanted.task = given.empty() ? manager_task::serve : task_of(given.front()->get_name());
     return std::nullopt;
 }
 

@@ -5,6 +5,7 @@
 #include "tools/common/bodies.h"
 #include "tools/common/exchange.h"
 #include "tools/manager/commands.h"
+#include "tools/manager/state_folder.h"
 
 #include <cstdint>
 #include <optional>
@@ -30,10 +31,11 @@ struct serve_options {
     uint16_t port = default_server_port;
     unsigned count = 0;
     std::string control;
+    std::string state; // folder; "": nothing is kept
     treatment treat;
 };
 
-enum class manager_task { serve, scan, adopt, release };
+enum class manager_task { serve, scan, adopt, release, hosts, forget };
 
 struct options {
     manager_task task = manager_task::serve;
@@ -43,6 +45,9 @@ struct options {
     host_options host;
     manager_record manager{.guid = default_manager_guid, .ips = {}, .target_iqn = {}};
     std::string client_guid;
+    std::string state = default_state_folder;
+    std::string forgotten; // host
+    bool as_json = false;
 };
 
 // Returns what the program ends with if nothing is left to do: the help was printed, or the command line is
