@@ -9,6 +9,7 @@ seconds=${2-1} # of each turn
 scripts/install-packages build demo bench
 scripts/build.sh release
 scripts/private-host -n bench scripts/bench/host.sh build/release "$rounds" "$seconds"
+scripts/bench/startup.sh build/release
 scripts/private-host -n bench scripts/bench/schedules.sh build/release
 scripts/private-host -n bench scripts/bench/mirrors.sh build/release
 scripts/private-host -n bench scripts/bench/follow.sh build/release

@@ -72,9 +72,9 @@ TEST_F(health, TheWorstComesFirstAndDecidesTheExitStatus)
          "",
          "2 CRITICAL  private-host: mirror of sda4 is down"},
     };
-    tell_level(3, an_hour);
     for (const auto &one : cases) {
         world.relationships(one.mirrors);
+        tell_level(3, an_hour);
         EXPECT_EQ(status(one.options), one.line);
     }
     expect_valid(answers);

@@ -72,26 +72,37 @@ void add_body_command(CLI::App &app, const body_command &one, options &wanted)
     }
 }
 
-// Adds the verbs whose names are FRONT and one word.
-void add_verbs(CLI::App &app, const std::string &front, options &wanted)
+// Whether the options of that subcommand may be asked for. Those of all would cost a third of the start.
+bool is_named(const std::vector<std::string> &words, const std::string &name)
+{
+    const std::string first = name.substr(0, name.find(' '));
+    return std::ranges::any_of(
+        words, [&](const std::string &word) { return word == first || word == verb_page_option; });
+}
+
+// Adds the verbs whose names are FRONT and one word; WORDS are those of the command line.
+void add_verbs(CLI::App &app, const std::string &front, const std::vector<std::string> &words,
+               options &wanted)
 {
     for (const std::span<const verb> family : verb_families()) {
         for (const verb &one : family) {
             const std::string name = one.name;
-            if (name.starts_with(front) && name.find(' ', front.size()) == std::string::npos)
-                one.add_options(add_subcommand(app, name.substr(front.size()), one.description, "Verbs"),
-                                wanted.for_verb);
+            if (!name.starts_with(front) || name.find(' ', front.size()) != std::string::npos)
+                continue;
+            CLI::App &subcommand = add_subcommand(app, name.substr(front.size()), one.description, "Verbs");
+            if (is_named(words, name))
+                one.add_options(subcommand, wanted.for_verb);
         }
     }
 }
 
-void declare(CLI::App &app, options &wanted)
+void declare(CLI::App &app, const std::vector<std::string> &words, options &wanted)
 {
     add_general_options(app, wanted);
     app.require_subcommand(0, 1);
     for (const body_command &one : body_commands())
         add_body_command(app, one, wanted);
-    add_verbs(app, "", wanted);
+    add_verbs(app, "", words, wanted);
     for (const verb_kind &kind : verb_kinds()) {
         const std::vector<CLI::App *> same =
             app.get_subcommands([&](const CLI::App *one) { return one->get_name() == kind.name; });
@@ -99,7 +110,7 @@ void declare(CLI::App &app, options &wanted)
         CLI::App &subcommand =
             verb_too ? *verb_too : add_subcommand(app, kind.name, kind.description, "Verbs");
         subcommand.require_subcommand(verb_too ? 0 : 1, 1);
-        add_verbs(subcommand, kind.name + std::string(" "), wanted);
+        add_verbs(subcommand, kind.name + std::string(" "), words, wanted);
     }
 }
 
@@ -231,7 +242,7 @@ std::optional<int> parse_command_line(int argc, const char *const *argv, options
                  "qelc"};
     app.formatter(help_format());
     app.set_version_flag("--version", "qelc " QELCD_VERSION, "print the version");
-    declare(app, wanted);
+    declare(app, std::vector<std::string>(argv + std::min(argc, 1), argv + argc), wanted);
     if (const auto page = argc == 3 && argv[1] == verb_page_option ? verb_page(app, argv[2]) : std::nullopt) {
         fputs(page->c_str(), stdout);
         return exit_ok;

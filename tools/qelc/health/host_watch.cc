@@ -84,7 +84,7 @@ void host_watch::take_answers(host_health &seen) const
 
 void host_watch::ask(host_health &seen) const
 {
-    constexpr unsigned pause_ms = 100, most_tries = 30;
+    constexpr unsigned pause_ms = 100, most_tries = 100;
     for (unsigned tries = 1;; ++tries, clock_sleep_ms(pause_ms)) {
         try {
             return take_answers(seen);

@@ -114,11 +114,12 @@ struct column_widths {
 
 column_widths widths_for(const std::vector<mirror_health> &mirrors, size_t columns)
 {
-    constexpr size_t least_state = 13, most_state = 40, others = 2 + 10 + 8 + 2 * 5 + 5 * 2;
+    constexpr size_t least_columns = 60, least_state = 13, most_state = 40,
+                     others = 2 + 10 + 8 + 2 * 5 + 5 * 2;
     size_t name = 4;
     for (const mirror_health &one : mirrors)
         name = std::max(name, shown_width(visible(one.view.disk)));
-    const size_t room = std::max(columns, others + least_state + 4) - others;
+    const size_t room = std::max(columns, least_columns) - others;
     name = std::min(name, room - least_state);
     return {.name = name, .state = std::min(room - name, most_state)};
 }
@@ -237,7 +238,8 @@ void add_whole_page(line_list &lines, const top_state &state, size_t rows, size_
     constexpr size_t frame = 4; // title, two headings, keys
     const size_t room = rows - std::min(rows, frame);
     const size_t count = state.seen.mirrors ? state.seen.mirrors->size() : 0;
-    const size_t of_mirrors = std::max<size_t>(1, std::min(count, room > 6 ? room - 3 : room / 2));
+    const size_t of_changes = std::min(std::clamp<size_t>(state.changes.size(), 1, 3), room / 2);
+    const size_t of_mirrors = std::max<size_t>(1, std::min(count, room - of_changes));
     add_mirrors(lines, state, of_mirrors, columns);
     lines.push_back({"  Last events", line_kind::heading});
     add_changes(lines, state, room - std::min(room, of_mirrors));
