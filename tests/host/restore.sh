@@ -115,7 +115,7 @@ $frozen read-only
 ${device[mounted]} another program uses it
 nothing there is no such disk
 END
-check "without an answer" refused "--yes is required" qelc snapshots restore "$name"
+check "without an answer" refused "there is no terminal to ask at" qelc snapshots restore "$name"
 mkdir -p /etc/kavtessaron/keepers.d
 printf '#!/bin/sh\n[ $1 != probe ] || exit 3\nexec %s/lib/qelcd/keepers.d/reflink "$@"\n' "$build" \
     >/etc/kavtessaron/keepers.d/reflink

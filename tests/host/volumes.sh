@@ -82,8 +82,11 @@ resync 99999999 disk
 check_within 40 "level" is_level disk
 check "equal" equal disk mirror
 check "the list names the disk" listed mirror "\"source\":\"${guid[disk]}\""
+check "programs are told" valid qelc --json volumes
+check "and were told of the new one" valid cat /var/tmp/made
+check "what would be deleted" eval 'qelc volume delete second --dry-run | grep "^second: deleted"'
 check "it cannot be deleted" refused "qelc unprotect ${guid[disk]}" qelc volume delete mirror --yes
-check "nor without a question" refused "--yes is required" qelc volume delete second
+check "nor without a question" refused "there is no terminal to ask at" qelc volume delete second
 
 step "a boot"
 stop_daemon

@@ -140,6 +140,48 @@ TEST_F(tools, BeforeTheAdoptionEveryVerbSaysWhoCanAdopt)
     EXPECT_EQ(run("$BIN/qelc kav_get_group").first, 5);
 }
 
+// They need no daemon; each answer is one for programs, too.
+TEST_F(tools, VerbsOfTheHostItselfSayWhatIsWrong)
+{
+    write_file("/var/tmp/two", "<Tessaron><ClientPort>x</ClientPort></Tessaron>");
+    write_file("/var/tmp/good", "<Tessaron><ClientPort>1</ClientPort><ServerPort>2</ServerPort></Tessaron>");
+    const struct {
+        const char *arguments;
+        int status;
+        const char *words;
+    } cases[] = {
+        {"snapshots", 0, R"("results":[])"},
+        {"snapshots remove a b", 4, "a: there is no such snapshot; b: there is no such snapshot"},
+        {"snapshots detach a --dry-run", 4, R"("snapshot":"a","status":"not-found")"},
+        {"snapshots attach a", 4, "qelc snapshots shows those that there are"},
+        {"snapshots mount a /", 4, "a: there is no such snapshot"},
+        {"snapshots umount a", 4, "a: there is no such snapshot"},
+        {"snapshots restore a --yes", 4, "a: there is no such snapshot"},
+        {"snapshots prune", 0, R"("status":"done")"},
+        {"snapshots prune --dry-run", 0, R"("status":"done")"},
+        {"volumes", 0, R"("results":[])"},
+        {"volume create --like none --in /var", 4, "none: there is no such disk"},
+        {"volume delete v --yes", 4, "v: there is no such volume"},
+        {"volume attach", 0, R"("results":[])"},
+        {"check-config /var/tmp/good", 0, R"({"status":"remark","text":"/var/tmp/good: there is no ClientG)"},
+        {"check-config /var/tmp/two", 1, "2 faults"},
+        {"check-config /nowhere", 1, "/nowhere: No such file or directory; qelc init makes one"},
+        {"wait-ready --seconds 1", 3, "time-out: no answer of qelcd within 1 s"},
+        {"--host h volumes", 2, "this verb asks no daemon"},
+    };
+    std::string answers;
+    for (const auto &[arguments, status, words] : cases) {
+        const outcome end = run("$BIN/qelc --json " + std::string(arguments) + " 2>/dev/null");
+        EXPECT_EQ(end.first, status) << arguments << end.second;
+        EXPECT_NE(end.second.find(words), std::string::npos) << arguments << end.second;
+        answers += end.second;
+    }
+    expect_valid(answers);
+    EXPECT_EQ(run("$BIN/qelc volume delete v --yes"),
+              (outcome{4, "error: volume delete v could not be done: v: there is no such volume\n"
+                          "hint: qelc volumes shows the volumes\n"}));
+}
+
 TEST_F(tools, QelcBuildsBodiesFromOptions)
 {
     const struct {

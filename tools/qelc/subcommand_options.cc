@@ -73,13 +73,6 @@ void add_times(CLI::App &app, verb_options &given)
                ".\n");
 }
 
-// Of every verb that changes something.
-void add_consent(CLI::App &app, verb_options &given)
-{
-    app.add_flag("--yes", given.yes, "do not ask");
-    add_dry_run(app, given);
-}
-
 // The last words of a verb, as many as there are.
 CLI::Option *add_disks(CLI::App &app, verb_options &given, const char *name, const char *description)
 {
@@ -96,6 +89,12 @@ CLI::Option *add_text(CLI::App &app, const char *name, std::string &text, const 
 // --- Of verbs ----------------------------------------------------------------------------------------
 
 void add_no_options(CLI::App & /*app*/, verb_options & /*given*/) {}
+
+void add_consent(CLI::App &app, verb_options &given)
+{
+    app.add_flag("--yes", given.yes, "do not ask");
+    app.add_flag("--dry-run", given.dry_run, "say what would be done, and change nothing");
+}
 
 void add_pairs(CLI::App &app, verb_options &given)
 {
@@ -161,8 +160,9 @@ void add_snapshot_options(CLI::App &app, verb_options &given)
     app.add_option("--note", given.note, "what the list of snapshots says of it")->type_name("TEXT");
 }
 
-void add_snapshot_names(CLI::App &app, verb_options &given)
+void add_names_to_change(CLI::App &app, verb_options &given)
 {
+    add_consent(app, given);
     app.add_option("NAME", given.snapshots, "name of a snapshot")
         ->type_name("")
         ->check(check_not_empty)
@@ -171,7 +171,7 @@ void add_snapshot_names(CLI::App &app, verb_options &given)
 
 void add_snapshot_name(CLI::App &app, verb_options &given)
 {
-    add_snapshot_names(app, given);
+    add_names_to_change(app, given);
     app.get_option("NAME")->expected(1)->allow_extra_args(false);
 }
 
@@ -197,7 +197,6 @@ void add_restore_options(CLI::App &app, verb_options &given)
                    "a GUID; without it, the disk of the snapshot")
         ->type_name("DISK")
         ->check(check_not_empty);
-    app.add_flag("--yes", given.yes, "do not ask");
     app.add_flag("--no-snapshot", given.no_snapshot, "take no snapshot of the present state first");
 }
 
@@ -272,7 +271,8 @@ void add_new_volume(CLI::App &app, verb_options &given)
     app.add_option("--name", given.volume, "its name; without it, one is made from its GUID")
         ->type_name("NAME")
         ->check(check_not_empty);
-    app.add_flag("--yes", given.yes, "also where it is lost when the host is restarted");
+    add_consent(app, given);
+    app.get_option("--yes")->description("also where it is lost when the host is restarted");
 }
 
 void add_old_volume(CLI::App &app, verb_options &given)
@@ -281,12 +281,7 @@ void add_old_volume(CLI::App &app, verb_options &given)
         ->type_name("")
         ->check(check_not_empty)
         ->required();
-    app.add_flag("--yes", given.yes, "do not ask");
-}
-
-void add_dry_run(CLI::App &app, verb_options &given)
-{
-    app.add_flag("--dry-run", given.dry_run, "say what would be done, and change nothing");
+    add_consent(app, given);
 }
 
 void add_config_file(CLI::App &app, verb_options &given)
@@ -310,6 +305,7 @@ void add_new_config(CLI::App &app, verb_options &given)
     };
     add_port("--client-port", given.client_port, default_client_port, "where the daemon listens");
     add_port("--server-port", given.server_port, default_server_port, "where its manager listens");
+    add_consent(app, given);
 }
 
 void add_patience(CLI::App &app, verb_options &given)

@@ -66,11 +66,10 @@ void add_disk_or_group(CLI::App &app, verb_options &given);
 void add_disk_or_group_to_change(CLI::App &app, verb_options &given);
 void add_snapshot_options(CLI::App &app, verb_options &given);
 void add_snapshot_name(CLI::App &app, verb_options &given);
-void add_snapshot_names(CLI::App &app, verb_options &given);
 void add_attach_options(CLI::App &app, verb_options &given);
 void add_mount_options(CLI::App &app, verb_options &given);
 void add_restore_options(CLI::App &app, verb_options &given);
-void add_dry_run(CLI::App &app, verb_options &given);
+void add_consent(CLI::App &app, verb_options &given); // of every verb that changes something
 void add_schedule_options(CLI::App &app, verb_options &given);
 void add_group_name(CLI::App &app, verb_options &given);
 void add_group_and_any_disks(CLI::App &app, verb_options &given);
@@ -80,6 +79,7 @@ void add_instance(CLI::App &app, verb_options &given);
 void add_database_options(CLI::App &app, verb_options &given);
 void add_new_volume(CLI::App &app, verb_options &given);
 void add_old_volume(CLI::App &app, verb_options &given);
+void add_names_to_change(CLI::App &app, verb_options &given); // of snapshots
 void add_config_file(CLI::App &app, verb_options &given);
 void add_new_config(CLI::App &app, verb_options &given);
 void add_patience(CLI::App &app, verb_options &given);

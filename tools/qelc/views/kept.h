@@ -3,6 +3,7 @@
 
 #include "platform/linux/agent/restores.h"
 #include "platform/linux/agent/snapshot_list.h"
+#include "tools/qelc/views/envelope.h"
 
 // A restore that was not finished.
 struct restore_view {
@@ -16,8 +17,8 @@ std::vector<restore_view> restores_to_show();
 
 std::string kept_page(const std::vector<listed_snapshot> &all, const std::vector<restore_view> &restores);
 
-// One line: {"snapshots": [...]}, with sizes in bytes, null if unknown; and "restores", if there are any.
-std::string kept_json(const std::vector<listed_snapshot> &all, const std::vector<restore_view> &restores);
+// An object of each, with its restores; sizes in bytes, null if unknown.
+json_object kept_records(const std::vector<listed_snapshot> &all, const std::vector<restore_view> &restores);
 
 // A line for each file system on the device or its partitions: how to mount it so that nothing is written and
 // nothing clashes with the original. "" if there is none.

@@ -1,10 +1,8 @@
 #include "tools/qelc/views/volumes.h"
 
-#include "tools/common/exchange.h"
 #include "tools/common/human_text.h"
 #include "tools/common/text_table.h"
 #include "tools/common/visible.h"
-#include "tools/qelc/views/json_answer.h"
 
 #include <nlohmann/json.hpp>
 
@@ -30,14 +28,6 @@ json_object volume_object(const volume_view &view)
     object["source"] = text_or_null(view.source);
     return object;
 }
-
-// Success as in the other answers. A name in a file system need not be UTF-8.
-std::string text_of_answer(const json_object &content)
-{
-    json_object answer{{"status", status_ok}, {"meaning", meaning_of(status_ok)}};
-    answer.update(content);
-    return answer.dump(-1, ' ', false, json_object::error_handler_t::replace) + "\n";
-}
 } // namespace
 
 std::string volumes_table(const std::vector<volume_view> &volumes)
@@ -57,23 +47,10 @@ std::string volumes_table(const std::vector<volume_view> &volumes)
     return align(rows) + (faults.empty() ? "" : "\n" + faults);
 }
 
-std::string volumes_json(const std::vector<volume_view> &volumes)
+json_object volume_records(const std::vector<volume_view> &volumes)
 {
     json_object list = json_object::array();
     for (const volume_view &view : volumes)
         list.push_back(volume_object(view));
-    return text_of_answer({{"volumes", std::move(list)}});
-}
-
-std::string new_volume_json(const new_volume &made)
-{
-    return text_of_answer({{"name", made.name},
-                           {"device", made.device},
-                           {"guid", made.guid},
-                           {"disk_guid", text_or_null(made.disk_guid)}});
-}
-
-std::string success_json()
-{
-    return text_of_answer(json_object::object());
+    return list;
 }
