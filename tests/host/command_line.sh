@@ -56,7 +56,13 @@ check "a mirror that is too small" says 1 "$small is smaller than $disk" qelc pr
 check "what is on it" says 0 "$disk 32 MiB, MBR, ${disk}p1, ${disk}p2" qelc protect --dry-run /dev/disk/by-me="$blank"
 check "and that it is blank" says 0 "$blank 32 MiB, blank" qelc protect --dry-run "$disk=${guid[blank]^^}"
 check "nothing has happened" none has_mirror
-mkfs.ext4 -q -F -E offset=$((1 << 20)) "${device[disk]}" 8M
+mkfs.ext4 -q -F -L precious -E offset=$((1 << 20)) "${device[disk]}" 8M
+mkdir /run/files
+mount -o loop,offset=$((1 << 20)) "${device[disk]}" /run/files
+touch /run/files/one
+umount /run/files
+check "and where it was mounted" says 0 "${disk}p1 ext4 \"precious\" last mounted on /run/files, $(date +%Y)" \
+    qelc protect --dry-run "$disk=$blank"
 check "two that are swapped" says 0 "are the two swapped? The other way round is $disk=$blank" \
     qelc protect --dry-run "$blank=$disk"
 check "another name" none typed "$disk" "qelc protect $disk=$blank"
