@@ -58,6 +58,7 @@ check "and that it is blank" says 0 "$blank 32 MiB, blank" qelc protect --dry-ru
 check "nothing has happened" none has_mirror
 mkfs.ext4 -q -F -L precious -E offset=$((1 << 20)) "${device[disk]}" 8M
 mkdir /run/files
+ln -s "$(realpath "$here/../../scripts/loop-tool")" /usr/local/sbin/mount
 mount -o loop,offset=$((1 << 20)) "${device[disk]}" /run/files
 touch /run/files/one
 umount /run/files

@@ -24,7 +24,7 @@ int fail(int status, const std::string &what, const std::string &why)
 }
 
 std::unique_ptr<request> try_ask(const peer_options &peer, uint32_t code, const optional_text &body,
-                                 exit_status &status, std::string &error)
+                                 exit_status &status, std::string &error, const waiting_call &waiting)
 {
     std::optional<endpoint> host;
     if (!peer.host.empty() && !(host = parse_endpoint(peer.host, default_client_port))) {
@@ -36,7 +36,7 @@ std::unique_ptr<request> try_ask(const peer_options &peer, uint32_t code, const 
         host ? connect_tcp(*host, peer.timeout, error) : connect_local(peer.socket_path, peer.timeout, error);
     std::unique_ptr<request> reply;
     if (daemon.is_open())
-        reply = exchange(daemon, code, peer.origin, body, error);
+        reply = exchange(daemon, code, peer.origin, body, error, waiting);
     if (!reply) {
         error = (host ? peer.host : peer.socket_path) + ": " + error;
         status = exit_no_answer;

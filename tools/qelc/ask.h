@@ -31,7 +31,8 @@ int fail(int status, const std::string &what, const std::string &why);
 // Sends one command over a connection of its own and returns the answer. On failure returns null; ERROR says
 // why, and STATUS is what the program ends with.
 std::unique_ptr<request> try_ask(const peer_options &peer, uint32_t code, const optional_text &body,
-                                 exit_status &status, std::string &error);
+                                 exit_status &status, std::string &error,
+                                 const waiting_call &waiting = nullptr);
 
 // The same, but complains on failure.
 std::unique_ptr<request> ask(const peer_options &peer, uint32_t code, const optional_text &body, int &status);

@@ -54,11 +54,12 @@ std::vector<std::string> databases_of(const xmlNode *client)
 
 // --- Asking ------------------------------------------------------------------------------------------
 
-std::unique_ptr<request> host::ask(uint32_t code, const optional_text &body) const
+std::unique_ptr<request> host::ask(uint32_t code, const optional_text &body,
+                                   const waiting_call &waiting) const
 {
     exit_status status = exit_ok;
     std::string error;
-    std::unique_ptr<request> reply = try_ask(peer_, code, body, status, error);
+    std::unique_ptr<request> reply = try_ask(peer_, code, body, status, error, waiting);
     if (!reply)
         throw verb_end{status, error, hint_for(error, status, is_local())};
     if (reply->recv_head.ret == status_not_adopted)

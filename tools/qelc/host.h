@@ -26,7 +26,8 @@ public:
     bool is_local() const { return peer_.host.empty(); }
 
     // Sends one command, whatever is known of the host.
-    std::unique_ptr<request> ask(uint32_t code, const optional_text &body = std::nullopt) const;
+    std::unique_ptr<request> ask(uint32_t code, const optional_text &body = std::nullopt,
+                                 const waiting_call &waiting = nullptr) const;
 
     // A daemon answers these at once.
     void require_adopted() const;

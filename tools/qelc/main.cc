@@ -81,9 +81,11 @@ std::string full_text(const options &wanted)
     const verb_options &given = wanted.for_verb;
     std::vector<std::string> words = {wanted.given_verb->name};
     const bool is_of_group = words.front().starts_with("group ");
+    const bool is_of_volume = words.front().starts_with("volume ");
     if (is_of_group || given.disks.empty())
-        words.insert(words.end(), {given.group, given.disk, given.instance});
-    words.push_back(given.volume);
+        words.insert(words.end(), {given.group, given.disk, given.mirror, given.instance});
+    if (is_of_volume)
+        words.push_back(given.volume);
     words.insert(words.end(), given.snapshots.begin(), given.snapshots.end());
     words.insert(words.end(), given.disks.begin(), given.disks.end());
     std::string text;
@@ -104,7 +106,8 @@ std::string headline_of(const verb &one, const std::string &what, bool follows)
 int run_verb(const options &wanted)
 {
     const verb &one = *wanted.given_verb;
-    const verb_options &given = wanted.for_verb;
+    verb_options given = wanted.for_verb;
+    given.is_for_program = wanted.json;
     const bool follows = given.watch || given.wait;
     const std::string what = wanted.json ? one.name : full_text(wanted);
     host at(wanted.peer);

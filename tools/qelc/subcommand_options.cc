@@ -73,6 +73,28 @@ void add_times(CLI::App &app, verb_options &given)
                ".\n");
 }
 
+void add_limit(CLI::App &app, verb_options &given, const char *description)
+{
+    const auto take = [&given](const std::string &text) { given.limit = parse_interval(text).value_or(0); };
+    app.add_option_function<std::string>("--timeout", take, description)
+        ->type_name("INTERVAL")
+        ->check(check_interval);
+}
+
+CLI::Option *add_place(CLI::App &app, verb_options &given)
+{
+    auto *place =
+        app.add_option("--in", given.where, "a folder, a volume group (VG) or a thin pool (VG/POOL)");
+    return place->type_name("PLACE")->check(check_not_empty);
+}
+
+CLI::Option *add_volume_name(CLI::App &app, verb_options &given)
+{
+    auto *name =
+        app.add_option("--name", given.volume, "name of the volume; without it, one is made from its GUID");
+    return name->type_name("NAME")->check(check_not_empty);
+}
+
 // The last words of a verb, as many as there are.
 CLI::Option *add_disks(CLI::App &app, verb_options &given, const char *name, const char *description)
 {
@@ -128,12 +150,22 @@ void add_mirrors_options(CLI::App &app, verb_options &given)
         ->excludes(app.get_parent()->get_option("--raw"))
         ->excludes(app.get_parent()->get_option("--json"));
     app.add_flag("--wait", given.wait, "the same without drawing");
-    const auto take = [&given](const std::string &text) { given.limit = parse_interval(text).value_or(0); };
-    app.add_option_function<std::string>("--timeout", take,
-                                         "how long to wait or to watch; without it, to the end")
-        ->type_name("INTERVAL")
-        ->check(check_interval);
+    add_limit(app, given, "how long to wait or to watch; without it, to the end");
     add_disks(app, given, "DISK", "only the mirrors of these disks");
+}
+
+void add_one_mirror(CLI::App &app, verb_options &given)
+{
+    const auto add_disk = [&app](const char *name, std::string &disk, const char *description) {
+        return app.add_option(name, disk, description)->type_name("")->check(check_not_empty);
+    };
+    add_disk("SRC", given.disk, "a disk of the host: a name, a path, or the beginning of a GUID")->required();
+    auto *mirror = add_disk("MIRROR", given.mirror, "the disk that is overwritten with it");
+    auto *place = add_place(app, given)->excludes(mirror);
+    add_volume_name(app, given)->needs(place);
+    add_limit(app, given, "how long to wait until it is level; without it, to the end");
+    add_consent(app, given);
+    app.get_option("--yes")->description("do not ask; take a place that is lost at the next start");
 }
 
 void add_volumes(CLI::App &app, verb_options &given)
@@ -266,11 +298,8 @@ void add_new_volume(CLI::App &app, verb_options &given)
 {
     add_text(app, "--like", given.disk, "DISK", "the disk whose size it gets: a name, a path or a GUID")
         ->check(check_not_empty);
-    add_text(app, "--in", given.where, "PLACE", "a folder, a volume group (VG) or a thin pool (VG/POOL)")
-        ->check(check_not_empty);
-    app.add_option("--name", given.volume, "its name; without it, one is made from its GUID")
-        ->type_name("NAME")
-        ->check(check_not_empty);
+    add_place(app, given)->required();
+    add_volume_name(app, given);
     add_consent(app, given);
     app.get_option("--yes")->description("also where it is lost when the host is restarted");
 }

@@ -18,6 +18,7 @@ class App;
 struct verb_options {
     std::vector<std::string> disks; // names or GUIDs, or SRC=MIRROR
     std::string disk;
+    std::string mirror;
     std::string group;
     std::string note;                   // of a snapshot
     std::vector<std::string> snapshots; // by name
@@ -40,7 +41,8 @@ struct verb_options {
     std::string volume; // name
     bool yes = false;
     bool dry_run = false;
-    bool no_create = false; // a group
+    bool no_create = false;      // a group
+    bool is_for_program = false; // no option gives it: --json
     bool archive_log = false;
     std::string config_file;
     uint16_t client_port = 0;
@@ -61,6 +63,7 @@ void add_no_options(CLI::App &app, verb_options &given);
 void add_pairs(CLI::App &app, verb_options &given); // of disks and mirrors, to protect
 void add_sources(CLI::App &app, verb_options &given);
 void add_mirrors_options(CLI::App &app, verb_options &given);
+void add_one_mirror(CLI::App &app, verb_options &given);
 void add_volumes(CLI::App &app, verb_options &given);
 void add_disk_or_group(CLI::App &app, verb_options &given);
 void add_disk_or_group_to_change(CLI::App &app, verb_options &given);
