@@ -43,11 +43,19 @@ partx --add "${device[disk]}"
 mkdir /dev/disk
 ln -s "${device[disk]}" /dev/disk/by-me
 check "before the adoption there is none to ask" says 3 "No such file or directory" qelc mirrors
-start_daemon
-check "nobody has adopted it" says 5 "No manager has adopted this host" qelc protect --yes a=b
-standin-manager --guid "$manager_guid" --ip 127.0.0.1 >/var/log/manager &
-check_within 20 "a manager listens" grep listening /var/log/manager
-check "the manager adopts the host" as_manager add_client --guid "$manager_guid" --ip 127.0.0.1
+check "a configuration alone" says 0 "is written, with the ports 9410 and 9411" qelc init --config-only
+qelcd
+wait_for_daemon
+check "nobody has adopted it" says 5 "hint: qelc init" qelc protect --yes a=b
+stop_daemon
+rm "$config"
+check "what one step would do" says 0 "started: $build/bin/qelcd" qelc init --dry-run
+check "is not done" none test -e "$config"
+check "one step" says 0 "is adopted, by its own manager" qelc init
+remembered=$(md5sum "$config")
+check "another one changes nothing" says 0 "is adopted already, by its own manager" qelc init
+check "and says so to programs" valid qelc --json init
+check "the configuration is as it was" test "$(md5sum "$config")" = "$remembered"
 disk=$(name_of disk) blank=$(name_of blank) small=$(name_of small)
 
 step "before a disk is overwritten"

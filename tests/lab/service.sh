@@ -64,7 +64,7 @@ start_initiator() {
 step "the service"
 cmake --install "$build" --prefix /usr >/dev/null
 rm -rf /var/lib/twinvault /var/lib/kavcdpagt /var/lib/qelcd-volumes
-check "a configuration" qelc init
+check "a configuration" qelc init --config-only
 systemctl daemon-reload
 check "it starts" systemctl start qelcd
 check "and answers at once" qelc nop_command

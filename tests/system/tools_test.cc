@@ -134,7 +134,7 @@ TEST_F(tools, BeforeTheAdoptionEveryVerbSaysWhoCanAdopt)
           "schedule get --disk a", "group list", "group delete g", "db delete --instance i"}) {
         const outcome end = run("$BIN/qelc " + std::string(verb));
         EXPECT_EQ(end.first, 5) << verb << end.second;
-        EXPECT_NE(end.second.find("No manager has adopted this host\nhint: "), std::string::npos)
+        EXPECT_NE(end.second.find("No manager has adopted this host\nhint: qelc init "), std::string::npos)
             << end.second;
     }
     EXPECT_EQ(run("$BIN/qelc kav_get_group").first, 5);

@@ -7,6 +7,9 @@
 
 #include <cstdio>
 
+const char how_to_adopt[] =
+    "qelc init makes this host its own manager; with a storage system, let its manager adopt it";
+
 namespace {
 // As it is for a program; a terminal must not obey it.
 void print_document(std::string_view text)
@@ -72,5 +75,7 @@ int print_answer(const request &reply, bool raw)
         else if (text)
             print_document(text + std::string("\n"));
     }
+    if (status == status_not_adopted)
+        fprintf(stderr, "hint: %s\n", how_to_adopt);
     return status == status_ok ? exit_ok : status == status_not_adopted ? exit_not_adopted : exit_refused;
 }

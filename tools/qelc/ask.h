@@ -25,6 +25,9 @@ struct peer_options {
     unsigned timeout = 120; // seconds
 };
 
+// The next step where no manager has adopted the host.
+extern const char how_to_adopt[];
+
 // Complains on standard error. Returns STATUS.
 int fail(int status, const std::string &what, const std::string &why);
 

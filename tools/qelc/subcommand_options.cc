@@ -334,6 +334,7 @@ void add_new_config(CLI::App &app, verb_options &given)
     };
     add_port("--client-port", given.client_port, default_client_port, "where the daemon listens");
     add_port("--server-port", given.server_port, default_server_port, "where its manager listens");
+    app.add_flag("--config-only", given.config_only, "write the configuration, and start nothing");
     add_consent(app, given);
 }
 

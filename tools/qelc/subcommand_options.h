@@ -45,6 +45,7 @@ struct verb_options {
     bool is_for_program = false; // no option gives it: --json
     bool archive_log = false;
     std::string config_file;
+    bool config_only = false;
     uint16_t client_port = 0;
     uint16_t server_port = 0;
     uint32_t seconds = 0; // to wait

@@ -70,6 +70,11 @@ outcome wait_until_ready(const verb_options &given)
     return {};
 }
 
+std::string init_complaint(const verb_options &given)
+{
+    return given.config_only || given.config_file == config_path ? "" : "FILE goes with --config-only";
+}
+
 constexpr verb table[] = {
     {.name = "check-config",
      .usage = "[FILE]",
@@ -80,10 +85,14 @@ constexpr verb table[] = {
      .act_here = check_it,
      .only_shows = true},
     {.name = "init",
-     .usage = "[--client-port PORT] [--server-port PORT] [--dry-run] [FILE]",
-     .description = "write a first configuration",
-     .note = "With a new ClientGUID, by which managers know the host. A file that is there stays.\n",
+     .usage = "[--client-port PORT] [--server-port PORT] [--dry-run]\n"
+              "            [--config-only [FILE]]",
+     .description = "make this host its own manager",
+     .note = "For a host without the storage system's manager. Writes a first configuration, with a\n"
+             "new ClientGUID, unless there is one; starts the daemon and qelc-manager, and adopts\n"
+             "the host. What is done already stays as it is.\n",
      .add_options = add_new_config,
+     .complaint = init_complaint,
      .act_here = init},
     {.name = "wait-ready",
      .usage = "[--seconds SECONDS]",
