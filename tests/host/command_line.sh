@@ -39,6 +39,12 @@ mirror_count() {
 make_source disk 32
 make_mirror blank 32
 make_mirror small 16
+make_image whole 16
+mkfs.ext4 -q -L all "$images/whole"
+attach whole
+make_image frozen 16
+attach_loop "$images/frozen" --read-only
+frozen=${attached#/dev/}
 partx --add "${device[disk]}"
 mkdir /dev/disk
 ln -s "${device[disk]}" /dev/disk/by-me
@@ -57,6 +63,14 @@ check "another one changes nothing" says 0 "is adopted already, by its own manag
 check "and says so to programs" valid qelc --json init
 check "the configuration is as it was" test "$(md5sum "$config")" = "$remembered"
 disk=$(name_of disk) blank=$(name_of blank) small=$(name_of small)
+
+step "disks"
+check_within 20 "what is reported" says 0 "$disk 32 MiB MBR ${guid[disk]}" qelc disks
+check "what is left out, as it holds a file system" says 0 "$(name_of whole) 16 MiB it holds ext4 \"all\" as a whole" \
+    qelc disks --all
+check "or is read-only" says 0 "$frozen 16 MiB it is read-only" qelc disks --all
+check "programs are told" valid qelc --json disks --all
+check "GUIDs are short on a terminal" eval 'script -qec "stty cols 80; qelc disks" /dev/null </dev/null | grep "${guid[disk]:0:8} "'
 
 step "before a disk is overwritten"
 check "not without an answer" says 1 "there is no terminal to ask at" qelc protect "$disk=$blank"
@@ -78,6 +92,8 @@ check "another name" none typed "$disk" "qelc protect $disk=$blank"
 check "is not taken" none has_mirror
 check "the name of the mirror is" typed "$blank" "qelc protect $disk=$blank --group day --start 22:00 --every 1h"
 check "it is protected" has_mirror
+check "the mirror is left out" says 0 "$blank 32 MiB it is the mirror of $disk" qelc disks --all
+check_within 20 "labels" says 0 "ext4 precious" qelc disks
 check "in a group that was made" says 0 "day ${guid[disk]}" qelc group list
 check "with a schedule" says 0 "1 h" qelc schedule get --group day
 check "once" says 1 "$disk is protected already, by $blank" qelc protect --yes "${guid[disk]:0:6}=$small"

@@ -14,6 +14,7 @@ struct partition_view {
     uint64_t size = 0; // bytes
     uint64_t used = 0; // bytes
     std::string file_system;
+    std::string label = ""; // of the file system; a report does not tell it
 };
 
 struct disk_view {
@@ -33,6 +34,3 @@ std::optional<std::vector<disk_view>> disks_of(const xmlNode *client);
 std::optional<std::vector<disk_view>> disks_of(const char *report);
 
 std::string disks_table(const std::vector<disk_view> &disks);
-
-// The disks of a report as a table, or "no disks". None if the text is not a client report.
-optional_text disks_page(const char *report);

@@ -154,6 +154,11 @@ void add_mirrors_options(CLI::App &app, verb_options &given)
     add_disks(app, given, "DISK", "only the mirrors of these disks");
 }
 
+void add_disks_options(CLI::App &app, verb_options &given)
+{
+    app.add_flag("--all", given.all, "also the disks of this host that are left out, and why");
+}
+
 void add_one_mirror(CLI::App &app, verb_options &given)
 {
     const auto add_disk = [&app](const char *name, std::string &disk, const char *description) {

@@ -44,6 +44,7 @@ struct verb_options {
     bool no_create = false;      // a group
     bool is_for_program = false; // no option gives it: --json
     bool archive_log = false;
+    bool all = false; // of the disks
     std::string config_file;
     bool config_only = false;
     uint16_t client_port = 0;
@@ -64,6 +65,7 @@ void add_no_options(CLI::App &app, verb_options &given);
 void add_pairs(CLI::App &app, verb_options &given); // of disks and mirrors, to protect
 void add_sources(CLI::App &app, verb_options &given);
 void add_mirrors_options(CLI::App &app, verb_options &given);
+void add_disks_options(CLI::App &app, verb_options &given);
 void add_one_mirror(CLI::App &app, verb_options &given);
 void add_volumes(CLI::App &app, verb_options &given);
 void add_disk_or_group(CLI::App &app, verb_options &given);

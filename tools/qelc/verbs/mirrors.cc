@@ -1,8 +1,7 @@
-// Verbs for disks and their mirrors.
+// Verbs for mirrors.
 #include "tools/qelc/views/mirrors.h"
 
 #include "protocol/commands.h"
-#include "tools/common/disks.h"
 #include "tools/qelc/verbs/families.h"
 #include "tools/qelc/verbs/protect.h"
 
@@ -71,11 +70,6 @@ constexpr verb sources_verb(const char *name, const char *description, uint32_t 
 }
 
 constexpr verb table[] = {
-    {.name = "disks",
-     .description = "show the disks and their GUIDs",
-     .code = command::get_client_info,
-     .view = disks_page,
-     .json = disks_json},
     {.name = "protect",
      .usage = "PAIR... [--group NAME [--no-create]] [--start T --every INTERVAL]\n"
               "            [--yes] [--dry-run]",
