@@ -155,6 +155,19 @@ done
 check "a volume is deleted" qelc volume delete second --yes
 check "protection ends" as_manager unprotect "${guid[disk]}"
 check_within 20 "a volume is deleted" qelc volume delete mirror --yes
+
+step "a mirror in one step"
+echo 0 >"/sys/block/$(basename "${device[disk]}")/queue/iostats" # then nobody knows what was written
+check "the volume of a mirror that is refused" refused "two was removed again" \
+    qelc mirror "${guid[disk]}" --in "$folder" --name two
+echo 1 >"/sys/block/$(basename "${device[disk]}")/queue/iostats"
+check "is gone" none test -e "$folder/two.img"
+check "what would be done" eval 'qelc mirror "${guid[disk]}" --in "$folder" --dry-run | grep "protected by it"'
+check "a mirror in a new volume" qelc mirror "${guid[disk]}" --in "$folder" --name one --timeout 60s
+check "is level" told_level disk
+check "once" refused "is protected already" qelc mirror "${guid[disk]}" --in "$folder" --name two
+check "protection ends" as_manager unprotect "${guid[disk]}"
+check_within 20 "a volume is deleted" qelc volume delete one --yes
 check "nothing is left" test "$(records | paste -s -d ' ')" = "$folder/theirs.img /var/lib/qelcd-volumes/lock"
 check "the list is empty" test "$(qelc volumes)" = "no volumes"
 check "the loop device as well" none our_devices

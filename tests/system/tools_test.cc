@@ -480,6 +480,19 @@ TEST_F(mirror_tools, AMirrorIsOverwrittenOnlyAfterAnAnswer)
     EXPECT_EQ(world.calls("tw_disk_resync"), texts{"tw_disk_resync L2 0"});
 }
 
+TEST_F(mirror_tools, AWaitForAMirrorThatIsNotThereCountsDown)
+{
+    start();
+    const std::string absent = "11111111-2222-3333-4444-555555555555";
+    run("timeout 5 script -qec '$BIN/qelc protect --yes sda1=" + absent +
+        "' /dev/null </dev/null >/var/tmp/screen");
+    const std::string seen = read_file("/var/tmp/screen");
+    const std::string what = " s left: the daemon looks for " + absent;
+    EXPECT_NE(seen.find("40" + what), std::string::npos) << seen;
+    EXPECT_NE(seen.find("39" + what), std::string::npos) << seen;
+    log.tolerate("*");
+}
+
 TEST_F(mirror_tools, GroupsSchedulesAndMirrorsAreShownToPersonsAndPrograms)
 {
     world.relationships({mirror(1, "Sync On", 45), mirror(2, "Sync Finished", 100)});

@@ -104,18 +104,21 @@ void make_config(const verb_options &given, init_steps &steps)
 
 // --- The daemon ------------------------------------------------------------------------------------------
 
-const service daemon_service = {"qelcd.service", {"qelcd"}, {}, true};
+service daemon_service()
+{
+    return {"qelcd.service", {"qelcd"}, {}, true};
+}
 
 void start_daemon(init_steps &steps)
 {
     constexpr unsigned patience = 60;
-    const std::string way = way_to_start(daemon_service);
+    const std::string way = way_to_start(daemon_service());
     const char *hint = "what is wrong stands in the system log: journalctl -t qelcd";
     if (does_daemon_answer())
         steps.done("service", "qelcd", "runs already");
     else if (steps.is_plan() && !way.empty())
         steps.done("service", "qelcd", "started: " + way);
-    else if (const std::string why = start(daemon_service); !why.empty())
+    else if (const std::string why = start(daemon_service()); !why.empty())
         steps.failed("service", "qelcd", why, hint);
     else if (const std::string silence = wait_for_daemon(patience); !silence.empty())
         steps.failed("service", "qelcd", silence, hint);

@@ -7,7 +7,6 @@
 #include "tools/qelc/here.h"
 #include "tools/qelc/nearest.h"
 #include "tools/qelc/verbs/families.h"
-#include "tools/volumes/half_done.h"
 #include "tools/volumes/host_view.h"
 
 #include <algorithm>
