@@ -4,6 +4,8 @@
 #include "tools/common/text_table.h"
 #include "tools/qelc/outcome.h"
 #include "tools/qelc/verbs/families.h"
+#include "tools/qelc/views/kept.h"
+#include "tools/snapshots/attachment.h"
 
 #include <cerrno>
 #include <cstring>
@@ -23,8 +25,10 @@ outcome show_rules()
         end_unread();
     text_table rows = {{"Name", "Disk or group", "Stays", "Why"}};
     json_object list = json_object::array();
+    const auto titles = disk_titles();
     for (const retention &one : apply_rules(std::move(*all), read_settings().keep)) {
-        rows.push_back({one.of.record.name, whose(one.of.record), one.goes ? "no" : "yes", one.reason});
+        rows.push_back(
+            {one.of.record.name, owner_of(one.of.record, titles), one.goes ? "no" : "yes", one.reason});
         list.push_back({{"snapshot", one.of.record.name},
                         {"status", "planned"},
                         {"stays", !one.goes},

@@ -3,6 +3,7 @@
 #include "tools/common/human_text.h"
 #include "tools/common/text_table.h"
 #include "tools/common/visible.h"
+#include "tools/qelc/points_in_time.h"
 #include "tools/snapshots/attachment.h"
 #include "tools/snapshots/contents.h"
 
@@ -90,13 +91,27 @@ std::vector<restore_view> restores_to_show()
     return all;
 }
 
+std::string owner_of(const snapshot &one, const std::map<std::string, std::string> &titles)
+{
+    const auto title = one.group.empty() ? titles.find(whose(one)) : titles.end();
+    return title == titles.end() ? whose(one) : title->second;
+}
+
+std::string time_of(const snapshot &one)
+{
+    const auto point = parse_point_in_time(one.time);
+    return point ? local_time_text(*point) : one.time;
+}
+
 std::string kept_page(const std::vector<listed_snapshot> &all, const std::vector<restore_view> &restores)
 {
     text_table rows = {{"Name", "Time", "Disk or group", "Keeper", "Size", "State", "Note"}};
     std::string lines;
+    const auto titles = all.empty() ? std::map<std::string, std::string>() : disk_titles();
     for (const listed_snapshot &one : all) {
-        rows.push_back({one.record.name, one.record.time, whose(one.record), keepers_of(one.record),
-                        one.size ? size_text(*one.size) : "-", state_text(one), one.record.note});
+        rows.push_back({one.record.name, time_of(one.record), owner_of(one.record, titles),
+                        keepers_of(one.record), one.size ? size_text(*one.size) : "-", state_text(one),
+                        one.record.note});
         if (one.state == snapshot_state::unknown)
             lines += "  " + visible(one.record.name) + ": " + visible(one.why) + "\n";
     }

@@ -15,6 +15,12 @@ struct restore_view {
 // Empty also if they cannot be read.
 std::vector<restore_view> restores_to_show();
 
+// The name of its group, or of its disk if TITLES has it, else the disk's GUID.
+std::string owner_of(const snapshot &one, const std::map<std::string, std::string> &titles);
+
+// When it was taken, in the time zone of this process.
+std::string time_of(const snapshot &one);
+
 std::string kept_page(const std::vector<listed_snapshot> &all, const std::vector<restore_view> &restores);
 
 // An object of each, with its restores; sizes in bytes, null if unknown.
