@@ -2,29 +2,13 @@
 
 #include "tools/common/human_text.h"
 #include "tools/common/text_table.h"
+#include "tools/qelc/views/short_guid.h"
 
-#include <strings.h>
-
-#include <algorithm>
 #include <nlohmann/json.hpp>
 
 namespace {
-// A beginning by which a verb finds this one: the partition of a disk with an MBR has a GUID that begins with
+// Of disks, and with WITH_PARTITIONS of their partitions as well: that of a partition with an MBR begins with
 // that of its disk, and is meant only by what goes beyond that.
-std::string short_guid(const std::string &guid, const std::vector<std::string> &others)
-{
-    constexpr size_t shortest = 8;
-    const auto is_like = [&](const std::string &other, size_t length) {
-        return other != guid && strncasecmp(other.c_str(), guid.c_str(), length) == 0;
-    };
-    size_t length = std::min(shortest, guid.size());
-    while (length < guid.size() &&
-           std::ranges::any_of(others, [&](const std::string &other) { return is_like(other, length); }))
-        length++;
-    return guid.substr(0, length);
-}
-
-// Of disks, and with WITH_PARTITIONS of their partitions as well.
 std::vector<std::string> guids_of(const std::vector<disk_view> &disks, bool with_partitions)
 {
     std::vector<std::string> guids;

@@ -3,6 +3,7 @@
 #include "tools/common/human_text.h"
 #include "tools/common/text_table.h"
 #include "tools/common/visible.h"
+#include "tools/qelc/views/short_guid.h"
 
 #include <nlohmann/json.hpp>
 
@@ -36,11 +37,18 @@ std::string volumes_table(const std::vector<volume_view> &volumes)
         return "no volumes\n";
     text_table rows{{"Volume", "Size", "Taken", "Where", "Device", "GUID", "Mirror of"}};
     std::string faults;
+    std::vector<std::string> guids;
+    for (const volume_view &view : volumes)
+        guids.insert(guids.end(), {view.volume.guid, view.source});
+    const auto shown = [&](const std::string &guid) {
+        return are_tables_cut() ? short_guid(guid, guids) : guid;
+    };
     for (const volume_view &view : volumes) {
         const volume_record &volume = view.volume;
-        const std::string source = view.source_name.empty() ? view.source : view.source_name;
+        const std::string source = view.source_name.empty() ? shown(view.source) : view.source_name;
         rows.push_back({volume.name, size_text(volume.size), view.taken ? size_text(*view.taken) : "-",
-                        volume.place, view.device.value_or("-"), volume.guid, source.empty() ? "-" : source});
+                        volume.place, view.device.value_or("-"), shown(volume.guid),
+                        source.empty() ? "-" : source});
         if (!view.fault.empty())
             faults += "  " + visible(volume.name + ": " + view.fault) + "\n";
     }
