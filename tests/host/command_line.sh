@@ -70,7 +70,7 @@ check "what is left out, as it holds a file system" says 0 "$(name_of whole) 16 
     qelc disks --all
 check "or is read-only" says 0 "$frozen 16 MiB it is read-only" qelc disks --all
 check "programs are told" valid qelc --json disks --all
-check "GUIDs are short on a terminal" eval 'script -qec "stty cols 80; qelc disks" /dev/null </dev/null | grep "${guid[disk]:0:8} "'
+check "GUIDs are short on a terminal" eval "script -qec 'stty cols 80; qelc disks' /dev/null </dev/null | tr -d '\r' | grep '${guid[disk]:0:8}$'"
 
 step "before a disk is overwritten"
 check "not without an answer" says 1 "there is no terminal to ask at" qelc protect "$disk=$blank"
@@ -78,13 +78,9 @@ check "a mirror that is too small" says 1 "$small is smaller than $disk" qelc pr
 check "what is on it" says 0 "$disk 32 MiB, MBR, ${disk}p1, ${disk}p2" qelc protect --dry-run /dev/disk/by-me="$blank"
 check "and that it is blank" says 0 "$blank 32 MiB, blank" qelc protect --dry-run "$disk=${guid[blank]^^}"
 check "nothing has happened" none has_mirror
-mkfs.ext4 -q -F -L precious -E offset=$((1 << 20)) "${device[disk]}" 8M
-mkdir /run/files
-ln -s "$(realpath "$here/../../scripts/loop-tool")" /usr/local/sbin/mount
-mount -o loop,offset=$((1 << 20)) "${device[disk]}" /run/files
-touch /run/files/one
-umount /run/files
-check "and where it was mounted" says 0 "${disk}p1 ext4 \"precious\" last mounted on /run/files, $(date +%Y)" \
+mkfs.ext4 -q -F -L precious -M /srv/old -O ^metadata_csum -E offset=$((1 << 20)) "${device[disk]}" 8M
+printf '\x80\x96\x98\x6a' | dd of="${device[disk]}" bs=1 seek=$(((1 << 20) + 1024 + 0x2c)) conv=notrunc status=none
+check "and where it was mounted" says 0 "${disk}p1 ext4 \"precious\" last mounted on /srv/old, 2026-09-0" \
     qelc protect --dry-run "$disk=$blank"
 check "two that are swapped" says 0 "are the two swapped? The other way round is $disk=$blank" \
     qelc protect --dry-run "$blank=$disk"
@@ -92,7 +88,8 @@ check "another name" none typed "$disk" "qelc protect $disk=$blank"
 check "is not taken" none has_mirror
 check "the name of the mirror is" typed "$blank" "qelc protect $disk=$blank --group day --start 22:00 --every 1h"
 check "it is protected" has_mirror
-check "the mirror is left out" says 0 "$blank 32 MiB it is the mirror of $disk" qelc disks --all
+check "the list knows the mirror" says 0 "mirror of $disk" qelc disks
+check "and what it mirrors" says 0 "mirrored to $blank" qelc disks
 check_within 20 "labels" says 0 "ext4 precious" qelc disks
 check "in a group that was made" says 0 "day ${guid[disk]}" qelc group list
 check "with a schedule" says 0 "1 h" qelc schedule get --group day

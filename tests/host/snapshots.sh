@@ -24,7 +24,7 @@ check_within 60 "level" eval 'qelc mirrors | grep -w synchronised'
 name=$(qelc snapshot --disk "${guid[disk]}" --note "a note" | tail -n 1)
 check "a snapshot, listed" state_is ok
 check "which is in the journal" grep -x ".* ok $name" /var/lib/kavcdpagt/journal
-check "what would be removed" eval 'qelc snapshots remove --dry-run "$name" | grep "^$name: removed"'
+check "what would be removed" eval "qelc snapshots remove --dry-run $name | grep '^$name: removed'"
 path=$(qelc snapshots attach "$name" 2>/dev/null)
 check "attached" state_is attached
 check "programs are told" valid qelc --json snapshots

@@ -162,7 +162,7 @@ check "the volume of a mirror that is refused" refused "two was removed again" \
     qelc mirror "${guid[disk]}" --in "$folder" --name two
 echo 1 >"/sys/block/$(basename "${device[disk]}")/queue/iostats"
 check "is gone" none test -e "$folder/two.img"
-check "what would be done" eval 'qelc mirror "${guid[disk]}" --in "$folder" --dry-run | grep "protected by it"'
+check "what would be done" eval "qelc mirror ${guid[disk]} --in $folder --dry-run | grep 'protected by it'"
 check "a mirror in a new volume" qelc mirror "${guid[disk]}" --in "$folder" --name one --timeout 60s
 check "is level" told_level disk
 check "once" refused "is protected already" qelc mirror "${guid[disk]}" --in "$folder" --name two

@@ -529,14 +529,14 @@ TEST_F(mirror_tools, GroupsSchedulesAndMirrorsAreShownToPersonsAndPrograms)
          R"("hint":"qelc disks shows the disks of the host, qelc mirrors those that are mirrored","results":[]})"
          "\n"},
         {"disks", 0,
-         "  Disk    Size     Table  GUID  FS    Label  Used    System  Vendor\n"
-         "  sdv     1.0 MiB  GPT    G                                  QRZ Volume\n"
+         "  Disk    Size     Table  GUID  FS    Label  Used    System  Role  Vendor\n"
+         "  sdv     1.0 MiB  GPT    G                                        QRZ Volume\n"
          "    sdv1  2.0 MiB         P     ext4         1000 B\n"},
         {"disks --json", 0,
          done(
              "disks",
              R"({"name":"sdv","guid":"G","size":1048576,"table":"GPT",)"
-             R"("vendor":"QRZ Volume","system":false,"left_out":null,"partitions":[{"name":"sdv1","guid":"P",)"
+             R"("vendor":"QRZ Volume","system":false,"role":null,"left_out":null,"partitions":[{"name":"sdv1","guid":"P",)"
              R"("size":2097152,"used":1000,"file_system":"ext4","label":""}]})")},
         {"mirrors --json", 0,
          done(

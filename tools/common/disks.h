@@ -25,6 +25,7 @@ struct disk_view {
     std::string vendor;
     bool is_system = false;
     std::vector<partition_view> partitions;
+    std::string role = ""; // among mirrors, in words; "" for none, and as a report has it
 };
 
 // CLIENT is the element of the host in a report. None if it has no list of disks.

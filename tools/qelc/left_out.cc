@@ -6,6 +6,7 @@
 #include "tools/volumes/host_view.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace {
 constexpr uint64_t sector = 512;
@@ -58,7 +59,9 @@ std::string text_of(signature_objection objection, const disk_facts &disk,
     case removable:
         return "it is removable";
     case unreadable:
-        return "it cannot be read, or what is on it is ambiguous";
+        return "it cannot be read";
+    case ambiguous:
+        return "what is on it is ambiguous, or cannot be read";
     case superblock:
         return content_text(disk);
     case other_table:
@@ -95,5 +98,9 @@ std::vector<left_out_disk> left_out_disks(host &at)
             reason = text_of(objection_to_report(disk.facts, mounts), disk.facts, mounts);
         all.push_back({disk.facts.name, disk.facts.sectors * sector, std::move(reason)});
     }
+    // loop2 before loop10.
+    std::ranges::sort(all, [](const left_out_disk &one, const left_out_disk &other) {
+        return strverscmp(one.name.c_str(), other.name.c_str()) < 0;
+    });
     return all;
 }

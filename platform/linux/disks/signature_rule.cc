@@ -86,7 +86,7 @@ signature_objection objection_to_content(int fd, const disk_facts &disk)
     using enum signature_objection;
     const auto content = read_content(fd);
     if (!content || content->superblock)
-        return content ? superblock : unreadable;
+        return content ? superblock : ambiguous;
     if (content->table != table_type::none)
         return content->table == table_type::other ? other_table : none;
     if (!disk.partitions.empty() || !first_sector_is_empty(fd))

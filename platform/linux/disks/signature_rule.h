@@ -16,7 +16,8 @@ enum class signature_objection {
     held,     // by another device
     read_only,
     removable,
-    unreadable, // or what is on it is ambiguous
+    unreadable,
+    ambiguous,
     superblock, // of a file system, LVM, LUKS ... on the whole disk
     other_table,
     unknown_data, // in its first sector

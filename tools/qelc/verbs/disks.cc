@@ -28,12 +28,25 @@ void add_labels(std::vector<disk_view> &disks)
     }
 }
 
+void add_roles(host &at, std::vector<disk_view> &disks)
+{
+    for (disk_view &disk : disks) {
+        for (const mirror_view &mirror : at.view().mirrors) {
+            if (mirror.guids.source == disk.guid)
+                disk.role = "mirrored to " + at.name_of(mirror.guids.mirror);
+            else if (mirror.guids.mirror == disk.guid)
+                disk.role = "mirror of " + mirror.disk;
+        }
+    }
+}
+
 outcome show_disks(host &at, const verb_options &given)
 {
     if (given.all && !at.is_local())
         throw verb_end{exit_usage, "--all looks at the disks of this host: --host does not go with it",
                        "qelc help disks shows its options"};
     std::vector<disk_view> disks = at.view().disks;
+    add_roles(at, disks);
     if (at.is_local())
         add_labels(disks);
     const auto left_out = given.all ? left_out_disks(at) : std::vector<left_out_disk>{};

@@ -36,10 +36,10 @@ std::string table_of(const std::vector<disk_view> &disks)
 {
     if (disks.empty())
         return "no disks\n";
-    text_table rows{{"Disk", "Size", "Table", "GUID", "FS", "Label", "Used", "System", "Vendor"}};
+    text_table rows{{"Disk", "Size", "Table", "GUID", "FS", "Label", "Used", "System", "Role", "Vendor"}};
     for (const disk_view &disk : disks) {
         rows.push_back({disk.name, size_text(disk.size), disk.table.empty() ? "-" : disk.table, disk.guid, "",
-                        "", "", disk.is_system ? "yes" : "", disk.vendor});
+                        "", "", disk.is_system ? "yes" : "", disk.role, disk.vendor});
         for (const partition_view &part : disk.partitions)
             rows.push_back({"  " + part.name, size_text(part.size), "", part.guid, part.file_system,
                             part.label, size_text(part.used)});
@@ -64,6 +64,7 @@ json_object object_of(const disk_view &disk)
     object["table"] = disk.table.empty() ? json_object() : json_object(disk.table);
     object["vendor"] = disk.vendor;
     object["system"] = disk.is_system;
+    object["role"] = disk.role.empty() ? json_object() : json_object(disk.role);
     object["left_out"] = json_object();
     object["partitions"] = std::move(partitions);
     return object;
