@@ -277,7 +277,7 @@ TEST_F(mirror_tools, AVerbLooksBeforeItAsks)
     } cases[] = {
         {"protect sda1=m1 </dev/null", 1, "it overwrites disks, and there is no terminal to ask at",
          "look with --dry-run"},
-        {"protect --yes sda2=m1", 1, "sda2 is protected already, by M2", "qelc unprotect SRC"},
+        {"protect --yes sda2=m1", 1, "sda2 is protected already, by M2", "qelc unprotect sda2"},
         {"protect --yes l1=M2", 1, "M2 is the mirror of sda2 already", ""},
         {"protect --yes sda1=l1", 1, "sda1 cannot be its own mirror", ""},
         {"protect --yes sda1=m1 sda3=m1", 1, "m1 is named twice", ""},
@@ -529,9 +529,9 @@ TEST_F(mirror_tools, GroupsSchedulesAndMirrorsAreShownToPersonsAndPrograms)
          R"("hint":"qelc disks shows the disks of the host, qelc mirrors those that are mirrored","results":[]})"
          "\n"},
         {"disks", 0,
-         "  Disk    Size     Table  GUID  FS    Label  Used    System  Role  Vendor\n"
+         "  Disk    Size     Table  GUID  Role  FS    Label  Used    System  Vendor\n"
          "  sdv     1.0 MiB  GPT    G                                        QRZ Volume\n"
-         "    sdv1  2.0 MiB         P     ext4         1000 B\n"},
+         "    sdv1  2.0 MiB         P           ext4         1000 B\n"},
         {"disks --json", 0,
          done(
              "disks",

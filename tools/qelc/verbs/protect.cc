@@ -25,8 +25,6 @@ std::vector<wanted_pair> pairs_meant(host &at, const verb_options &given)
     throw verb_end{exit_refused, reason, hint};
 }
 
-constexpr char end_it[] = "qelc unprotect SRC ends a relationship; qelc mirrors shows them";
-
 // What the report tells against a pair.
 void check_relationships(host &at, const wanted_pair &pair)
 {
@@ -192,14 +190,17 @@ void check_is_no_mirror(host &at, const named_disk &disk)
 {
     for (const mirror_view &other : at.view().mirrors) {
         if (other.guids.mirror == disk.guid)
-            refuse(disk.name + " is the mirror of " + other.disk + " already", end_it);
+            refuse(disk.name + " is the mirror of " + other.disk + " already",
+                   "qelc unprotect " + other.disk + " ends that; qelc mirrors shows all mirrors");
     }
 }
 
 void check_source(host &at, const named_disk &source)
 {
     if (const mirror_view *former = at.mirror_of(source.guid))
-        refuse(source.name + " is protected already, by " + at.name_of(former->guids.mirror), end_it);
+        refuse(source.name + " is protected already, by " + at.name_of(former->guids.mirror),
+               "qelc unprotect " + source.name + " ends that; qelc resync " + source.name +
+                   " copies it again");
     check_is_no_mirror(at, source);
 }
 

@@ -36,12 +36,12 @@ std::string table_of(const std::vector<disk_view> &disks)
 {
     if (disks.empty())
         return "no disks\n";
-    text_table rows{{"Disk", "Size", "Table", "GUID", "FS", "Label", "Used", "System", "Role", "Vendor"}};
+    text_table rows{{"Disk", "Size", "Table", "GUID", "Role", "FS", "Label", "Used", "System", "Vendor"}};
     for (const disk_view &disk : disks) {
-        rows.push_back({disk.name, size_text(disk.size), disk.table.empty() ? "-" : disk.table, disk.guid, "",
-                        "", "", disk.is_system ? "yes" : "", disk.role, disk.vendor});
+        rows.push_back({disk.name, size_text(disk.size), disk.table.empty() ? "-" : disk.table, disk.guid,
+                        disk.role, "", "", "", disk.is_system ? "yes" : "", disk.vendor});
         for (const partition_view &part : disk.partitions)
-            rows.push_back({"  " + part.name, size_text(part.size), "", part.guid, part.file_system,
+            rows.push_back({"  " + part.name, size_text(part.size), "", part.guid, "", part.file_system,
                             part.label, size_text(part.used)});
     }
     return align(rows);

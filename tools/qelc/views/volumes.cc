@@ -35,7 +35,7 @@ std::string volumes_table(const std::vector<volume_view> &volumes)
 {
     if (volumes.empty())
         return "no volumes\n";
-    text_table rows{{"Volume", "Size", "Taken", "Where", "Device", "GUID", "Mirror of"}};
+    text_table rows{{"Volume", "Size", "Taken", "Mirror of", "Device", "Where", "GUID"}};
     std::string faults;
     std::vector<std::string> guids;
     for (const volume_view &view : volumes)
@@ -47,8 +47,8 @@ std::string volumes_table(const std::vector<volume_view> &volumes)
         const volume_record &volume = view.volume;
         const std::string source = view.source_name.empty() ? shown(view.source) : view.source_name;
         rows.push_back({volume.name, size_text(volume.size), view.taken ? size_text(*view.taken) : "-",
-                        volume.place, view.device.value_or("-"), shown(volume.guid),
-                        source.empty() ? "-" : source});
+                        source.empty() ? "-" : source, view.device.value_or("-"), volume.place,
+                        shown(volume.guid)});
         if (!view.fault.empty())
             faults += "  " + visible(volume.name + ": " + view.fault) + "\n";
     }
