@@ -77,6 +77,13 @@ void write_config(const verb_options &given, init_steps &steps)
                    "is written, with " + ports_text(given) + " and the ClientGUID " + *content.guid);
 }
 
+// Without the path with which it begins.
+std::string fault_in_file(const std::string &fault, const std::string &path)
+{
+    const std::string rest = fault.substr(path.size());
+    return rest.starts_with(": ") ? rest.substr(2) : "line " + rest.substr(1);
+}
+
 // One that is there stays, and must be of use.
 void check_former_config(const std::string &path, init_steps &steps)
 {
@@ -86,7 +93,7 @@ void check_former_config(const std::string &path, init_steps &steps)
     if (remarks.faults.empty())
         steps.done("file", path, "is there, and stays as it is");
     else
-        steps.failed("file", path, "the daemon cannot use it: " + remarks.faults.front(),
+        steps.failed("file", path, "the daemon cannot use it: " + fault_in_file(remarks.faults.front(), path),
                      "mend it, then: qelc check-config, and qelc init again");
 }
 

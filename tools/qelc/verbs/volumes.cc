@@ -139,15 +139,12 @@ outcome show_volumes(const verb_options &given)
         throw verb_end{exit_refused, why, "the lines above say more"};
     std::vector<verb_item> items;
     for (const volume_device &one : *all) {
-        verb_item item{"volume",
-                       one.name,
-                       "",
-                       exit_ok,
-                       one.is_new ? "is shown as " : "was there as ",
-                       {{"device", one.device}}};
+        verb_item item{"volume", one.name, "", exit_ok,
+                       (one.is_new ? "is shown as " : "was there as ") + one.device};
         if (!one.fault.empty())
             item.refuse(exit_refused, one.fault);
-        item.text += item.is_open() ? one.device : "";
+        else
+            item.more = {{"device", one.device}};
         items.push_back(std::move(item));
     }
     outcome end = outcome_of(std::move(items), which_there_are);
