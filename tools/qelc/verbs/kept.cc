@@ -147,7 +147,14 @@ outcome unmount(const verb_options &given)
 
 // --- Several snapshots -----------------------------------------------------------------------------------
 
-// Goes on after a failure. With --dry-run OBJECTS says what would fail, "" for nothing.
+std::string objection_to(const std::string &name, std::string (*objection)(const listed_snapshot &found))
+{
+    std::string why;
+    const auto found = look_at_snapshot(name, &why);
+    return found ? objection(*found) : why;
+}
+
+// Goes on after a failure. With --dry-run OBJECTION says what would fail, "" for nothing.
 outcome for_each_name(const verb_options &given, bool (*act)(const std::string &name, std::string *why),
                       const char *done, std::string (*objection)(const listed_snapshot &found))
 {
@@ -156,11 +163,10 @@ outcome for_each_name(const verb_options &given, bool (*act)(const std::string &
     for (const std::string &name : given.snapshots) {
         verb_item item{"snapshot", name, "", exit_ok, (given.dry_run ? "" : "is ") + std::string(done)};
         std::string why;
-        const auto found = look_at_snapshot(name, &why);
-        if (!found)
+        if (!load_snapshot(name))
             item.refuse(exit_not_found, "there is no such snapshot");
         else if (given.dry_run)
-            why = objection(*found);
+            why = objection_to(name, objection);
         else if (act(name, &why))
             why.clear();
         if (item.is_open() && !why.empty())
