@@ -4,15 +4,6 @@
 # shellcheck source=tests/host/host_test.sh
 source "$(dirname "$0")/host_test.sh"
 
-# says STATUS WORDS COMMAND...: it ends with that exit status, and WORDS, with single blanks, stand in what it says.
-says() {
-    local wanted=$1 words=$2 status=0 said
-    shift 2
-    said=$("$@" 2>&1 </dev/null) || status=$?
-    echo "$status: $said"
-    [[ $status == "$wanted" ]] && tr -s ' ' <<<"$said" | grep -F -- "$words"
-}
-
 # typed ANSWER COMMAND: at a terminal, once it has asked.
 typed() {
     local status=0
@@ -42,6 +33,16 @@ make_mirror small 16
 make_image whole 16
 mkfs.ext4 -q -L all "$images/whole"
 attach whole
+make_image unknown 16
+echo something | dd of="$images/unknown" conv=notrunc status=none
+attach unknown
+make_image swap 16
+mkswap -q "$images/swap" 2>/dev/null || mkswap "$images/swap" >/dev/null
+attach swap
+make_image taken 16
+attach taken
+truncate -s 1M "$images/tiny"
+attach tiny
 make_image frozen 16
 attach_loop "$images/frozen" --read-only
 frozen=${attached#/dev/}
@@ -68,6 +69,15 @@ step "disks"
 check_within 20 "what is reported" says 0 "$disk 32 MiB MBR ${guid[disk]}" qelc disks
 check "what is left out, as it holds a file system" says 0 "$(name_of whole) 16 MiB it holds ext4 \"all\" as a whole" \
     qelc disks --all
+check "or swap" says 0 "$(name_of swap) 16 MiB it holds swap as a whole" qelc disks --all
+check "or something unknown" says 0 "$(name_of unknown) 16 MiB its first sector holds something unknown" \
+    qelc disks --all
+check "or is too small" says 0 "$(name_of tiny) 1.0 MiB it is too small" qelc disks --all
+python3 -c 'import os, sys, time
+os.open(sys.argv[1], os.O_RDONLY | os.O_EXCL)
+time.sleep(1000)' "${device[taken]}" &
+check_within 20 "or is claimed" says 0 "$(name_of taken) 16 MiB another program uses it" qelc disks --all
+kill $!
 check "or is read-only" says 0 "$frozen 16 MiB it is read-only" qelc disks --all
 check "programs are told" valid qelc --json disks --all
 check "GUIDs are short on a terminal" eval "script -qec 'stty cols 80; qelc disks' /dev/null </dev/null | tr -d '\r' | grep '${guid[disk]:0:8}$'"

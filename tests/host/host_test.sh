@@ -181,6 +181,15 @@ is_level() {
     grep -q '^sync_state Sync Finished' "$(record "$1")" && told_level "$1"
 }
 
+# says STATUS WORDS COMMAND...: it ends with that exit status, and WORDS, with single blanks, stand in what it says.
+says() {
+    local wanted=$1 words=$2 status=0 said
+    shift 2
+    said=$("$@" 2>&1 </dev/null) || status=$?
+    echo "$status: $said"
+    [[ $status == "$wanted" ]] && tr -s ' ' <<<"$said" | grep -F -- "$words"
+}
+
 # valid COMMAND...: the answer of qelc is one that the schema of answers allows.
 valid() {
     "$@" | tee /dev/stderr | python3 -c 'import sys, json, jsonschema

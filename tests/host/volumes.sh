@@ -74,7 +74,10 @@ check "and what was begun is gone" test "$(<"$folder/theirs.img") $(records | wc
 check "not where a boot ends it" refused "is restarted" qelc volume create --like "${guid[disk]}" --in /var
 check "not on the disk itself" refused "the very disk" \
     qelc volume create --like "${device[system]}" --in "$folder"
-check "not of a disk that is not there" refused "no such disk" qelc volume create --like nothing --in "$folder"
+check "not of a disk that is not there" says 4 "no such disk" qelc volume create --like nothing --in "$folder"
+check "what would be made" says 0 "third: made in $folder" \
+    qelc volume create --like "${guid[disk]}" --in "$folder" --name third --dry-run
+check "is not" none test -e "$folder/third.img"
 
 step "a mirror on it"
 start_protected disk=mirror
@@ -85,6 +88,7 @@ check "the list names the disk" listed mirror "\"source\":\"${guid[disk]}\""
 check "programs are told" valid qelc --json volumes
 check "and were told of the new one" valid cat /var/tmp/made
 check "what would be deleted" eval 'qelc volume delete second --dry-run | grep "^second: deleted"'
+check "one that is not there is not deleted" says 4 "did you mean second?" qelc volume delete secund --yes
 check "it cannot be deleted" refused "qelc unprotect ${guid[disk]}" qelc volume delete mirror --yes
 check "nor without a question" refused "there is no terminal to ask at" qelc volume delete second
 
@@ -113,7 +117,8 @@ attach twin
 check "no second disk with one signature" refused "${device[twin]} has the same signature" qelc volume attach
 kill "${loop_holders[-1]}"
 mv "$folder/second.img" "$folder/away"
-check_within 10 "a file that is missing" refused "second: $folder/second.img: No such file" qelc volume attach
+check_within 10 "a file that is missing" says 6 "second: $folder/second.img: No such file" qelc volume attach
+check "what would be shown" says 0 "second: shown as a disk" qelc volume attach --dry-run
 check "the list says so" listed second '"device":null,"fault":".*No such file'
 cp "$folder/mirror.img" "$folder/second.img"
 check "another file" refused "does not have the signature" qelc volume attach

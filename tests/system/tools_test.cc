@@ -1,85 +1,9 @@
 // The command-line tools against the shipped daemon and against each other.
 #include "platform/linux/state/progress.h"
-#include "tests/system/adopted_test.h"
-
-#include <sys/wait.h>
+#include "tests/system/tools.h"
 
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
 #include <thread>
-
-namespace {
-template <class Base>
-class with_tools : public Base {
-protected:
-    with_tools()
-    {
-        const std::string program = qelcd_path();
-        setenv("BIN", program.substr(0, program.rfind('/')).c_str(), 1);
-    }
-
-    using outcome = std::pair<int, std::string>; // exit status, and what both streams got
-
-    // A shell command line in which $BIN is the folder of the programs.
-    static outcome run(const std::string &command)
-    {
-        FILE *pipe = popen(("exec 2>&1; " + command).c_str(), "re");
-        outcome result{-1, ""};
-        for (int byte = getc(pipe); byte != EOF; byte = getc(pipe))
-            result.second += static_cast<char>(byte);
-        result.first = WEXITSTATUS(pclose(pipe));
-        return result;
-    }
-};
-
-// Each line is an answer for programs, as its schema has it.
-void expect_valid(const std::string &answers)
-{
-    write_file("/var/tmp/answers", answers);
-    write_file("/var/tmp/validate", "import sys, json, jsonschema\n"
-                                    "check = jsonschema.Draft202012Validator(json.load(open(sys.argv[1])))\n"
-                                    "for line in open('/var/tmp/answers'):\n"
-                                    "    for error in check.iter_errors(json.loads(line)):\n"
-                                    "        print(line, error.message)\n"
-                                    "print('all seen')\n");
-    EXPECT_EQ(output_of("python3 /var/tmp/validate " QELC_SCHEMA), "all seen\n");
-}
-
-using tools = with_tools<system_test>;
-
-// With sda and its partitions in the report.
-class mirror_tools : public with_tools<adopted_test> {
-protected:
-    mirror_tools()
-    {
-        disks[0].state = 1;
-        disks[0].vendor = "QRZ";
-        disks[0].model = "Volume";
-        world.scsi_guid("/dev/sda", "S");
-        world.disks(disks);
-    }
-};
-
-scripted_relationship mirror(int number, const char *state, unsigned percent, const char *link = "Up")
-{
-    const std::string text = std::to_string(number);
-    return {"/dev/sda" + text, "L" + text, "M" + text, state, "Running", "Up", link, "", percent};
-}
-
-// The lines of a file, of which some begin with a time of day.
-std::string without_times(const char *path)
-{
-    std::istringstream lines(read_file(path));
-    std::string all;
-    for (std::string line; std::getline(lines, line); all += line + "\n") {
-        if (line.size() > 9 && line[2] == ':' && line[5] == ':')
-            line.erase(0, line.find(' ', 9) + 1); // and its zone
-    }
-    return all;
-}
-
-} // namespace
 
 TEST_F(tools, QelcPrintsStatusAndAnswerAndEndsWithWhatTheyMean)
 {
@@ -301,6 +225,12 @@ TEST_F(mirror_tools, AVerbLooksBeforeItAsks)
         {"group delete no", 4, "there is no group no", ""},
         {"db delete --instance i", 4, "there is no database i", ""},
         {"mirrors --wait sda1", 4, "sda1 is not protected", ""},
+        {"mirror sda1", 2, "MIRROR or --in is required", "qelc help mirror"},
+        {"mirror sda1 m1 </dev/null", 1, "it overwrites disks, and there is no terminal to ask at", ""},
+        {"mirror sda2 m1 --yes", 1, "sda2 is protected already, by M2", "qelc unprotect sda2"},
+        {"mirror sda1 M2 --yes", 1, "M2 is the mirror of sda2 already", "qelc unprotect sda2"},
+        {"mirror sda1 --in /var", 1, "L1: there is no such disk", "qelc help mirror"},
+        {"mirror sda2 --in /var", 1, "sda2 is protected already, by M2", ""},
         {"--host 127.0.0.1:1 unprotect sda1", 3, "127.0.0.1:1: Connection refused", ""},
     };
     std::string answers;
@@ -313,9 +243,10 @@ TEST_F(mirror_tools, AVerbLooksBeforeItAsks)
         answers += end.second;
     }
     for (const char *verb :
-         {"protect --group new sda1=m1", "unprotect sda2", "resync sda2", "cancel-resync sda2",
-          "snapshot --disk sda2", "schedule set --disk sda2 --start now --every 5", "group create new",
-          "group add g sda2", "group remove g abd2", "group delete g", "db set --instance i"}) {
+         {"protect --group new sda1=m1", "mirror sda1 m1", "unprotect sda2", "resync sda2",
+          "cancel-resync sda2", "snapshot --disk sda2", "schedule set --disk sda2 --start now --every 5",
+          "group create new", "group add g sda2", "group remove g abd2", "group delete g",
+          "db set --instance i"}) {
         const outcome end =
             run("$BIN/qelc --json " + std::string(verb) + " --dry-run </dev/null 2>/dev/null");
         EXPECT_EQ(end.first, 0) << verb;
@@ -490,6 +421,11 @@ TEST_F(mirror_tools, AWaitForAMirrorThatIsNotThereCountsDown)
     const std::string what = " s left: the daemon looks for " + absent;
     EXPECT_NE(seen.find("40" + what), std::string::npos) << seen;
     EXPECT_NE(seen.find("39" + what), std::string::npos) << seen;
+    // Elsewhere it is one line, which comes before the daemon has an answer.
+    run("timeout 3 $BIN/qelc protect --yes sda2=" + absent + " >/var/tmp/screen 2>&1");
+    const std::string line =
+        "the daemon looks for " + absent + ", which it does not see yet, for up to 40 s\n";
+    EXPECT_NE(read_file("/var/tmp/screen").find(line), std::string::npos) << read_file("/var/tmp/screen");
     log.tolerate("*");
 }
 
