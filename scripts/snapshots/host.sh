@@ -45,7 +45,7 @@ number_in() {
 }
 
 names_that_are() {
-    qelc --json snapshots | jq -r ".snapshots[] | select(.state $1) | .name"
+    qelc --json snapshots | jq -r ".results[] | select(.state $1) | .name"
 }
 
 # are_whole: what is listed as a snapshot is one.

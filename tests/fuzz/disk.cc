@@ -2,6 +2,7 @@
 // low byte first, then so many bytes. The disk is empty elsewhere.
 #include "platform/linux/disks/content.h"
 #include "tests/fuzz/fuzz.h"
+#include "tools/snapshots/contents.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -54,6 +55,12 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     }
     const auto whole = read_file_system(fd, 0, sectors * sector);
     require(!whole || (!whole->empty() && is_plain(*whole)), "a type is a plain word");
+    std::string why;
+    const auto parts = contents_of(disk.path(), &why);
+    require(parts.has_value(), "a disk that can be read has contents");
+    for (const struct content &one : *parts)
+        require(one.last_folder.size() <= 64 && (one.last_mount != 0 || one.last_folder.empty()),
+                "a folder is short, and of a mount");
     close(fd);
     return 0;
 }

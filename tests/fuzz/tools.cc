@@ -7,6 +7,7 @@
 #include "tools/manager/options.h"
 #include "tools/qelc/health/mark_journal.h"
 #include "tools/qelc/points_in_time.h"
+#include "tools/qelc/views/disks.h"
 #include "tools/qelc/views/groups.h"
 #include "tools/qelc/views/json_answer.h"
 #include "tools/qelc/views/mirrors.h"
@@ -30,6 +31,20 @@ void read_answer(const char *text)
     json_object object;
     require(Json(text, object) == page.has_value(), "a table and JSON have the same answers");
     require(json_object::parse(object.dump()) == object, "JSON is read back");
+}
+
+optional_text disks_of_answer(const char *text)
+{
+    const auto disks = disks_of(text);
+    return disks ? optional_text(disks_page(*disks, {})) : std::nullopt;
+}
+
+bool disks_json(const char *text, json_object &results)
+{
+    const auto disks = disks_of(text);
+    if (disks)
+        results = disk_records(*disks, {});
+    return disks.has_value();
 }
 
 void read_report(const char *text)
@@ -70,7 +85,7 @@ void read_control_file(const char *text)
         require(!error.empty() && treat.answer == 7 && treat.chance == 7, "a wrong file changes nothing");
 }
 
-constexpr void (*readers[])(const char *) = {read_answer<disks_page, disks_json>,
+constexpr void (*readers[])(const char *) = {read_answer<disks_of_answer, disks_json>,
                                              read_answer<mirrors_page, mirrors_json>,
                                              read_answer<groups_page, groups_json>,
                                              read_answer<schedule_page, schedule_json>,

@@ -190,6 +190,13 @@ says() {
     [[ $status == "$wanted" ]] && tr -s ' ' <<<"$said" | grep -F -- "$words"
 }
 
+# valid COMMAND...: the answer of qelc is one that the schema of answers allows.
+valid() {
+    "$@" | tee /dev/stderr | python3 -c 'import sys, json, jsonschema
+jsonschema.validate(json.load(sys.stdin), json.load(open(sys.argv[1])), jsonschema.Draft202012Validator)' \
+        "$here/../../tools/qelc/answer.schema.json"
+}
+
 # end_test: what every test can say at its end.
 end_test() {
     check "no working process ended by itself" test \

@@ -85,7 +85,9 @@ check "several file systems are a question" refused 'partition 1 (ext4' qelc sna
 check "which names all" refused 'partition 2 (xfs' qelc snapshots mount "$name" /run/files
 check "a folder that is not empty" refused "not empty" qelc snapshots mount "$name" /run
 check "nothing is left of that" detached
-check "mounted" qelc snapshots mount "$name" /run/files --partition 1
+check "what would be mounted" said "$name: mounted on /run/files" qelc snapshots mount "$name" /run/files --dry-run
+check "is not" none mountpoint -q /run/files
+check "mounted" valid qelc --json snapshots mount "$name" /run/files --partition 1
 check "the file is there" grep -x "precious of disk" /run/files/precious
 check "and nobody writes to it" refused "Read-only" touch /run/files/new
 cd /run/files
@@ -115,13 +117,15 @@ $frozen read-only
 ${device[mounted]} another program uses it
 nothing there is no such disk
 END
-check "without an answer" refused "--yes is required" qelc snapshots restore "$name"
+check "without an answer" refused "there is no terminal to ask at" qelc snapshots restore "$name"
 mkdir -p /etc/kavtessaron/keepers.d
 printf '#!/bin/sh\n[ $1 != probe ] || exit 3\nexec %s/lib/qelcd/keepers.d/reflink "$@"\n' "$build" \
     >/etc/kavtessaron/keepers.d/reflink
 chmod +x /etc/kavtessaron/keepers.d/reflink
 check "without a snapshot of what is there" refused "--no-snapshot" qelc snapshots restore "$name" --yes
 rm -r /etc/kavtessaron/keepers.d
+check "to a disk that is not there" says 4 "none: there is no such disk" qelc snapshots restore "$name" --to none --yes
+check "what would be restored" says 0 "overwritten with $name, where it differs" qelc snapshots restore "$name" --dry-run
 check "nothing was written" unchanged small large mounted frozen disk
 check "nothing stays attached" detached
 
@@ -134,6 +138,7 @@ spoilt=$(qelc --json snapshots | grep -o '"name":"[^"]*' | cut -d '"' -f 4 | gre
 check "what is no file system is not mounted" refused "crypto_LUKS" qelc snapshots mount "$spoilt" /run/files
 check_within 30 "the mirror follows" told_level disk
 check "and is equal" equal disk xfs/mirror
+check "programs are told" valid qelc --json snapshots restore "$name" --yes --no-snapshot
 check "to a larger disk" said "it has no mirror" qelc snapshots restore "$name" --yes --to "${device[large]}"
 check "which keeps its signature" equal disk large
 
@@ -147,6 +152,8 @@ for attempt in {1..50}; do # some may come too late
     [[ ! -e $unfinished ]] || break
 done
 check "the list tells of it (attempt $attempt)" said "restoring $name to ${device[disk]#/dev/} was not finished" qelc snapshots
+check "programs, too" said "\"restores\":[{\"disk\":\"${device[disk]#/dev/}\"" qelc --json snapshots
+check "in their form" valid qelc --json snapshots
 echo "keep = last 1" >/etc/kavtessaron/embedded.conf
 qelc snapshots detach "$name" # as a start of the host does
 check "no rule takes away what it needs" qelc snapshots prune

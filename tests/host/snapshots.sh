@@ -24,16 +24,23 @@ check_within 60 "level" eval 'qelc mirrors | grep -w synchronised'
 name=$(qelc snapshot --disk "${guid[disk]}" --note "a note" | tail -n 1)
 check "a snapshot, listed" state_is ok
 check "which is in the journal" grep -x ".* ok $name" /var/lib/kavcdpagt/journal
+check "what would be removed" eval "qelc snapshots remove --dry-run $name | grep '^$name: removed'"
 path=$(qelc snapshots attach "$name" 2>/dev/null)
 check "attached" state_is attached
+check "it is listed by its disk, in local time" says 0 "$(date +%Z) ${device[disk]#/dev/} reflink" qelc snapshots
+check "programs are told" valid qelc --json snapshots
+check "and of its device" valid qelc --json snapshots attach "$name"
 check "it holds what the disk holds beside the signature" cmp -i 4096 "$path" "${device[disk]}"
 check "and the mirror goes on" eval 'sleep 3; qelc mirrors | grep -w synchronised'
-check "it is not removed" none qelc snapshots remove "$name"
+check "it is not removed" says 1 "it is attached as $path" qelc snapshots remove "$name"
+check "nor would it be" says 1 "it is attached as $path" qelc snapshots remove --dry-run "$name"
 check "detached" qelc snapshots detach "$name"
 rm "$images"/xfs/mirror.qelcd-snapshots/*
 check "what somebody has removed is gone" state_is gone
-check "and its record can be removed" qelc snapshots remove "$name"
-check "then nothing is left" test "$(qelc --json snapshots)" = '{"snapshots":[]}'
+check "is not attached" says 1 "its data is gone" qelc snapshots attach "$name"
+check "and its record can be removed" says 6 "none: there is no such snapshot" qelc snapshots remove "$name" none
+check "once" says 4 "$name: there is no such snapshot" qelc snapshots remove "$name"
+check "then nothing is left" test "$(qelc snapshots)" = "no snapshots"
 mkdir -p /etc/kavtessaron/keepers.d
 ln -s /dev/null /etc/kavtessaron/keepers.d/reflink
 check "without a keeper there is no snapshot" none qelc snapshot --disk "${guid[disk]}"

@@ -74,7 +74,10 @@ check "and what was begun is gone" test "$(<"$folder/theirs.img") $(records | wc
 check "not where a boot ends it" refused "is restarted" qelc volume create --like "${guid[disk]}" --in /var
 check "not on the disk itself" refused "the very disk" \
     qelc volume create --like "${device[system]}" --in "$folder"
-check "not of a disk that is not there" refused "no such disk" qelc volume create --like nothing --in "$folder"
+check "not of a disk that is not there" says 4 "no such disk" qelc volume create --like nothing --in "$folder"
+check "what would be made" says 0 "third: made in $folder" \
+    qelc volume create --like "${guid[disk]}" --in "$folder" --name third --dry-run
+check "is not" none test -e "$folder/third.img"
 
 step "a mirror on it"
 start_protected disk=mirror
@@ -82,8 +85,12 @@ resync 99999999 disk
 check_within 40 "level" is_level disk
 check "equal" equal disk mirror
 check "the list names the disk" listed mirror "\"source\":\"${guid[disk]}\""
+check "programs are told" valid qelc --json volumes
+check "and were told of the new one" valid cat /var/tmp/made
+check "what would be deleted" eval 'qelc volume delete second --dry-run | grep "^second: deleted"'
+check "one that is not there is not deleted" says 4 "did you mean second?" qelc volume delete secund --yes
 check "it cannot be deleted" refused "qelc unprotect ${guid[disk]}" qelc volume delete mirror --yes
-check "nor without a question" refused "--yes is required" qelc volume delete second
+check "nor without a question" refused "there is no terminal to ask at" qelc volume delete second
 
 step "a boot"
 stop_daemon
@@ -110,7 +117,8 @@ attach twin
 check "no second disk with one signature" refused "${device[twin]} has the same signature" qelc volume attach
 kill "${loop_holders[-1]}"
 mv "$folder/second.img" "$folder/away"
-check_within 10 "a file that is missing" refused "second: $folder/second.img: No such file" qelc volume attach
+check_within 10 "a file that is missing" says 6 "second: $folder/second.img: No such file" qelc volume attach
+check "what would be shown" says 0 "second: shown as a disk" qelc volume attach --dry-run
 check "the list says so" listed second '"device":null,"fault":".*No such file'
 cp "$folder/mirror.img" "$folder/second.img"
 check "another file" refused "does not have the signature" qelc volume attach
@@ -152,6 +160,19 @@ done
 check "a volume is deleted" qelc volume delete second --yes
 check "protection ends" as_manager unprotect "${guid[disk]}"
 check_within 20 "a volume is deleted" qelc volume delete mirror --yes
+
+step "a mirror in one step"
+echo 0 >"/sys/block/$(basename "${device[disk]}")/queue/iostats" # then nobody knows what was written
+check "the volume of a mirror that is refused" refused "two was removed again" \
+    qelc mirror "${guid[disk]}" --in "$folder" --name two
+echo 1 >"/sys/block/$(basename "${device[disk]}")/queue/iostats"
+check "is gone" none test -e "$folder/two.img"
+check "what would be done" eval "qelc mirror ${guid[disk]} --in $folder --dry-run | grep 'protected by it'"
+check "a mirror in a new volume" qelc mirror "${guid[disk]}" --in "$folder" --name one --timeout 60s
+check "is level" told_level disk
+check "once" refused "is protected already" qelc mirror "${guid[disk]}" --in "$folder" --name two
+check "protection ends" as_manager unprotect "${guid[disk]}"
+check_within 20 "a volume is deleted" qelc volume delete one --yes
 check "nothing is left" test "$(records | paste -s -d ' ')" = "$folder/theirs.img /var/lib/qelcd-volumes/lock"
 check "the list is empty" test "$(qelc volumes)" = "no volumes"
 check "the loop device as well" none our_devices

@@ -73,18 +73,17 @@ start_initiator() {
 step "the service"
 cmake --install "$build" --prefix /usr >/dev/null
 rm -rf /var/lib/twinvault /var/lib/kavcdpagt /var/lib/qelcd-volumes
-check "a configuration" qelc init
+check "a configuration" qelc init --config-only
 systemctl daemon-reload
-check "it starts" systemctl start qelcd
+check "one step starts it, and makes the host its own manager" qelc init
+check "now and after each boot" systemctl is-enabled qelcd
 check "and answers at once" qelc nop_command
 check "within its limits" is_limited
 
 step "a mirror in LVM"
 make_disk
 make_mirror
-check "a manager" systemctl start qelc-manager
-check "which adopts the host" qelc-manager adopt 127.0.0.1
-check_within 20 "and takes its heartbeats" eval 'qelc-manager hosts | grep -w 127.0.0.1'
+check_within 20 "whose heartbeats it takes" eval 'qelc-manager hosts | grep -w 127.0.0.1'
 check "protection" qelc protect --yes "$disk_guid=$mirror_guid"
 check "a first copy" qelc resync --yes "$disk_guid"
 check_within 120 "level" mirror_is synchronised

@@ -41,15 +41,15 @@ for _ in {1..100}; do
 done
 judged 1 'another program listens there' "$head$ports</Tessaron>"
 kill $!
-! qelc init 2>/dev/null || failed "qelc init touches a configuration that is there"
+! qelc init --config-only 2>/dev/null || failed "qelc init touches a configuration that is there"
 rm -r /etc/kavtessaron
 ! qelc check-config 2>/dev/null || failed "there is no configuration to use"
-qelc init --client-port 9500 >/dev/null || failed "qelc init failed"
+qelc init --config-only --client-port 9500 >/dev/null || failed "qelc init failed"
 grep -q '<ClientPort>9500<' "$config" || failed "the new configuration lacks the port that was asked for"
 guid=$(grep -o '<ClientGUID>[0-9a-f-]\{36\}<' "$config") || failed "the new configuration has no GUID"
 qelc check-config >/dev/null || failed "the new configuration is of no use"
 rm "$config"
-qelc init >/dev/null
+qelc init --config-only >/dev/null
 ! grep -qF "$guid" "$config" || failed "two hosts have one GUID"
 
 ((failures == 0)) && echo "config.sh: done in $SECONDS s"

@@ -3,26 +3,7 @@
 #include "tests/system/tools_fixture.h"
 
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
 #include <thread>
-
-namespace {
-using tools = with_tools<system_test>;
-
-// The lines of a file, of which some begin with a time of day.
-std::string without_times(const char *path)
-{
-    std::istringstream lines(read_file(path));
-    std::string all;
-    for (std::string line; std::getline(lines, line); all += line + "\n") {
-        if (line.size() > 9 && line[2] == ':' && line[5] == ':')
-            line.erase(0, line.find(' ', 9) + 1); // and its zone
-    }
-    return all;
-}
-
-} // namespace
 
 TEST_F(tools, QelcPrintsStatusAndAnswerAndEndsWithWhatTheyMean)
 {
@@ -77,10 +58,52 @@ TEST_F(tools, BeforeTheAdoptionEveryVerbSaysWhoCanAdopt)
           "schedule get --disk a", "group list", "group delete g", "db delete --instance i"}) {
         const outcome end = run("$BIN/qelc " + std::string(verb));
         EXPECT_EQ(end.first, 5) << verb << end.second;
-        EXPECT_NE(end.second.find("No manager has adopted this host\nhint: "), std::string::npos)
+        EXPECT_NE(end.second.find("No manager has adopted this host\nhint: qelc init "), std::string::npos)
             << end.second;
     }
     EXPECT_EQ(run("$BIN/qelc kav_get_group").first, 5);
+}
+
+// They need no daemon; each answer is one for programs, too.
+TEST_F(tools, VerbsOfTheHostItselfSayWhatIsWrong)
+{
+    write_file("/var/tmp/two", "<Tessaron><ClientPort>x</ClientPort></Tessaron>");
+    write_file("/var/tmp/good", "<Tessaron><ClientPort>1</ClientPort><ServerPort>2</ServerPort></Tessaron>");
+    const struct {
+        const char *arguments;
+        int status;
+        const char *words;
+    } cases[] = {
+        {"snapshots", 0, R"("results":[])"},
+        {"snapshots remove a b", 4, "a: there is no such snapshot; b: there is no such snapshot"},
+        {"snapshots detach a --dry-run", 4, R"("snapshot":"a","status":"not-found")"},
+        {"snapshots attach a", 4, "qelc snapshots shows those that there are"},
+        {"snapshots mount a /", 4, "a: there is no such snapshot"},
+        {"snapshots umount a", 4, "a: there is no such snapshot"},
+        {"snapshots restore a --yes", 4, "a: there is no such snapshot"},
+        {"snapshots prune", 0, R"("status":"done")"},
+        {"snapshots prune --dry-run", 0, R"("status":"done")"},
+        {"volumes", 0, R"("results":[])"},
+        {"volume create --like none --in /var", 4, "none: there is no such disk"},
+        {"volume delete v --yes", 4, "v: there is no such volume"},
+        {"volume attach", 0, R"("results":[])"},
+        {"check-config /var/tmp/good", 0, R"({"status":"remark","text":"/var/tmp/good: there is no ClientG)"},
+        {"check-config /var/tmp/two", 1, "2 faults"},
+        {"check-config /nowhere", 1, "/nowhere: No such file or directory; qelc init makes one"},
+        {"wait-ready --seconds 1", 3, "time-out: no answer of qelcd within 1 s"},
+        {"--host h volumes", 2, "this verb asks no daemon"},
+    };
+    std::string answers;
+    for (const auto &[arguments, status, words] : cases) {
+        const outcome end = run("$BIN/qelc --json " + std::string(arguments) + " 2>/dev/null");
+        EXPECT_EQ(end.first, status) << arguments << end.second;
+        EXPECT_NE(end.second.find(words), std::string::npos) << arguments << end.second;
+        answers += end.second;
+    }
+    expect_valid(answers);
+    EXPECT_EQ(run("$BIN/qelc volume delete v --yes"),
+              (outcome{4, "error: volume delete v could not be done: v: there is no such volume\n"
+                          "hint: qelc volumes shows the volumes\n"}));
 }
 
 TEST_F(tools, QelcBuildsBodiesFromOptions)
@@ -178,7 +201,7 @@ TEST_F(mirror_tools, AVerbLooksBeforeItAsks)
     } cases[] = {
         {"protect sda1=m1 </dev/null", 1, "it overwrites disks, and there is no terminal to ask at",
          "look with --dry-run"},
-        {"protect --yes sda2=m1", 1, "sda2 is protected already, by M2", "qelc unprotect SRC"},
+        {"protect --yes sda2=m1", 1, "sda2 is protected already, by M2", "qelc unprotect sda2"},
         {"protect --yes l1=M2", 1, "M2 is the mirror of sda2 already", ""},
         {"protect --yes sda1=l1", 1, "sda1 cannot be its own mirror", ""},
         {"protect --yes sda1=m1 sda3=m1", 1, "m1 is named twice", ""},
@@ -202,6 +225,12 @@ TEST_F(mirror_tools, AVerbLooksBeforeItAsks)
         {"group delete no", 4, "there is no group no", ""},
         {"db delete --instance i", 4, "there is no database i", ""},
         {"mirrors --wait sda1", 4, "sda1 is not protected", ""},
+        {"mirror sda1", 2, "MIRROR or --in is required", "qelc help mirror"},
+        {"mirror sda1 m1 </dev/null", 1, "it overwrites disks, and there is no terminal to ask at", ""},
+        {"mirror sda2 m1 --yes", 1, "sda2 is protected already, by M2", "qelc unprotect sda2"},
+        {"mirror sda1 M2 --yes", 1, "M2 is the mirror of sda2 already", "qelc unprotect sda2"},
+        {"mirror sda1 --in /var", 1, "L1: there is no such disk", "qelc help mirror"},
+        {"mirror sda2 --in /var", 1, "sda2 is protected already, by M2", ""},
         {"--host 127.0.0.1:1 unprotect sda1", 3, "127.0.0.1:1: Connection refused", ""},
     };
     std::string answers;
@@ -214,9 +243,10 @@ TEST_F(mirror_tools, AVerbLooksBeforeItAsks)
         answers += end.second;
     }
     for (const char *verb :
-         {"protect --group new sda1=m1", "unprotect sda2", "resync sda2", "cancel-resync sda2",
-          "snapshot --disk sda2", "schedule set --disk sda2 --start now --every 5", "group create new",
-          "group add g sda2", "group remove g abd2", "group delete g", "db set --instance i"}) {
+         {"protect --group new sda1=m1", "mirror sda1 m1", "unprotect sda2", "resync sda2",
+          "cancel-resync sda2", "snapshot --disk sda2", "schedule set --disk sda2 --start now --every 5",
+          "group create new", "group add g sda2", "group remove g abd2", "group delete g",
+          "db set --instance i"}) {
         const outcome end =
             run("$BIN/qelc --json " + std::string(verb) + " --dry-run </dev/null 2>/dev/null");
         EXPECT_EQ(end.first, 0) << verb;
@@ -381,6 +411,24 @@ TEST_F(mirror_tools, AMirrorIsOverwrittenOnlyAfterAnAnswer)
     EXPECT_EQ(world.calls("tw_disk_resync"), texts{"tw_disk_resync L2 0"});
 }
 
+TEST_F(mirror_tools, AWaitForAMirrorThatIsNotThereCountsDown)
+{
+    start();
+    const std::string absent = "11111111-2222-3333-4444-555555555555";
+    run("timeout 5 script -qec '$BIN/qelc protect --yes sda1=" + absent +
+        "' /dev/null </dev/null >/var/tmp/screen");
+    const std::string seen = read_file("/var/tmp/screen");
+    const std::string what = " s left: the daemon looks for " + absent;
+    EXPECT_NE(seen.find("40" + what), std::string::npos) << seen;
+    EXPECT_NE(seen.find("39" + what), std::string::npos) << seen;
+    // Elsewhere it is one line, which comes before the daemon has an answer.
+    run("timeout 3 $BIN/qelc protect --yes sda2=" + absent + " >/var/tmp/screen 2>&1");
+    const std::string line =
+        "the daemon looks for " + absent + ", which it does not see yet, for up to 40 s\n";
+    EXPECT_NE(read_file("/var/tmp/screen").find(line), std::string::npos) << read_file("/var/tmp/screen");
+    log.tolerate("*");
+}
+
 TEST_F(mirror_tools, GroupsSchedulesAndMirrorsAreShownToPersonsAndPrograms)
 {
     world.relationships({mirror(1, "Sync On", 45), mirror(2, "Sync Finished", 100)});
@@ -417,13 +465,15 @@ TEST_F(mirror_tools, GroupsSchedulesAndMirrorsAreShownToPersonsAndPrograms)
          R"("hint":"qelc disks shows the disks of the host, qelc mirrors those that are mirrored","results":[]})"
          "\n"},
         {"disks", 0,
-         "  Disk    Size     Table  GUID  FS    Used    System  Vendor\n"
-         "  sdv     1.0 MiB  GPT    G                           QRZ Volume\n"
-         "    sdv1  2.0 MiB         P     ext4  1000 B\n"},
+         "  Disk    Size     Table  GUID  Role  FS    Label  Used    System  Vendor\n"
+         "  sdv     1.0 MiB  GPT    G                                        QRZ Volume\n"
+         "    sdv1  2.0 MiB         P           ext4         1000 B\n"},
         {"disks --json", 0,
-         done("disks", R"({"name":"sdv","guid":"G","size":1048576,"table":"GPT",)"
-                       R"("vendor":"QRZ Volume","system":false,"partitions":[{"name":"sdv1","guid":"P",)"
-                       R"("size":2097152,"used":1000,"file_system":"ext4"}]})")},
+         done(
+             "disks",
+             R"({"name":"sdv","guid":"G","size":1048576,"table":"GPT",)"
+             R"("vendor":"QRZ Volume","system":false,"role":null,"left_out":null,"partitions":[{"name":"sdv1","guid":"P",)"
+             R"("size":2097152,"used":1000,"file_system":"ext4","label":""}]})")},
         {"mirrors --json", 0,
          done(
              "mirrors",

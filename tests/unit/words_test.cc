@@ -3,6 +3,7 @@
 #include "tools/qelc/nearest.h"
 #include "tools/qelc/outcome.h"
 #include "tools/qelc/points_in_time.h"
+#include "tools/qelc/views/short_guid.h"
 
 #include <gtest/gtest.h>
 
@@ -117,6 +118,23 @@ TEST(Words, ADiskIsWhatItsNameOrTheBeginningOfItsGuidSays)
          {whole.substr(1), whole + "0", "xfc55928" + whole.substr(8), std::string()})
         EXPECT_FALSE(is_guid(wrong)) << wrong;
     EXPECT_TRUE(is_guid(whole));
+}
+
+TEST(Words, AGuidIsCutToWhatTellsItApart)
+{
+    const std::vector<std::string> all = {
+        "1fc55928-0000-a", "1FC55928-0001-b", "0d97b381-00", "0d97b381-00", "x", "abcdefgh", "abcdefgh-1"};
+    const std::pair<const char *, const char *> cases[] = {
+        {"1fc55928-0000-a", "1fc55928-0000"},
+        {"1FC55928-0001-b", "1FC55928-0001"},
+        {"0d97b381-00", "0d97b381"},
+        {"x", "x"},
+        {"abcdefgh", "abcdefgh"},
+        {"abcdefgh-1", "abcdefgh-"},
+        {"", ""},
+    };
+    for (const auto &[guid, shown] : cases)
+        EXPECT_EQ(short_guid(guid, all), shown);
 }
 
 TEST(Words, ANearWordIsOffered)

@@ -63,11 +63,3 @@ std::string disks_table(const std::vector<disk_view> &disks)
     }
     return align(rows);
 }
-
-optional_text disks_page(const char *report)
-{
-    const auto disks = disks_of(report);
-    if (!disks)
-        return std::nullopt;
-    return disks->empty() ? "no disks\n" : disks_table(*disks);
-}

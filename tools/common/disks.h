@@ -14,6 +14,7 @@ struct partition_view {
     uint64_t size = 0; // bytes
     uint64_t used = 0; // bytes
     std::string file_system;
+    std::string label = ""; // of the file system; a report does not tell it
 };
 
 struct disk_view {
@@ -24,6 +25,7 @@ struct disk_view {
     std::string vendor;
     bool is_system = false;
     std::vector<partition_view> partitions;
+    std::string role = ""; // among mirrors, in words; "" for none, and as a report has it
 };
 
 // CLIENT is the element of the host in a report. None if it has no list of disks.
@@ -33,6 +35,3 @@ std::optional<std::vector<disk_view>> disks_of(const xmlNode *client);
 std::optional<std::vector<disk_view>> disks_of(const char *report);
 
 std::string disks_table(const std::vector<disk_view> &disks);
-
-// The disks of a report as a table, or "no disks". None if the text is not a client report.
-optional_text disks_page(const char *report);

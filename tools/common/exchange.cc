@@ -5,6 +5,7 @@
 
 #include <arpa/inet.h>
 #include <netdb.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/un.h>
@@ -42,6 +43,22 @@ unsigned timeout_of(int fd)
     socklen_t length = sizeof limit;
     getsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, &length);
     return static_cast<unsigned>(limit.tv_sec);
+}
+
+using steady_clock = std::chrono::steady_clock;
+
+bool is_late(steady_clock::time_point begin, unsigned limit)
+{
+    return limit > 0 && steady_clock::now() - begin >= std::chrono::seconds(limit);
+}
+
+// Until there is something to read, or LIMIT seconds are over.
+void wait_for_answer(int fd, steady_clock::time_point begin, unsigned limit, const waiting_call &waiting)
+{
+    constexpr int pause_ms = 1000;
+    pollfd answer{fd, POLLIN, 0};
+    while (!is_late(begin, limit) && poll(&answer, 1, pause_ms) == 0)
+        waiting();
 }
 } // namespace
 
@@ -111,7 +128,7 @@ std::string local_address(const unique_fd &peer)
 }
 
 std::unique_ptr<request> exchange(const unique_fd &peer, uint32_t code, uint16_t origin,
-                                  const optional_text &body, std::string &error)
+                                  const optional_text &body, std::string &error, const waiting_call &waiting)
 {
     auto req = std::make_unique<request>();
     req->send_head.version = protocol_version;
@@ -123,13 +140,13 @@ std::unique_ptr<request> exchange(const unique_fd &peer, uint32_t code, uint16_t
         error = "the request could not be sent";
         return nullptr;
     }
-    const auto asked = std::chrono::steady_clock::now();
+    const auto asked = steady_clock::now();
+    const unsigned limit = timeout_of(peer.get());
+    if (waiting)
+        wait_for_answer(peer.get(), asked, limit, waiting);
     if (recv_from_remote(peer.get(), req.get()) != 0 || req->recv_head.version == 0) {
-        const unsigned limit = timeout_of(peer.get());
-        const bool timed_out =
-            limit > 0 && std::chrono::steady_clock::now() - asked >= std::chrono::seconds(limit);
-        error = timed_out ? "time-out: no answer within " + std::to_string(limit) + " s"
-                          : "the connection ended without an answer";
+        error = is_late(asked, limit) ? "time-out: no answer within " + std::to_string(limit) + " s"
+                                      : "the connection ended without an answer";
         return nullptr;
     }
     if (req->recv_xml && strlen(req->recv_xml.get()) < req->recv_head.data_len) {

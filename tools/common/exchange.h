@@ -7,6 +7,7 @@
 #include "protocol/request.h"
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -37,10 +38,14 @@ unique_fd connect_local(const std::string &path, unsigned timeout, std::string &
 // The address of this end of a TCP connection; "" for another kind of connection.
 std::string local_address(const unique_fd &peer);
 
+// Called about each second while there is no answer yet.
+using waiting_call = std::function<void()>;
+
 // Sends one command with an optional body and reads the answer into the record. On failure returns null, and
 // ERROR says why.
 std::unique_ptr<request> exchange(const unique_fd &peer, uint32_t code, uint16_t origin,
-                                  const optional_text &body, std::string &error);
+                                  const optional_text &body, std::string &error,
+                                  const waiting_call &waiting = nullptr);
 
 // The name of a command; "command" for an unknown code.
 const char *name_of(uint32_t code);

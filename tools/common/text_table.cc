@@ -20,6 +20,11 @@ size_t room()
 }
 } // namespace
 
+bool are_tables_cut()
+{
+    return room() != std::string::npos;
+}
+
 std::string align(text_table rows)
 {
     std::vector<size_t> widths;

@@ -11,5 +11,8 @@ using text_table = std::vector<std::vector<std::string>>;
 // Cells are made visible. Lines are cut to the width of the terminal if standard output is one.
 std::string align(text_table rows);
 
+// True if they are cut.
+bool are_tables_cut();
+
 // Lines are left as long as they are. Set once, before the first table.
 extern bool are_tables_wide;

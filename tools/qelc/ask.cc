@@ -7,6 +7,9 @@
 
 #include <cstdio>
 
+const char how_to_adopt[] =
+    "qelc init makes this host its own manager; with a storage system, let its manager adopt it";
+
 namespace {
 // As it is for a program; a terminal must not obey it.
 void print_document(std::string_view text)
@@ -24,7 +27,7 @@ int fail(int status, const std::string &what, const std::string &why)
 }
 
 std::unique_ptr<request> try_ask(const peer_options &peer, uint32_t code, const optional_text &body,
-                                 exit_status &status, std::string &error)
+                                 exit_status &status, std::string &error, const waiting_call &waiting)
 {
     std::optional<endpoint> host;
     if (!peer.host.empty() && !(host = parse_endpoint(peer.host, default_client_port))) {
@@ -36,7 +39,7 @@ std::unique_ptr<request> try_ask(const peer_options &peer, uint32_t code, const 
         host ? connect_tcp(*host, peer.timeout, error) : connect_local(peer.socket_path, peer.timeout, error);
     std::unique_ptr<request> reply;
     if (daemon.is_open())
-        reply = exchange(daemon, code, peer.origin, body, error);
+        reply = exchange(daemon, code, peer.origin, body, error, waiting);
     if (!reply) {
         error = (host ? peer.host : peer.socket_path) + ": " + error;
         status = exit_no_answer;
@@ -72,5 +75,7 @@ int print_answer(const request &reply, bool raw)
         else if (text)
             print_document(text + std::string("\n"));
     }
+    if (status == status_not_adopted)
+        fprintf(stderr, "hint: %s\n", how_to_adopt);
     return status == status_ok ? exit_ok : status == status_not_adopted ? exit_not_adopted : exit_refused;
 }

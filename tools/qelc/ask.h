@@ -25,13 +25,17 @@ struct peer_options {
     unsigned timeout = 120; // seconds
 };
 
+// The next step where no manager has adopted the host.
+extern const char how_to_adopt[];
+
 // Complains on standard error. Returns STATUS.
 int fail(int status, const std::string &what, const std::string &why);
 
 // Sends one command over a connection of its own and returns the answer. On failure returns null; ERROR says
 // why, and STATUS is what the program ends with.
 std::unique_ptr<request> try_ask(const peer_options &peer, uint32_t code, const optional_text &body,
-                                 exit_status &status, std::string &error);
+                                 exit_status &status, std::string &error,
+                                 const waiting_call &waiting = nullptr);
 
 // The same, but complains on failure.
 std::unique_ptr<request> ask(const peer_options &peer, uint32_t code, const optional_text &body, int &status);

@@ -201,12 +201,12 @@ std::string complaint_about(const CLI::App &app, const options &wanted, const st
     }
     if (is_command && wanted.json)
         return "--json goes with a verb";
-    if (wanted.given_verb && wanted.given_verb->run_here &&
+    if (wanted.given_verb && wanted.given_verb->asks_no_daemon() &&
         (!wanted.peer.host.empty() || wanted.print_body || wanted.raw))
         return "this verb asks no daemon: --host, --print-body and --raw do not go with it";
     if (wanted.given_verb && wanted.given_verb->look && (wanted.print_body || wanted.raw))
         return "--print-body and --raw do not go with this verb";
-    if (wanted.given_verb && wanted.given_verb->act && wanted.raw)
+    if (wanted.given_verb && wanted.given_verb->act && !wanted.given_verb->only_shows && wanted.raw)
         return "--raw does not go with a verb that changes something";
     return wanted.given_verb ? wanted.given_verb->complaint(wanted.for_verb) : "";
 }

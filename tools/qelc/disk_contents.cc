@@ -1,13 +1,11 @@
 #include "tools/qelc/disk_contents.h"
 
-#include "base/fd.h"
-#include "platform/linux/disks/content.h"
 #include "platform/linux/disks/host_disks.h"
 #include "platform/linux/host/mountinfo.h"
 #include "platform/linux/host/text.h"
 #include "tools/common/human_text.h"
-
-#include <fcntl.h>
+#include "tools/qelc/points_in_time.h"
+#include "tools/snapshots/contents.h"
 
 #include <algorithm>
 
@@ -24,18 +22,35 @@ std::string words(const std::string &front, const std::string &back)
     return front + (front.empty() || back.empty() ? "" : ", ") + back;
 }
 
-// One part of a disk, or the disk as a whole if it has no table.
-void add_part(disk_contents &contents, const std::string &name, const std::string &type,
-              const std::string &mount_point, bool is_whole)
+// One part of a disk.
+struct part {
+    std::string name; // "" for the disk as a whole
+    content what;
+    std::string mount_point; // "-" if nobody tells which; "" if it is not mounted
+};
+
+std::string mount_text(const part &one)
 {
+    if (!one.mount_point.empty())
+        return one.mount_point == "-" ? " (mounted)" : " mounted on " + one.mount_point;
+    if (one.what.last_mount == 0)
+        return "";
+    return " last mounted" + (one.what.last_folder.empty() ? "" : " on " + one.what.last_folder) + ", " +
+           date_text(one.what.last_mount);
+}
+
+void add_part(disk_contents &contents, const part &one)
+{
+    const std::string &type = one.what.type;
     contents.has_file_systems |= is_file_system(type);
-    if (!mount_point.empty() && contents.mounted.empty())
-        contents.mounted = name + " is mounted" + (mount_point == "-" ? "" : " on " + mount_point);
-    if (is_whole && type.empty())
+    if (!one.mount_point.empty() && contents.mounted.empty())
+        contents.mounted = (one.name.empty() ? contents.name : one.name) + " is mounted" +
+                           (one.mount_point == "-" ? "" : " on " + one.mount_point);
+    if (one.name.empty() && type.empty())
         return;
-    contents.description += ", " + (is_whole ? type : name + (type.empty() ? "" : " " + type));
-    if (!mount_point.empty())
-        contents.description += mount_point == "-" ? " (mounted)" : " mounted on " + mount_point;
+    const std::string label = one.what.label.empty() ? "" : " \"" + one.what.label + "\"";
+    contents.description += ", " + one.name + (one.name.empty() || type.empty() ? "" : " ") + type + label;
+    contents.description += mount_text(one);
 }
 
 std::string mount_point_of(const std::vector<mount_record> &mounts, dev_t device)
@@ -52,19 +67,29 @@ std::string padded_off(const std::optional<std::string> &text)
 
 const char *table_text(table_type type)
 {
-    constexpr const char *texts[] = {"", "MBR", "GPT", "another partition table"};
+    constexpr const char *texts[] = {"", ", MBR", ", GPT", ", another partition table"};
     return texts[static_cast<size_t>(type)];
 }
 
-void add_parts(disk_contents &contents, const disk_facts &disk, int fd)
+// The kernel may not show a partition that the table has.
+part part_of(const disk_facts &disk, const content &what, const std::vector<mount_record> &mounts)
+{
+    if (what.partition == 0)
+        return {"", what, mount_point_of(mounts, disk.device)};
+    const auto found = std::ranges::find(disk.partitions, what.partition, &partition_facts::number);
+    if (found == disk.partitions.end())
+        return {"partition " + std::to_string(what.partition), what, ""};
+    return {found->name, what, mount_point_of(mounts, found->device)};
+}
+
+// A disk may be mounted as a whole though libblkid does not know what is on it.
+void add_parts(disk_contents &contents, const disk_facts &disk, const std::vector<content> &parts)
 {
     const std::vector<mount_record> mounts = read_mounts();
-    const auto whole = read_file_system(fd, 0, contents.size);
-    add_part(contents, disk.name, whole.value_or(""), mount_point_of(mounts, disk.device), true);
-    for (const partition_facts &part : disk.partitions)
-        add_part(contents, part.name,
-                 read_file_system(fd, part.start * sector, part.sectors * sector).value_or(""),
-                 mount_point_of(mounts, part.device), false);
+    if (parts.empty() || parts.front().partition != 0)
+        add_part(contents, part_of(disk, {}, mounts));
+    for (const content &what : parts)
+        add_part(contents, part_of(disk, what, mounts));
 }
 } // namespace
 
@@ -72,8 +97,11 @@ disk_contents reported_contents(const disk_view &disk)
 {
     disk_contents contents{disk.name, words(size_text(disk.size), disk.vendor), disk.size, ""};
     contents.description += disk.table.empty() ? "" : ", " + disk.table;
-    for (const partition_view &part : disk.partitions)
-        add_part(contents, part.name, part.file_system, part.used > 0 ? "-" : "", false);
+    for (const partition_view &one : disk.partitions) {
+        content what;
+        what.type = one.file_system;
+        add_part(contents, {one.name, what, one.used > 0 ? "-" : ""});
+    }
     return contents;
 }
 
@@ -85,16 +113,16 @@ std::optional<disk_contents> contents_here(const std::string &name)
     const std::string model = words(padded_off(disk->vendor), padded_off(disk->model));
     disk_contents contents{disk->name, words(size_text(disk->sectors * sector), model),
                            disk->sectors * sector, ""};
-    const unique_fd fd(open(disk->path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!fd.is_open()) {
+    std::string why;
+    const auto kind = kind_of(disk->path);
+    const auto parts = kind ? contents_of(disk->path, &why) : std::nullopt;
+    if (!parts) {
         contents.description += ", it cannot be read here";
         return contents;
     }
-    const auto found = read_content(fd.get());
-    const table_type table = read_table_type(fd.get());
-    contents.description += table == table_type::none ? "" : std::string(", ") + table_text(table);
-    add_parts(contents, *disk, fd.get());
-    contents.is_blank = found && !found->superblock && found->table == table_type::none;
+    contents.description += table_text(kind->table);
+    add_parts(contents, *disk, *parts);
+    contents.is_blank = kind->is_blank;
     contents.description += contents.is_blank ? ", blank" : "";
     return contents;
 }

@@ -14,8 +14,7 @@ const char see_log[] = "the log of the daemon says more: journalctl -t qelcd";
 namespace {
 [[noreturn]] void end_not_adopted()
 {
-    throw verb_end{exit_not_adopted, "No manager has adopted this host",
-                   "let the storage system's manager adopt it, or type: qelc-manager adopt ADDR"};
+    throw verb_end{exit_not_adopted, "No manager has adopted this host", how_to_adopt};
 }
 
 [[noreturn]] void end_unreadable()
@@ -32,7 +31,7 @@ std::string hint_for(const std::string &error, exit_status status, bool is_local
         return "--host takes an address, and a port after a colon";
     if (error.find("time-out: no answer") != std::string::npos)
         return "it may still be at work: look at what is there, or wait longer with --timeout SECONDS";
-    return is_local ? "is the daemon running? It is started with: qelcd"
+    return is_local ? "is the daemon running? qelc init starts it"
                     : "does the daemon run there, on that port, and is no firewall between?";
 }
 
@@ -54,11 +53,12 @@ std::vector<std::string> databases_of(const xmlNode *client)
 
 // --- Asking ------------------------------------------------------------------------------------------
 
-std::unique_ptr<request> host::ask(uint32_t code, const optional_text &body) const
+std::unique_ptr<request> host::ask(uint32_t code, const optional_text &body,
+                                   const waiting_call &waiting) const
 {
     exit_status status = exit_ok;
     std::string error;
-    std::unique_ptr<request> reply = try_ask(peer_, code, body, status, error);
+    std::unique_ptr<request> reply = try_ask(peer_, code, body, status, error, waiting);
     if (!reply)
         throw verb_end{status, error, hint_for(error, status, is_local())};
     if (reply->recv_head.ret == status_not_adopted)
@@ -66,11 +66,22 @@ std::unique_ptr<request> host::ask(uint32_t code, const optional_text &body) con
     return reply;
 }
 
-void host::require_adopted() const
+std::optional<manager_view> host::manager() const
 {
     const std::unique_ptr<request> reply = ask(command::local_list);
+    require_success(*reply, see_log);
     const xml_doc doc = xml_parse_text(text_of(reply));
-    if (reply->recv_head.ret == status_ok && doc && !find_child(xml_root(doc), "Manager"))
+    if (!doc)
+        end_unreadable();
+    const xmlNode *manager = find_child(xml_root(doc), "Manager");
+    if (!manager)
+        return std::nullopt;
+    return manager_view{report_value(manager, "GUID"), report_value(manager, "IPs")};
+}
+
+void host::require_adopted() const
+{
+    if (!manager())
         end_not_adopted();
 }
 

@@ -19,6 +19,11 @@ struct host_view {
     std::vector<std::string> databases; // instances
 };
 
+struct manager_view {
+    std::string guid;
+    std::string ips; // with blanks between them
+};
+
 class host {
 public:
     explicit host(const peer_options &peer) : peer_(peer) {}
@@ -26,9 +31,11 @@ public:
     bool is_local() const { return peer_.host.empty(); }
 
     // Sends one command, whatever is known of the host.
-    std::unique_ptr<request> ask(uint32_t code, const optional_text &body = std::nullopt) const;
+    std::unique_ptr<request> ask(uint32_t code, const optional_text &body = std::nullopt,
+                                 const waiting_call &waiting = nullptr) const;
 
     // A daemon answers these at once.
+    std::optional<manager_view> manager() const; // none: nobody has adopted the host
     void require_adopted() const;
     std::vector<group_view> groups() const;
     std::optional<snapshot_times>

@@ -81,8 +81,12 @@ std::string full_text(const options &wanted)
     const verb_options &given = wanted.for_verb;
     std::vector<std::string> words = {wanted.given_verb->name};
     const bool is_of_group = words.front().starts_with("group ");
+    const bool is_of_volume = words.front().starts_with("volume ");
     if (is_of_group || given.disks.empty())
-        words.insert(words.end(), {given.group, given.disk, given.instance});
+        words.insert(words.end(), {given.group, given.disk, given.mirror, given.instance});
+    if (is_of_volume)
+        words.push_back(given.volume);
+    words.insert(words.end(), given.snapshots.begin(), given.snapshots.end());
     words.insert(words.end(), given.disks.begin(), given.disks.end());
     std::string text;
     for (const std::string &word : words)
@@ -90,23 +94,37 @@ std::string full_text(const options &wanted)
     return text;
 }
 
+// What the error of a verb that changes nothing begins with; "" for another one.
+std::string headline_of(const verb &one, const std::string &what, bool follows)
+{
+    if (follows)
+        return what + " could not be followed";
+    const bool changes = (one.act || one.act_here) && !one.only_shows;
+    return changes ? "" : what + " could not be shown";
+}
+
 int run_verb(const options &wanted)
 {
     const verb &one = *wanted.given_verb;
-    const bool follows = wanted.for_verb.watch || wanted.for_verb.wait;
+    verb_options given = wanted.for_verb;
+    given.is_for_program = wanted.json;
+    const bool follows = given.watch || given.wait;
     const std::string what = wanted.json ? one.name : full_text(wanted);
     host at(wanted.peer);
     try {
-        if (follows)
-            return print_outcome(what, follow_mirrors(at, wanted.for_verb), wanted.json);
-        if (one.act)
-            return print_outcome(what, one.act(at, wanted.for_verb), wanted.json);
-        show(wanted, at, wanted.for_verb);
-        return exit_ok;
+        if (one.run_here)
+            return one.run_here(given, wanted.json);
+        if (!follows && !one.act && !one.act_here) {
+            show(wanted, at, given);
+            return exit_ok;
+        }
+        const outcome end = follows        ? follow_mirrors(at, given)
+                            : one.act_here ? one.act_here(given)
+                                           : one.act(at, given);
+        return print_outcome(what, end, wanted.json);
     } catch (const verb_end &end) {
         outcome failed{end.status, end.reason, end.hint};
-        if (!one.act)
-            failed.headline = what + " could not be " + (follows ? "followed" : "shown");
+        failed.headline = headline_of(one, what, follows);
         return print_outcome(what, failed, wanted.json);
     }
 }
@@ -115,11 +133,9 @@ int run(const options &wanted)
 {
     is_daemon_local = wanted.peer.host.empty();
     const verb *given = wanted.given_verb;
-    if (given && given->run_here)
-        return given->run_here(wanted.for_verb, wanted.json);
     if (given && given->look)
         return given->look(wanted.peer, wanted.for_verb, wanted.json);
-    if (given && !wanted.print_body && !wanted.raw)
+    if (given && (given->asks_no_daemon() || (!wanted.print_body && !wanted.raw)))
         return run_verb(wanted);
     optional_text body;
     if (given)

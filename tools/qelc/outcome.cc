@@ -28,6 +28,8 @@ json_object object_of(const verb_item &item, bool is_dry_run)
         object["guid"] = item.guid;
     object["status"] = item_word(item, is_dry_run);
     object[item.is_open() ? "text" : "reason"] = item.text;
+    for (const auto &[name, value] : item.more)
+        object[name] = value;
     return object;
 }
 
@@ -38,9 +40,21 @@ std::string headline_of(const std::string &command, const outcome &end)
     return command + " could not be done" + (end.status == exit_partly ? " for all" : "");
 }
 
+void print_items(const outcome &end)
+{
+    if (end.is_dry_run && !end.items.empty())
+        puts("dry run, nothing is changed; this would be done:");
+    for (const verb_item &item : end.items) {
+        if (item.is_open())
+            fputs(line_of(item).c_str(), stdout);
+    }
+    if (!end.remark.empty())
+        puts(end.remark.c_str());
+}
+
 int print_json(const std::string &command, const outcome &end)
 {
-    json_object results = json_object::array();
+    json_object results = end.records ? *end.records : json_object::array();
     for (const verb_item &item : end.items)
         results.push_back(object_of(item, end.is_dry_run));
     print_envelope(command, end.status, end.reason, end.hint, results);
@@ -67,18 +81,21 @@ outcome outcome_of(std::vector<verb_item> items, const std::string &hint)
     return end;
 }
 
+outcome page_outcome(std::string page, json_object &&records)
+{
+    outcome end;
+    end.page = std::move(page);
+    end.records = std::make_shared<json_object>(std::move(records));
+    return end;
+}
+
 int print_outcome(const std::string &command, const outcome &end, bool as_json)
 {
     if (as_json)
         return print_json(command, end);
-    if (end.is_dry_run)
-        puts("dry run, nothing is changed; this would be done:");
-    for (const verb_item &item : end.items) {
-        if (item.is_open())
-            fputs(line_of(item).c_str(), stdout);
-    }
-    if (!end.remark.empty())
-        puts(end.remark.c_str());
+    if (end.page.empty())
+        print_items(end);
+    fputs(end.page.c_str(), stdout);
     fflush(stdout);
     if (end.status != exit_ok)
         fprintf(stderr, "error: %s: %s\n", visible(headline_of(command, end)).c_str(),

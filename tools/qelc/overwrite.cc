@@ -2,12 +2,9 @@
 
 #include "tools/common/text_table.h"
 #include "tools/common/visible.h"
+#include "tools/qelc/confirm.h"
 
-#include <unistd.h>
-
-#include <algorithm>
 #include <cstdio>
-#include <iostream>
 
 namespace {
 // In so many words, as it is the one slip that nothing brings back.
@@ -30,16 +27,6 @@ void show_pair(const disk_contents &source, const disk_contents &mirror)
             visible(mirror.name).c_str(), visible(source.name).c_str());
     warn_of_swap(source, mirror);
 }
-
-void ask_for(const std::string &name)
-{
-    fprintf(stderr,
-            "Type the name of the disk to overwrite (%s), or anything else to stop: ", visible(name).c_str());
-    std::string typed;
-    std::getline(std::cin, typed);
-    if (typed != name)
-        throw verb_end{exit_refused, "you did not confirm it; nothing is changed", ""};
-}
 } // namespace
 
 disk_contents contents_of(host &at, const std::string &guid)
@@ -57,14 +44,11 @@ disk_contents contents_of(host &at, const std::string &guid)
 
 void confirm_overwriting(host &at, const std::vector<mirror_pair> &pairs, const verb_options &given)
 {
-    const bool asks = !given.yes && !given.dry_run && !pairs.empty();
-    if (asks && isatty(STDIN_FILENO) == 0)
-        throw verb_end{exit_refused, "it overwrites disks, and there is no terminal to ask at",
-                       "look with --dry-run; --yes does it without a question"};
+    const bool asks = !pairs.empty() && has_to_ask(given, "it overwrites disks");
     for (const mirror_pair &pair : pairs) {
         const disk_contents source = contents_of(at, pair.source), mirror = contents_of(at, pair.mirror);
         show_pair(source, mirror);
         if (asks)
-            ask_for(mirror.name);
+            require_typed("disk to overwrite", mirror.name);
     }
 }

@@ -162,6 +162,12 @@ std::string utc_time_text(uint64_t seconds)
     return text;
 }
 
+std::string date_text(uint64_t seconds)
+{
+    const std::string whole = local_time_text(seconds);
+    return whole.substr(0, whole.find(' '));
+}
+
 std::string clock_text(time_t point)
 {
     char text[64];

@@ -24,6 +24,9 @@ std::string local_time_text(uint64_t seconds);
 // That for programs, "2031-05-01T10:00:00Z" (RFC 3339).
 std::string utc_time_text(uint64_t seconds);
 
+// "2031-05-01".
+std::string date_text(uint64_t seconds);
+
 // "12:00:00 CEST".
 std::string clock_text(time_t point);
 

@@ -88,11 +88,26 @@ void add_times(CLI::App &app, verb_options &given)
                ".\n");
 }
 
-// Of every verb that changes something.
-void add_consent(CLI::App &app, verb_options &given)
+void add_limit(CLI::App &app, verb_options &given, const char *description)
 {
-    app.add_flag("--yes", given.yes, "do not ask");
-    add_dry_run(app, given);
+    const auto take = [&given](const std::string &text) { given.limit = parse_interval(text).value_or(0); };
+    app.add_option_function<std::string>("--timeout", take, description)
+        ->type_name("INTERVAL")
+        ->check(check_interval);
+}
+
+CLI::Option *add_place(CLI::App &app, verb_options &given)
+{
+    auto *place =
+        app.add_option("--in", given.where, "a folder, a volume group (VG) or a thin pool (VG/POOL)");
+    return place->type_name("PLACE")->check(check_not_empty);
+}
+
+CLI::Option *add_volume_name(CLI::App &app, verb_options &given)
+{
+    auto *name =
+        app.add_option("--name", given.volume, "name of the volume; without it, one is made from its GUID");
+    return name->type_name("NAME")->check(check_not_empty);
 }
 
 // The last words of a verb, as many as there are.
@@ -111,6 +126,12 @@ CLI::Option *add_text(CLI::App &app, const char *name, std::string &text, const 
 // --- Of verbs ----------------------------------------------------------------------------------------
 
 void add_no_options(CLI::App & /*app*/, verb_options & /*given*/) {}
+
+void add_consent(CLI::App &app, verb_options &given)
+{
+    app.add_flag("--yes", given.yes, "do not ask");
+    app.add_flag("--dry-run", given.dry_run, "say what would be done, and change nothing");
+}
 
 void add_pairs(CLI::App &app, verb_options &given)
 {
@@ -144,12 +165,27 @@ void add_mirrors_options(CLI::App &app, verb_options &given)
         ->excludes(app.get_parent()->get_option("--raw"))
         ->excludes(app.get_parent()->get_option("--json"));
     app.add_flag("--wait", given.wait, "the same without drawing");
-    const auto take = [&given](const std::string &text) { given.limit = parse_interval(text).value_or(0); };
-    app.add_option_function<std::string>("--timeout", take,
-                                         "how long to wait or to watch; without it, to the end")
-        ->type_name("INTERVAL")
-        ->check(check_interval);
+    add_limit(app, given, "how long to wait or to watch; without it, to the end");
     add_disks(app, given, "DISK", "only the mirrors of these disks");
+}
+
+void add_disks_options(CLI::App &app, verb_options &given)
+{
+    app.add_flag("--all", given.all, "also the disks of this host that are left out, and why");
+}
+
+void add_one_mirror(CLI::App &app, verb_options &given)
+{
+    const auto add_disk = [&app](const char *name, std::string &disk, const char *description) {
+        return app.add_option(name, disk, description)->type_name("")->check(check_not_empty);
+    };
+    add_disk("SRC", given.disk, "a disk of the host: a name, a path, or the beginning of a GUID")->required();
+    auto *mirror = add_disk("MIRROR", given.mirror, "the disk that is overwritten with it");
+    auto *place = add_place(app, given)->excludes(mirror);
+    add_volume_name(app, given)->needs(place);
+    add_limit(app, given, "how long to wait until it is level; without it, to the end");
+    add_consent(app, given);
+    app.get_option("--yes")->description("do not ask; take a place that is lost at the next start");
 }
 
 void add_volumes(CLI::App &app, verb_options &given)
@@ -176,8 +212,9 @@ void add_snapshot_options(CLI::App &app, verb_options &given)
     app.add_option("--note", given.note, "what the list of snapshots says of it")->type_name("TEXT");
 }
 
-void add_snapshot_names(CLI::App &app, verb_options &given)
+void add_names_to_change(CLI::App &app, verb_options &given)
 {
+    add_consent(app, given);
     app.add_option("NAME", given.snapshots, "name of a snapshot")
         ->type_name("")
         ->check(check_not_empty)
@@ -186,7 +223,7 @@ void add_snapshot_names(CLI::App &app, verb_options &given)
 
 void add_snapshot_name(CLI::App &app, verb_options &given)
 {
-    add_snapshot_names(app, given);
+    add_names_to_change(app, given);
     app.get_option("NAME")->expected(1)->allow_extra_args(false);
 }
 
@@ -212,7 +249,6 @@ void add_restore_options(CLI::App &app, verb_options &given)
                    "a GUID; without it, the disk of the snapshot")
         ->type_name("DISK")
         ->check(check_not_empty);
-    app.add_flag("--yes", given.yes, "do not ask");
     app.add_flag("--no-snapshot", given.no_snapshot, "take no snapshot of the present state first");
 }
 
@@ -282,12 +318,10 @@ void add_new_volume(CLI::App &app, verb_options &given)
 {
     add_text(app, "--like", given.disk, "DISK", "the disk whose size it gets: a name, a path or a GUID")
         ->check(check_not_empty);
-    add_text(app, "--in", given.where, "PLACE", "a folder, a volume group (VG) or a thin pool (VG/POOL)")
-        ->check(check_not_empty);
-    app.add_option("--name", given.volume, "its name; without it, one is made from its GUID")
-        ->type_name("NAME")
-        ->check(check_not_empty);
-    app.add_flag("--yes", given.yes, "also where it is lost when the host is restarted");
+    add_place(app, given)->required();
+    add_volume_name(app, given);
+    add_consent(app, given);
+    app.get_option("--yes")->description("also where it is lost when the host is restarted");
 }
 
 void add_old_volume(CLI::App &app, verb_options &given)
@@ -296,12 +330,7 @@ void add_old_volume(CLI::App &app, verb_options &given)
         ->type_name("")
         ->check(check_not_empty)
         ->required();
-    app.add_flag("--yes", given.yes, "do not ask");
-}
-
-void add_dry_run(CLI::App &app, verb_options &given)
-{
-    app.add_flag("--dry-run", given.dry_run, "say what would be done, and change nothing");
+    add_consent(app, given);
 }
 
 void add_config_file(CLI::App &app, verb_options &given)
@@ -325,6 +354,8 @@ void add_new_config(CLI::App &app, verb_options &given)
     };
     add_port("--client-port", given.client_port, default_client_port, "where the daemon listens");
     add_port("--server-port", given.server_port, default_server_port, "where its manager listens");
+    app.add_flag("--config-only", given.config_only, "write the configuration, and start nothing");
+    add_consent(app, given);
 }
 
 void add_patience(CLI::App &app, verb_options &given)

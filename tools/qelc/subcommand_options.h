@@ -19,6 +19,7 @@ class App;
 struct verb_options {
     std::vector<std::string> disks; // names or GUIDs, or SRC=MIRROR
     std::string disk;
+    std::string mirror;
     std::string group;
     std::string note;                   // of a snapshot
     std::vector<std::string> snapshots; // by name
@@ -41,9 +42,12 @@ struct verb_options {
     std::string volume; // name
     bool yes = false;
     bool dry_run = false;
-    bool no_create = false; // a group
+    bool no_create = false;      // a group
+    bool is_for_program = false; // no option gives it: --json
     bool archive_log = false;
+    bool all = false; // of the disks
     std::string config_file;
+    bool config_only = false;
     uint16_t client_port = 0;
     uint16_t server_port = 0;
     uint32_t seconds = 0; // to wait
@@ -63,16 +67,17 @@ void add_no_options(CLI::App &app, verb_options &given);
 void add_pairs(CLI::App &app, verb_options &given); // of disks and mirrors, to protect
 void add_sources(CLI::App &app, verb_options &given);
 void add_mirrors_options(CLI::App &app, verb_options &given);
+void add_disks_options(CLI::App &app, verb_options &given);
+void add_one_mirror(CLI::App &app, verb_options &given);
 void add_volumes(CLI::App &app, verb_options &given);
 void add_disk_or_group(CLI::App &app, verb_options &given);
 void add_disk_or_group_to_change(CLI::App &app, verb_options &given);
 void add_snapshot_options(CLI::App &app, verb_options &given);
 void add_snapshot_name(CLI::App &app, verb_options &given);
-void add_snapshot_names(CLI::App &app, verb_options &given);
 void add_attach_options(CLI::App &app, verb_options &given);
 void add_mount_options(CLI::App &app, verb_options &given);
 void add_restore_options(CLI::App &app, verb_options &given);
-void add_dry_run(CLI::App &app, verb_options &given);
+void add_consent(CLI::App &app, verb_options &given); // of every verb that changes something
 void add_schedule_options(CLI::App &app, verb_options &given);
 void add_group_name(CLI::App &app, verb_options &given);
 void add_group_and_any_disks(CLI::App &app, verb_options &given);
@@ -82,6 +87,7 @@ void add_instance(CLI::App &app, verb_options &given);
 void add_database_options(CLI::App &app, verb_options &given);
 void add_new_volume(CLI::App &app, verb_options &given);
 void add_old_volume(CLI::App &app, verb_options &given);
+void add_names_to_change(CLI::App &app, verb_options &given); // of snapshots
 void add_config_file(CLI::App &app, verb_options &given);
 void add_new_config(CLI::App &app, verb_options &given);
 void add_patience(CLI::App &app, verb_options &given);

@@ -19,8 +19,9 @@ std::span<const verb_kind> verb_kinds()
 std::span<const std::span<const verb>> verb_families()
 {
     static const std::span<const verb> families[] = {
-        status_verbs(), top_verbs(),   metrics_verbs(), events_verbs(),   mirror_verbs(), snapshot_verbs(),
-        kept_verbs(),   prune_verbs(), group_verbs(),   database_verbs(), volume_verbs(), host_verbs()};
+        status_verbs(),   top_verbs(),      metrics_verbs(), events_verbs(), disk_verbs(),
+        mirror_verbs(),   snapshot_verbs(), kept_verbs(),    prune_verbs(),  group_verbs(),
+        database_verbs(), volume_verbs(),   host_verbs()};
     return families;
 }
 

@@ -43,8 +43,9 @@ struct verb {
     // it. CODE and BODY are then what --print-body shows.
     outcome (*act)(host &at, const verb_options &given) = nullptr;
 
-    // For a verb that is done here, without a daemon: returns what the program ends with. CODE and BODY are
-    // then without meaning.
+    // For a verb that is done here, without a daemon; CODE and BODY are then without meaning. The second one
+    // prints everything itself, and returns what the program ends with. Both may throw verb_end.
+    outcome (*act_here)(const verb_options &given) = nullptr;
     int (*run_here)(const verb_options &given, bool as_json) = nullptr;
 
     // For a verb that shows the state of a host, in whatever state that is: returns what the program ends
@@ -54,8 +55,13 @@ struct verb {
     // How many seconds the daemon may take unless --timeout is given; 0: as many as with other verbs.
     unsigned patience = 0;
 
+    // For one with ACT or ACT_HERE that changes nothing.
+    bool only_shows = false;
+
     // How many seconds the daemon may take; null if it is no slower than for other commands.
     unsigned (*seconds)(const verb_options &given) = nullptr;
+
+    bool asks_no_daemon() const { return act_here || run_here; }
 };
 
 // The first word of verbs with two.

@@ -21,11 +21,19 @@ bool detach_patiently(const std::string &name, std::string *why)
     return true;
 }
 
+std::map<std::string, std::string> disk_titles()
+{
+    std::map<std::string, std::string> titles;
+    for (const known_disk &disk : known_disks().value_or(std::vector<known_disk>{})) {
+        if (!disk.guid.empty())
+            titles.emplace(disk.guid, disk.facts.name);
+    }
+    return titles;
+}
+
 std::string disk_title(const std::string &guid)
 {
-    for (const known_disk &disk : known_disks().value_or(std::vector<known_disk>{})) {
-        if (disk.guid == guid)
-            return disk.facts.name;
-    }
-    return guid;
+    const auto titles = disk_titles();
+    const auto found = titles.find(guid);
+    return found == titles.end() ? guid : found->second;
 }

@@ -1,7 +1,6 @@
 #include "tools/snapshots/contents.h"
 
 #include "base/fd.h"
-#include "platform/linux/disks/content.h"
 #include "platform/linux/host/sysfs.h"
 #include "tools/common/human_text.h"
 
@@ -20,10 +19,27 @@ namespace {
 constexpr std::chrono::seconds node_limit{5}; // until udev has made a node
 constexpr std::chrono::milliseconds node_pause{50};
 
+// The superblock of ext2 to ext4 (the kernel's Documentation/filesystems/ext4/super.rst).
+void read_last_mount(int fd, content *one)
+{
+    constexpr size_t time_at = 0x2c, folder_at = 0x88, folder_size = 64, high_time_at = 0x274;
+    constexpr off_t superblock_at = 1024;
+    unsigned char block[1024];
+    if (pread(fd, block, sizeof block, static_cast<off_t>(one->offset) + superblock_at) != sizeof block)
+        return;
+    for (size_t i = 0; i < 4; i++)
+        one->last_mount |= static_cast<uint64_t>(block[time_at + i]) << (8 * i);
+    one->last_mount |= static_cast<uint64_t>(block[high_time_at]) << 32;
+    const auto *folder = reinterpret_cast<const char *>(block + folder_at);
+    one->last_folder = one->last_mount == 0 ? "" : std::string(folder, strnlen(folder, folder_size));
+}
+
 content content_at(int fd, uint64_t partition, uint64_t offset, uint64_t size)
 {
     content one{partition, offset, size, "", ""};
     one.type = read_file_system(fd, offset, size, &one.label).value_or("");
+    if (one.type == "ext2" || one.type == "ext3" || one.type == "ext4")
+        read_last_mount(fd, &one);
     return one;
 }
 
@@ -64,6 +80,16 @@ std::optional<std::vector<content>> contents_of(const std::string &device, std::
             all.push_back(content_at(fd.get(), entry.number, entry.start * 512, entry.sectors * 512));
     }
     return all;
+}
+
+std::optional<device_kind> kind_of(const std::string &device)
+{
+    const unique_fd fd(open(device.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!fd.is_open())
+        return std::nullopt;
+    const auto found = read_content(fd.get());
+    const bool is_blank = found && !found->superblock && found->table == table_type::none;
+    return device_kind{read_table_type(fd.get()), is_blank};
 }
 
 bool is_mountable(const content &one)

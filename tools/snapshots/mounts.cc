@@ -27,19 +27,6 @@ struct planned_mount {
 
 // --- What is mounted where -----------------------------------------------------------------------------
 
-// The folder's path without links; "" with the reason in WHY.
-std::string empty_folder(const std::string &folder, std::string *why)
-{
-    char real[PATH_MAX];
-    const auto names = realpath(folder.c_str(), real) ? list_folder(real) : std::nullopt;
-    if (names && names->empty())
-        return real;
-    *why = names             ? "it is not empty"
-           : errno == ENOENT ? "there is no such folder; make it first"
-                             : strerror(errno);
-    return "";
-}
-
 std::string list_of(const std::vector<content> &all)
 {
     std::string text;
@@ -175,12 +162,12 @@ std::vector<mount_record> mounts_of(const std::string &device)
 
 // A group's member was mounted in a folder that was made for it.
 bool unmount_member(const snapshot &of, const snapshot_member &member, const std::string &device,
-                    const line_taker &say)
+                    std::string *why)
 {
     for (const mount_record &mount : mounts_of(device)) {
         if (umount2(mount.point.c_str(), UMOUNT_NOFOLLOW) != 0) {
-            say(mount.point + ": " +
-                (errno == EBUSY ? "somebody uses it (fuser -vm tells who)" : strerror(errno)));
+            *why = mount.point + ": " +
+                   (errno == EBUSY ? "somebody uses it (fuser -vm tells who)" : strerror(errno));
             return false;
         }
         if (!of.group.empty() && mount.point.ends_with("/" + disk_title(member.source)))
@@ -190,21 +177,31 @@ bool unmount_member(const snapshot &of, const snapshot_member &member, const std
 }
 } // namespace
 
-std::optional<std::vector<std::string>> mount_snapshot(const mount_wish &wish, const line_taker &say)
+std::string empty_folder(const std::string &folder, std::string *why)
 {
-    std::string why;
+    char real[PATH_MAX];
+    const auto names = realpath(folder.c_str(), real) ? list_folder(real) : std::nullopt;
+    if (names && names->empty())
+        return real;
+    *why = folder + ": " +
+           (names             ? "it is not empty"
+            : errno == ENOENT ? "there is no such folder; make it first"
+                              : strerror(errno));
+    return "";
+}
+
+std::optional<std::vector<std::string>> mount_snapshot(const mount_wish &wish, std::string *why)
+{
     mount_wish resolved = wish;
-    resolved.folder = empty_folder(wish.folder, &why);
-    if (resolved.folder.empty()) {
-        say(wish.folder + ": " + why);
+    resolved.folder = empty_folder(wish.folder, why);
+    if (resolved.folder.empty())
         return std::nullopt;
-    }
-    const auto one = attach_snapshot(wish.name, &why);
-    const auto all = one ? plan(*one, resolved, &why) : std::nullopt;
-    if (!all || !mount_all(*all, &why)) {
-        say(wish.name + ": " + why);
-        if (one && !one->was_attached && !detach_patiently(wish.name, &why))
-            say(wish.name + ": it stays attached: " + why);
+    const auto one = attach_snapshot(wish.name, why);
+    const auto all = one ? plan(*one, resolved, why) : std::nullopt;
+    if (!all || !mount_all(*all, why)) {
+        std::string why_attached;
+        if (one && !one->was_attached && !detach_patiently(wish.name, &why_attached))
+            *why += "; it stays attached: " + why_attached;
         return std::nullopt;
     }
     std::vector<std::string> points;
@@ -213,24 +210,18 @@ std::optional<std::vector<std::string>> mount_snapshot(const mount_wish &wish, c
     return points;
 }
 
-bool unmount_snapshot(const std::string &name, const line_taker &say)
+bool unmount_snapshot(const std::string &name, std::string *why)
 {
-    std::string why;
-    const auto found = look_at_snapshot(name, &why);
+    const auto found = look_at_snapshot(name, why);
     if (found && found->devices.empty())
-        why = "it is not mounted";
-    if (!found || found->devices.empty()) {
-        say(name + ": " + why);
+        *why = "it is not mounted";
+    if (!found || found->devices.empty())
         return false;
-    }
     // All of them are attached, and this only asks for their devices.
-    const auto one = attach_snapshot(name, &why);
+    const auto one = attach_snapshot(name, why);
     for (size_t i = 0; one && i < one->devices.size(); i++) {
-        if (!unmount_member(one->record, one->record.members[i], one->devices[i], say))
+        if (!unmount_member(one->record, one->record.members[i], one->devices[i], why))
             return false;
     }
-    if (one && detach_patiently(name, &why))
-        return true;
-    say(name + ": " + why);
-    return false;
+    return one && detach_patiently(name, why);
 }

@@ -15,10 +15,13 @@ struct mount_wish {
 };
 
 // Attaches the snapshot, unless it is, and mounts it; the members of a group in sub-folders, which this makes
-// and names after the disks. No journal is replayed. Returns where it is mounted; null after a line that says
-// why not, and nothing is left of the attempt then.
-std::optional<std::vector<std::string>> mount_snapshot(const mount_wish &wish, const line_taker &say);
+// and names after the disks. No journal is replayed. Returns where it is mounted; null with the reason in
+// WHY, and nothing is left of the attempt then.
+std::optional<std::vector<std::string>> mount_snapshot(const mount_wish &wish, std::string *why);
 
 // Unmounts everything that is mounted from the snapshot's devices, whoever has mounted it, and detaches them.
-// False after a line that says why not.
-bool unmount_snapshot(const std::string &name, const line_taker &say);
+// False with the reason in WHY.
+bool unmount_snapshot(const std::string &name, std::string *why);
+
+// The path, without links, of a folder that something can be mounted on; "" with the reason in WHY.
+std::string empty_folder(const std::string &folder, std::string *why);

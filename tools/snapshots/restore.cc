@@ -3,7 +3,6 @@
 #include "platform/linux/agent/restores.h"
 #include "platform/linux/mirror/block_copy.h"
 #include "platform/linux/state/mirror_hold.h"
-#include "tools/common/human_text.h"
 
 #include <fcntl.h>
 #include <linux/fs.h>
@@ -53,29 +52,28 @@ const restore_record *begun(const std::vector<restore_record> &records, const st
     return found != records.end() && found->snapshot == snapshot ? &*found : nullptr;
 }
 
-// False after a line: then the restore does not take place.
-bool save_present(const std::string &name, const restore_target &target, const restore_partner &partner)
+// False with the reason in WHY: then the restore does not take place.
+bool save_present(const restore_target &target, const restore_partner &partner, std::string *why)
 {
     const std::string &disk = target.disk.facts.name;
-    std::string why;
     if (target.mirror.empty()) {
         partner.say(disk + ": no snapshot of its present state is taken, as it has no mirror");
         return true;
     }
-    if (partner.take_snapshot(target, &why))
+    if (partner.take_snapshot(target, why))
         return true;
-    partner.say(name + ": nothing was written, as no snapshot of the present state of " + disk +
-                " could be taken: " + why + ". --no-snapshot restores without one");
+    *why = "nothing was written, as no snapshot of the present state of " + disk +
+           " could be taken: " + *why + ". --no-snapshot restores without one";
     return false;
 }
 
 bool save_all(const restore_wish &wish, const target_list &targets,
-              const std::vector<restore_record> &records, const restore_partner &partner)
+              const std::vector<restore_record> &records, const restore_partner &partner, std::string *why)
 {
     for (const restore_target &target : targets) {
         if (begun(records, wish.name, target))
             partner.say(target.disk.facts.name + ": a restore that was not finished goes on");
-        else if (wish.takes_snapshot && !save_present(wish.name, target, partner))
+        else if (wish.takes_snapshot && !save_present(target, partner, why))
             return false;
     }
     return true;
@@ -152,8 +150,8 @@ std::string failure_text(const copy_result &result, const restore_target &target
     }
 }
 
-// Returns what is wrong, "" for nothing.
-std::string write_disk(const restore_target &target, const restore_partner &partner)
+// Returns what is wrong, "" for nothing. WRITTEN: bytes.
+std::string write_disk(const restore_target &target, const restore_partner &partner, uint64_t *written)
 {
     const unique_fd from(open(target.device.c_str(), O_RDONLY | O_DIRECT | O_CLOEXEC));
     if (!from.is_open())
@@ -173,24 +171,27 @@ std::string write_disk(const restore_target &target, const restore_partner &part
     if (fsync(target.fd.get()) != 0)
         return strerror(errno);
     partner.progress(target, target.size);
-    partner.say(target.disk.facts.name + ": restored; " + size_text(result.written) + " of " +
-                size_text(target.size) + " differed and were written");
+    *written = result.written;
     return "";
 }
 
-bool write_all(const restore_wish &wish, const target_list &targets, const restore_partner &partner)
+// Until one disk cannot be written as a whole.
+void write_all(const restore_wish &wish, const target_list &targets, const restore_partner &partner,
+               restore_end *end)
 {
     const unique_fd hold = hold_mirrors(targets);
     for (const restore_target &target : targets) {
-        const std::string problem = write_disk(target, partner);
-        if (problem.empty())
-            continue;
-        partner.say(target.disk.facts.name + ": " + problem + ". A part of it is restored, a part is not; " +
-                    "the same command goes on: qelc snapshots restore " + wish.name +
-                    (wish.disk.empty() ? "" : " --to " + wish.disk));
-        return false;
+        uint64_t written = 0;
+        const std::string problem = write_disk(target, partner, &written);
+        if (!problem.empty()) {
+            end->why = target.disk.facts.name + ": " + problem +
+                       ". A part of it is restored, a part is not; the same command goes on: qelc snapshots "
+                       "restore " +
+                       wish.name + (wish.disk.empty() ? "" : " --to " + wish.disk);
+            return;
+        }
+        end->disks.push_back({target.disk.facts.name, target.disk.guid, target.size, written});
     }
-    return true;
 }
 
 // --- After that ------------------------------------------------------------------------------------------
@@ -212,17 +213,14 @@ void read_partitions_anew(const disk_facts &disk, const line_taker &say)
             "); partprobe " + disk.path + " reads it anew");
 }
 
-// False after a line.
-bool forget_all(const target_list &targets, const restore_partner &partner)
+// False with the reason in WHY.
+bool forget_all(const target_list &targets, std::string *why)
 {
-    bool is_done = true;
     for (const restore_target &target : targets) {
-        if (!forget_restore(target.disk.guid)) {
-            partner.say(target.disk.facts.name + ": it is restored, but the record of the restore stays");
-            is_done = false;
-        }
+        if (!forget_restore(target.disk.guid))
+            *why = target.disk.facts.name + ": it is restored, but the record of the restore stays";
     }
-    return is_done;
+    return why->empty();
 }
 
 void release_all(target_list targets, const restore_partner &partner)
@@ -236,53 +234,56 @@ void release_all(target_list targets, const restore_partner &partner)
     }
 }
 
-// Null after a line.
-std::optional<running_restore> prepare(attached_snapshot one, const restore_wish &wish,
-                                       const restore_partner &partner)
+// Null with the reason in WHY.
+std::optional<running_restore> prepare(attached_snapshot one, const restore_wish &wish, std::string *why)
 {
-    std::string why;
-    auto targets = open_targets(one, wish, &why);
+    auto targets = open_targets(one, wish, why);
     auto records = load_restores();
     if (targets && records)
         return running_restore{std::move(one), std::move(*targets), std::move(*records)};
-    partner.say(targets ? "the records of restores cannot be read" : why);
+    if (targets)
+        *why = "the records of restores cannot be read";
     return std::nullopt;
 }
 
 // Sets STAYS to whether the snapshot is to stay attached: until the end of a restore that has begun, so that
 // nothing removes it.
-bool run(running_restore running, const restore_wish &wish, const restore_partner &partner, bool *stays)
+restore_end run(running_restore running, const restore_wish &wish, const restore_partner &partner,
+                bool *stays)
 {
+    restore_end end;
     if (!partner.confirm(running.one.record, running.targets) ||
-        !save_all(wish, running.targets, running.former, partner))
-        return false;
+        !save_all(wish, running.targets, running.former, partner, &end.why))
+        return end;
     if (is_stopped(partner) || !store_all(running)) {
-        partner.say(wish.name + ": nothing was written, as " +
-                    (is_stopped(partner) ? "it was stopped" : "no record of the restore can be kept"));
-        return false;
+        end.why = std::string("nothing was written, as ") +
+                  (is_stopped(partner) ? "it was stopped" : "no record of the restore can be kept");
+        return end;
     }
     *stays = true;
-    if (!write_all(wish, running.targets, partner))
-        return false;
-    const bool is_forgotten = forget_all(running.targets, partner);
+    end.why.clear(); // of a note that a snapshot did not get
+    write_all(wish, running.targets, partner, &end);
+    if (!end.why.empty())
+        return end;
+    end.is_done = forget_all(running.targets, &end.why);
     *stays = !has_attached(running);
     release_all(std::move(running.targets), partner);
-    return is_forgotten;
+    return end;
 }
 } // namespace
 
-bool restore_snapshot(const restore_wish &wish, const restore_partner &partner)
+restore_end restore_snapshot(const restore_wish &wish, const restore_partner &partner)
 {
-    std::string why;
-    auto one = attach_snapshot(wish.name, &why);
-    if (!one) {
-        partner.say(wish.name + ": " + why);
-        return false;
-    }
+    restore_end end;
+    auto one = attach_snapshot(wish.name, &end.why);
+    if (!one)
+        return end;
     bool stays = one->was_attached;
-    auto running = prepare(std::move(*one), wish, partner);
-    const bool is_done = running && run(std::move(*running), wish, partner, &stays);
+    auto running = prepare(std::move(*one), wish, &end.why);
+    if (running)
+        end = run(std::move(*running), wish, partner, &stays);
+    std::string why;
     if (!stays && !detach_patiently(wish.name, &why))
         partner.say(wish.name + ": it stays attached: " + why);
-    return is_done;
+    return end;
 }

@@ -18,11 +18,24 @@ struct restore_wish {
     bool takes_snapshot = true; // of what is on the disks now
 };
 
+struct restored_disk {
+    std::string name; // of the kernel
+    std::string guid;
+    uint64_t size = 0;    // bytes that were compared
+    uint64_t written = 0; // bytes, which differed
+};
+
+struct restore_end {
+    bool is_done = false;
+    std::string why;                  // not
+    std::vector<restored_disk> disks; // which are as in the snapshot, also if not all of them are
+};
+
 // The person who asked for it, and the daemon.
 struct restore_partner {
     line_taker say;
 
-    // Shows what will be overwritten. False: it stays as it is.
+    // Shows what will be overwritten. False: it stays as it is, and the end says nothing of why.
     std::function<bool(const snapshot &of, const std::vector<restore_target> &targets)> confirm;
 
     // Takes a snapshot of a protected disk. False with the reason in WHY.
@@ -35,6 +48,6 @@ struct restore_partner {
     const volatile sig_atomic_t *stop = nullptr;
 };
 
-// False after lines that say why not. Before CONFIRM nothing is changed; all disks are looked at and claimed
-// before anything is written to the first.
-bool restore_snapshot(const restore_wish &wish, const restore_partner &partner);
+// Before CONFIRM nothing is changed; all disks are looked at and claimed before anything is written to the
+// first.
+restore_end restore_snapshot(const restore_wish &wish, const restore_partner &partner);

@@ -6,26 +6,27 @@
 #include "tools/volumes/store.h"
 
 namespace {
-// Says what the volume may need. False after a line if it cannot be made.
-bool has_room(const volume_wish &wish, const volume_place &place, uint64_t size, const line_taker &say)
+// Says what the volume may need. Returns why it cannot be made, "" if it can.
+std::string room_objection(const volume_wish &wish, const volume_place &place, uint64_t size,
+                           const line_taker &say)
 {
     const std::string room =
         "the volume may need " + size_text(size) + "; " + size_text(place.free) + " are free";
     if (place.is_volatile && !wish.may_be_lost)
-        return !reject(say, wish.where,
-                       "what is there is lost when this host is restarted; --yes takes it nevertheless");
+        return wish.where +
+               ": what is there is lost when this host is restarted; --yes takes it nevertheless";
     if (place.kind == volume_kind::thick && place.free < size)
-        return !reject(say, wish.where, room);
+        return wish.where + ": " + room;
     say(wish.where + ": " + room +
         (place.free < size ? ". When they are used up, the mirror goes down until there is room" : ""));
-    return true;
+    return "";
 }
 
-bool is_name_free(const std::string &name, const line_taker &say)
+std::string name_objection(const std::string &name)
 {
     if (!is_volume_name(name))
-        return !reject(say, name, "a name has letters, digits and _ . + -, at most 100");
-    return !(find_volume(name) && reject(say, name, "there is a volume with this name"));
+        return name + ": a name has letters, digits and _ . + -, at most 100";
+    return find_volume(name) ? name + ": there is a volume with this name" : "";
 }
 
 std::optional<std::string> free_guid()
@@ -74,30 +75,47 @@ volume_record volume_for(const known_disk &disk, const volume_place &place, cons
     volume.block = logical_block_of(disk.facts);
     return volume;
 }
+// What is to be made. Null with the reason in WHY.
+std::optional<volume_record> plan_volume(const volume_wish &wish, const known_disk &disk, volume_place *place,
+                                         const line_taker &say, std::string *why)
+{
+    *why = read_place(wish.where, disk.facts, place);
+    if (!why->empty())
+        *why = wish.where + ": " + *why;
+    else
+        *why = room_objection(wish, *place, disk.facts.sectors * 512, say);
+    const auto guid = why->empty() ? free_guid() : std::nullopt;
+    if (!guid) {
+        *why = why->empty() ? "the disks and volumes of this host cannot be listed" : *why;
+        return std::nullopt;
+    }
+    volume_record volume = volume_for(disk, *place, *guid, wish.name);
+    *why = name_objection(volume.name);
+    return why->empty() ? std::optional(std::move(volume)) : std::nullopt;
+}
 } // namespace
 
-std::optional<new_volume> create_volume(const volume_wish &wish, const line_taker &say)
+std::optional<new_volume> create_volume(const volume_wish &wish, const line_taker &say, std::string *why)
 {
+    *why = "the volumes of this host cannot be locked";
     const unique_fd lock = lock_volumes();
     if (!lock.is_open())
         return std::nullopt;
-    remove_leftovers(say);
-    std::string why;
+    if (!wish.is_plan)
+        remove_leftovers(say);
     volume_place place;
-    const auto disk = find_disk(wish.disk, &why);
+    const auto disk = find_disk(wish.disk, why);
     if (!disk) {
-        reject(say, wish.disk, why);
+        *why = wish.disk + ": " + *why;
         return std::nullopt;
     }
-    if (reject(say, wish.where, read_place(wish.where, disk->facts, &place)) ||
-        !has_room(wish, place, disk->facts.sectors * 512, say))
-        return std::nullopt;
-    const auto guid = free_guid();
-    if (!guid && reject(say, "volume", "the disks and volumes of this host cannot be listed"))
-        return std::nullopt;
-    volume_record volume = volume_for(*disk, place, *guid, wish.name);
+    auto volume = plan_volume(wish, *disk, &place, say, why);
     std::string device;
-    if (!is_name_free(volume.name, say) || reject(say, volume.name, make_volume(volume, place.pool, &device)))
+    if (volume && !wish.is_plan)
+        *why = make_volume(*volume, place.pool, &device);
+    if (!why->empty()) {
+        *why = volume ? volume->name + ": " + *why : *why;
         return std::nullopt;
-    return new_volume{volume.name, device, volume.guid, disk->guid};
+    }
+    return new_volume{volume->name, device, volume->guid, disk->guid};
 }

@@ -4,13 +4,6 @@
 #include "tools/volumes/loop_device.h"
 #include "tools/volumes/store.h"
 
-bool reject(const line_taker &say, const std::string &what, const std::string &why)
-{
-    if (!why.empty())
-        say(what + ": " + why);
-    return !why.empty();
-}
-
 std::optional<volume_record> find_volume(const std::string &name)
 {
     const auto volumes = load_volumes(bad_files::set_aside);
@@ -61,8 +54,10 @@ bool remove_leftover(volume_record volume, const line_taker &say)
         say(volume.name + " was to be deleted, and is kept: " + use);
         return save_volume(volume);
     }
-    return !reject(say, volume.name + " was left half " + (is_new ? "made" : "deleted"),
-                   remove_marked(volume));
+    const std::string why = remove_marked(volume);
+    if (!why.empty())
+        say(volume.name + " was left half " + (is_new ? "made" : "deleted") + ": " + why);
+    return why.empty();
 }
 } // namespace
 

@@ -3,9 +3,6 @@
 
 #include "tools/volumes/volumes.h"
 
-// Says WHAT: WHY, unless that is "". True if it was said.
-bool reject(const line_taker &say, const std::string &what, const std::string &why);
-
 // Null if there is none.
 std::optional<volume_record> find_volume(const std::string &name);
 

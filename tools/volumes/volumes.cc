@@ -33,15 +33,14 @@ std::string show(const volume_record &volume, const std::vector<known_disk> &dis
     return why;
 }
 
-// Of a volume that cannot be deleted.
-void keep_after_all(volume_record &volume, const line_taker &say)
+// Of a volume that cannot be deleted. Returns what is wrong with it then, "" for nothing.
+std::string keep_after_all(volume_record &volume)
 {
     std::optional<std::string> device;
     if (!is_store_there(volume))
-        return;
+        return "";
     volume.state = volume_state::whole;
-    if (save_volume(volume))
-        reject(say, volume.name, show(volume, {}, &device));
+    return save_volume(volume) ? show(volume, {}, &device) : "its record cannot be written";
 }
 
 std::string fault_of(const volume_record &volume)
@@ -53,58 +52,76 @@ std::string fault_of(const volume_record &volume)
     return std::string("it was left half ") + (volume.state == volume_state::creating ? "made" : "deleted") +
            " (qelc volume attach removes it)";
 }
+
+// Of one whose record says that it goes.
+std::string remove_all_of(volume_record &volume)
+{
+    std::string why = detach_volume(volume);
+    if (why.empty())
+        why = use_of(volume); // whoever came in between was told that it is a mirror
+    if (why.empty())
+        why = remove_marked(volume);
+    const std::string problem = why.empty() ? "" : keep_after_all(volume);
+    return why + (problem.empty() ? "" : "; and " + problem);
+}
+
+volume_device show_volume(const volume_record &volume, const std::vector<known_disk> &disks)
+{
+    std::optional<std::string> device;
+    const bool was_there = loop_over(store_path(volume)).has_value();
+    const std::string fault = show(volume, disks, &device);
+    return {volume.name, device.value_or(""), fault, !was_there && fault.empty()};
+}
 } // namespace
 
-bool delete_volume(const std::string &name, const line_taker &say)
+std::string deletion_objection(const volume_record &volume)
+{
+    const std::string use = use_of(volume);
+    return !use.empty() || !is_store_there(volume) ? use : removal_objection(volume);
+}
+
+std::string delete_volume(const std::string &name, const line_taker &say)
 {
     const unique_fd lock = lock_volumes();
     if (!lock.is_open())
-        return false;
+        return "the volumes of this host cannot be locked";
     remove_leftovers(say);
     auto volume = find_volume(name);
     if (!volume)
-        return !reject(say, name, "there is no such volume (qelc volumes lists them)");
-    std::string why = use_of(*volume);
-    if (why.empty() && !is_store_there(*volume)) {
+        return "there is no such volume";
+    const std::string objection = deletion_objection(*volume);
+    if (!objection.empty())
+        return objection;
+    if (!is_store_there(*volume)) {
         say(name + ": " + volume->place + " is not there; if it comes back, remove it yourself");
-        return forget_volume(*volume);
+        return forget_volume(*volume) ? "" : "its record cannot be removed";
     }
-    if (reject(say, name, why.empty() ? removal_objection(*volume) : why))
-        return false;
     volume->state = volume_state::deleting;
-    if (!save_volume(*volume))
-        return false;
-    why = detach_volume(*volume);
-    if (why.empty())
-        why = use_of(*volume); // whoever came in between was told that it is a mirror
-    if (why.empty())
-        why = remove_marked(*volume);
-    if (!why.empty())
-        keep_after_all(*volume, say);
-    return !reject(say, name, why);
+    return save_volume(*volume) ? remove_all_of(*volume) : "its record cannot be written";
 }
 
-bool attach_volumes(const line_taker &say)
+std::optional<std::vector<volume_device>> attach_volumes(const line_taker &say, std::string *why)
 {
+    *why = "the volumes or the disks of this host cannot be listed";
     const unique_fd lock = lock_volumes();
     if (!lock.is_open())
-        return false;
-    bool are_all_there = remove_leftovers(say);
+        return std::nullopt;
+    std::vector<volume_device> all;
+    if (!remove_leftovers(say))
+        all.push_back({"volumes", "", "what a command has left half done could not be removed"});
     const auto volumes = load_volumes(bad_files::set_aside);
     const auto disks = known_disks();
     if (!volumes || !disks)
-        return !reject(say, "volumes", "the volumes or the disks of this host cannot be listed");
-    for (const std::string &path : damaged_volumes()) {
-        say(path +
-            ": it is damaged, so its volume is not shown; mend it and give it its name again, or remove it");
-        are_all_there = false;
-    }
+        return std::nullopt;
+    for (const std::string &path : damaged_volumes())
+        all.push_back(
+            {path, "",
+             "it is damaged, so its volume is not shown; mend it and give it its name again, or remove it"});
     for (const volume_record &volume : *volumes) {
-        std::optional<std::string> device;
-        if (volume.state == volume_state::whole && reject(say, volume.name, show(volume, *disks, &device)))
-            are_all_there = false;
+        if (volume.state == volume_state::whole)
+            all.push_back(show_volume(volume, *disks));
     }
-    return are_all_there;
+    return all;
 }
 
 std::optional<std::vector<volume_view>> view_volumes()

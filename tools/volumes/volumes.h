@@ -19,6 +19,7 @@ struct volume_wish {
     std::string where;        // as read_place takes it
     std::string name;         // "": made from its GUID
     bool may_be_lost = false; // at the next start of the host
+    bool is_plan = false;     // nothing is made; the new volume has no device
 };
 
 struct new_volume {
@@ -28,14 +29,27 @@ struct new_volume {
     std::string disk_guid; // of the disk that it was made for; "" if that has none
 };
 
-// Null after a line that says why not; nothing is left then.
-std::optional<new_volume> create_volume(const volume_wish &wish, const line_taker &say);
+// What is to be known beside the end goes to SAY: the room that there is, and what became of the traces of
+// earlier commands.
 
-// Removes the volume with what is on it. False after a line that says why not.
-bool delete_volume(const std::string &name, const line_taker &say);
+// Null with the reason in WHY; nothing is left then.
+std::optional<new_volume> create_volume(const volume_wish &wish, const line_taker &say, std::string *why);
 
-// Shows all volumes as disks that are not. False after a line for each that cannot be shown.
-bool attach_volumes(const line_taker &say);
+// Removes the volume with what is on it. Returns why not, "" on success.
+std::string delete_volume(const std::string &name, const line_taker &say);
+
+// Why it would not be deleted; "" if it would.
+std::string deletion_objection(const volume_record &volume);
+
+struct volume_device {
+    std::string name;
+    std::string device; // path; "" if there is a FAULT and no device
+    std::string fault;  // "" for none
+    bool is_new = false;
+};
+
+// Shows all volumes as disks that are not. Null with the reason in WHY.
+std::optional<std::vector<volume_device>> attach_volumes(const line_taker &say, std::string *why);
 
 struct volume_view {
     volume_record volume;

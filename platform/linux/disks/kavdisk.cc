@@ -2,7 +2,6 @@
 
 #include "base/deleter.h"
 #include "base/fd.h"
-#include "platform/linux/devices/scsi_guid.h"
 #include "platform/linux/disks/content.h"
 #include "platform/linux/disks/disk_node.h"
 #include "platform/linux/disks/host_disks.h"
@@ -108,15 +107,6 @@ void append_parts(kavdisk_dev *dev, const disk_facts &disk, const std::vector<mo
         append_part(dev, node.get(), table, partition, mounts);
 }
 
-// A volume of the storage system is identified by SCSI and never gets a signature, so it is reported whatever
-// is on it: a mirror has the content of its disk. Both vendor and model must be known, since the daemon
-// recognises such a volume by them.
-bool is_volume(const disk_facts &disk)
-{
-    return disk.sectors > 0 && disk.vendor && disk.model &&
-           is_storage_volume(disk.vendor->c_str(), disk.model->c_str());
-}
-
 dev_record make_dev(const disk_facts &disk, const std::vector<mount_record> &mounts, int flag)
 {
     auto *fresh = zeroed<kavdisk_dev>();
@@ -127,7 +117,8 @@ dev_record make_dev(const disk_facts &disk, const std::vector<mount_record> &mou
     dev->model = copy_of(disk.model);
     dev->path = copy_of(disk.path);
     dev->sectors = disk.sectors;
-    dev->state = is_volume(disk) || may_carry_signature(disk, mounts) ? state_usable : state_left_alone;
+    dev->state =
+        objection_to_report(disk, mounts) == signature_objection::none ? state_usable : state_left_alone;
     if (flag == with_partitions)
         append_parts(dev.get(), disk, mounts);
     return dev;

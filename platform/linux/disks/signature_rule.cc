@@ -1,6 +1,7 @@
 #include "platform/linux/disks/signature_rule.h"
 
 #include "platform/linux/devices/disk_signature.h"
+#include "platform/linux/devices/scsi_guid.h"
 #include "platform/linux/disks/content.h"
 #include "platform/linux/disks/disk_node.h"
 #include "platform/linux/host/sysfs.h"
@@ -23,13 +24,21 @@ constexpr uint64_t floppy_sectors = 2880;
 constexpr int claim_attempts = 5;
 constexpr useconds_t claim_pause_us = 2000;
 
-bool is_plain_disk(const disk_facts &disk)
+signature_objection objection_to_kind(const disk_facts &disk)
 {
-    const bool composed =
+    using enum signature_objection;
+    const bool is_composed =
         access((disk.folder + "/dm").c_str(), F_OK) == 0 || access((disk.folder + "/md").c_str(), F_OK) == 0;
     const auto holders = list_folder(disk.folder + "/holders");
-    return disk.sectors > floppy_sectors && !composed && holders && holders->empty() &&
-           read_number(disk.folder + "/ro") == 0U && read_number(disk.folder + "/removable") == 0U;
+    if (disk.sectors <= floppy_sectors)
+        return disk.sectors == 0 ? empty : too_small;
+    if (is_composed)
+        return composed;
+    if (!holders || !holders->empty())
+        return holders ? held : unreadable;
+    if (read_number(disk.folder + "/ro") != 0U)
+        return read_only;
+    return read_number(disk.folder + "/removable") == 0U ? none : removable;
 }
 
 // A blank disk may still be in use, e.g. by a database that is about to fill it. If it is opened exclusively,
@@ -72,26 +81,43 @@ bool is_claimed_mirror(int fd)
     return guid && is_mirror_in_use(*guid);
 }
 
-bool content_allows_signature(int fd, const disk_facts &disk)
+signature_objection objection_to_content(int fd, const disk_facts &disk)
 {
+    using enum signature_objection;
     const auto content = read_content(fd);
     if (!content || content->superblock)
-        return false;
+        return content ? superblock : ambiguous;
     if (content->table != table_type::none)
-        return content->table != table_type::other;
-    return disk.partitions.empty() && first_sector_is_empty(fd) &&
-           (is_claimed_mirror(fd) || is_unclaimed(disk));
+        return content->table == table_type::other ? other_table : none;
+    if (!disk.partitions.empty() || !first_sector_is_empty(fd))
+        return unknown_data;
+    return is_claimed_mirror(fd) || is_unclaimed(disk) ? none : claimed;
+}
+
+// Both must be known, since the daemon recognises such a volume by them.
+bool is_volume(const disk_facts &disk)
+{
+    return disk.sectors > 0 && disk.vendor && disk.model &&
+           is_storage_volume(disk.vendor->c_str(), disk.model->c_str());
 }
 
 } // namespace
 
-bool may_carry_signature(const disk_facts &disk, const std::vector<mount_record> &mounts)
+signature_objection objection_to_signature(const disk_facts &disk, const std::vector<mount_record> &mounts)
 {
-    const bool mounted = std::any_of(mounts.begin(), mounts.end(), [&disk](const mount_record &mount) {
+    const bool is_mounted = std::any_of(mounts.begin(), mounts.end(), [&disk](const mount_record &mount) {
         return mounts_device(mount, disk.device);
     });
-    if (mounted || !is_plain_disk(disk))
-        return false;
+    if (is_mounted)
+        return signature_objection::mounted;
+    const signature_objection objection = objection_to_kind(disk);
+    if (objection != signature_objection::none)
+        return objection;
     const unique_fd node = open_node(disk);
-    return node.is_open() && content_allows_signature(node.get(), disk);
+    return node.is_open() ? objection_to_content(node.get(), disk) : signature_objection::unreadable;
+}
+
+signature_objection objection_to_report(const disk_facts &disk, const std::vector<mount_record> &mounts)
+{
+    return is_volume(disk) ? signature_objection::none : objection_to_signature(disk, mounts);
 }

@@ -8,6 +8,7 @@
 #include <span>
 #include <string>
 
+std::span<const verb> disk_verbs();
 std::span<const verb> mirror_verbs();
 std::span<const verb> snapshot_verbs();
 std::span<const verb> kept_verbs();

@@ -1,125 +1,78 @@
 // Verbs for the daemon's configuration and its start. They are for whoever runs the host, or its service
 // manager.
-#include "base/clock.h"
 #include "base/log.h"
 #include "config/config.h"
-#include "platform/linux/host/sysfs.h"
 #include "platform/linux/state/settings.h"
-#include "protocol/commands.h"
 #include "tools/common/visible.h"
-#include "tools/qelc/ask.h"
 #include "tools/qelc/config_check.h"
+#include "tools/qelc/daemon_wait.h"
 #include "tools/qelc/verbs/families.h"
-#include "tools/qelc/views/json_answer.h"
+#include "tools/qelc/verbs/init.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
-#include <filesystem>
 #include <nlohmann/json.hpp>
 
 namespace {
 // --- check-config ------------------------------------------------------------------------------------
 
-int tell_remarks(const std::string &path, const config_remarks &remarks, bool as_json)
+json_object records_of(const config_remarks &remarks)
 {
-    if (as_json) {
-        const json_object answer = {
-            {"usable", remarks.faults.empty()}, {"faults", remarks.faults}, {"hints", remarks.hints}};
-        puts(answer.dump().c_str());
-    } else {
-        for (const std::string &fault : remarks.faults)
-            fprintf(stderr, "qelc: %s\n", visible(fault).c_str());
-        for (const std::string &hint : remarks.hints)
-            fprintf(stderr, "qelc: hint: %s\n", visible(hint).c_str());
-        if (remarks.faults.empty())
-            printf("%s: the daemon can use it\n", visible(path).c_str());
-    }
-    return remarks.faults.empty() ? exit_ok : exit_refused;
+    json_object list = json_object::array();
+    for (const std::string &fault : remarks.faults)
+        list.push_back({{"status", "fault"}, {"text", fault}});
+    for (const std::string &hint : remarks.hints)
+        list.push_back({{"status", "remark"}, {"text", hint}});
+    return list;
 }
 
-int check_it(const verb_options &given, bool as_json)
+// Several faults have a line each; one is the error itself.
+std::string reason_of(const std::vector<std::string> &faults)
+{
+    if (faults.size() == 1)
+        return faults.front();
+    for (const std::string &fault : faults)
+        fprintf(stderr, "%s\n", visible(fault).c_str());
+    return std::to_string(faults.size()) + " faults, each in a line above";
+}
+
+outcome check_it(const verb_options &given)
 {
     log_to_stderr(LOG_WARNING); // what the daemon's reader says
-    config_remarks remarks = check_config(given.config_file);
-    if (given.config_file == config_path) {
+    const std::string &path = given.config_file;
+    config_remarks remarks = check_config(path);
+    if (path == config_path) {
         read_settings(); // of the libraries: a line without use is left out, and the daemon serves all the
                          // same
         if (remarks.faults.empty() && !is_daemon_running())
-            check_port_is_free(given.config_file, remarks);
+            check_port_is_free(path, remarks);
     }
-    return tell_remarks(given.config_file, remarks, as_json);
-}
-
-// --- init --------------------------------------------------------------------------------------------
-
-// Writes a file beside PATH and gives it that name, unless there is one: a file that is there stays, and one
-// that is there is whole. Returns an error number.
-int write_new(const std::string &path, const qel_t &content)
-{
-    const std::string unfinished = path + ".new";
-    umask(0027); // whoever may read it knows the addresses of the manager
-    std::error_code ignored;
-    std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
-    if (unlink(unfinished.c_str()) != 0 && errno != ENOENT)
-        return errno;
-    qelcfg_write(unfinished.c_str(), &content);
-    const bool is_written = check_config(unfinished).faults.empty();
-    const int error = !is_written ? EIO : link(unfinished.c_str(), path.c_str()) != 0 ? errno : 0;
-    unlink(unfinished.c_str());
-    return error;
-}
-
-int make_config(const verb_options &given, bool as_json)
-{
-    log_to_stderr(LOG_WARNING);
-    const std::string &path = given.config_file;
-    qel_t content;
-    content.guid = read_attribute("/proc/sys/kernel/random/uuid");
-    content.client_port = given.client_port;
-    content.server_port = given.server_port;
-    if (!content.guid)
-        return fail(exit_refused, "/proc/sys/kernel/random/uuid", strerror(errno));
-    if (const int error = write_new(path, content)) // EEXIST is a file that somebody has written
-        return fail(exit_refused, path, error == EEXIST ? "it is there already, and stays" : strerror(error));
-    if (as_json) {
-        const json_object answer = {{"file", path}, {"guid", *content.guid}};
-        puts(answer.dump().c_str());
-    } else {
-        printf("%s: ports %d and %d, ClientGUID %s\n", visible(path).c_str(), content.client_port,
-               content.server_port, content.guid->c_str());
+    for (const std::string &hint : remarks.hints)
+        fprintf(stderr, "hint: %s\n", visible(hint).c_str());
+    const bool is_usable = remarks.faults.empty();
+    outcome end =
+        page_outcome(is_usable ? visible(path) + ": the daemon can use it\n" : "", records_of(remarks));
+    if (!is_usable) {
+        end.status = exit_refused;
+        end.headline = "the daemon cannot use its configuration";
+        end.reason = reason_of(remarks.faults);
+        end.hint = "mend it, then: qelc check-config";
     }
-    return exit_ok;
+    return end;
 }
 
 // --- wait-ready --------------------------------------------------------------------------------------
 
-bool answers()
+outcome wait_until_ready(const verb_options &given)
 {
-    const peer_options local;
-    std::string error;
-    const unique_fd daemon = connect_local(local.socket_path, local.timeout, error);
-    return daemon.is_open() && exchange(daemon, command::nop_command, local.origin, std::nullopt, error);
+    const std::string why = wait_for_daemon(given.seconds);
+    if (!why.empty())
+        throw verb_end{exit_no_answer, why, "qelc check-config says whether its configuration is of use"};
+    return {};
 }
 
-// A supervisor takes a moment until it has its PID file, and ends for good when its working process does. So
-// one that has not come, or has gone, is missed only after some looks.
-int wait_until_ready(const verb_options &given, bool /*as_json*/)
+std::string init_complaint(const verb_options &given)
 {
-    constexpr unsigned pause_ms = 100;
-    constexpr unsigned most_misses = 30;
-    const int64_t deadline = clock_monotonic() + given.seconds;
-    for (unsigned misses = 0; !answers(); clock_sleep_ms(pause_ms)) {
-        misses = is_daemon_running() ? 0 : misses + 1;
-        if (misses == most_misses)
-            return fail(exit_no_answer, "qelcd", "it does not run; its last lines in the system log say why");
-        if (clock_monotonic() > deadline)
-            return fail(exit_no_answer, "qelcd", "no answer in " + std::to_string(given.seconds) + " s");
-    }
-    return exit_ok;
+    return given.config_only || given.config_file == config_path ? "" : "FILE goes with --config-only";
 }
 
 constexpr verb table[] = {
@@ -129,18 +82,24 @@ constexpr verb table[] = {
      .note = "What has to be mended is on standard error, with file and line; exit status 1 then.\n"
              "If no daemon runs, its port has to be free as well.\n",
      .add_options = add_config_file,
-     .run_here = check_it},
+     .act_here = check_it,
+     .only_shows = true},
     {.name = "init",
-     .usage = "[--client-port PORT] [--server-port PORT] [FILE]",
-     .description = "write a first configuration",
-     .note = "With a new ClientGUID, by which managers know the host. A file that is there stays.\n",
+     .usage = "[--client-port PORT] [--server-port PORT] [--dry-run]\n"
+              "            [--config-only [FILE]]",
+     .description = "make this host its own manager",
+     .note = "For a host without the storage system's manager. Writes a first configuration, with a\n"
+             "new ClientGUID, unless there is one; starts the daemon and qelc-manager, and adopts\n"
+             "the host. What is done already stays as it is.\n",
      .add_options = add_new_config,
-     .run_here = make_config},
+     .complaint = init_complaint,
+     .act_here = init},
     {.name = "wait-ready",
      .usage = "[--seconds SECONDS]",
      .description = "wait until the daemon of this host answers",
      .add_options = add_patience,
-     .run_here = wait_until_ready},
+     .act_here = wait_until_ready,
+     .only_shows = true},
 };
 } // namespace
 

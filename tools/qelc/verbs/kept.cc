@@ -1,24 +1,21 @@
 // Verbs for the snapshots that keepers keep on this host. They ask no daemon, and need root.
 #include "tools/qelc/views/kept.h"
 
-#include "base/log.h"
 #include "platform/linux/agent/restores.h"
 #include "platform/linux/agent/snapshot_acts.h"
 #include "tools/common/visible.h"
-#include "tools/qelc/ask.h"
+#include "tools/qelc/here.h"
 #include "tools/qelc/verbs/families.h"
 #include "tools/qelc/verbs/restore.h"
-#include "tools/qelc/views/volumes.h"
 #include "tools/snapshots/contents.h"
 #include "tools/snapshots/mounts.h"
 #include "tools/volumes/host_view.h"
-
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <nlohmann/json.hpp>
 
 namespace {
 // The GUID of a disk that a person names. A disk that is not there any more has snapshots, too.
@@ -37,80 +34,154 @@ bool is_wanted(const snapshot &one, const std::string &group, const std::string 
            std::ranges::find(one.members, disk, &snapshot_member::source) != one.members.end();
 }
 
-int list_all(const verb_options &given, bool as_json)
+[[noreturn]] void end_unread()
+{
+    throw verb_end{exit_refused, std::string("/var/lib/kavcdpagt: ") + strerror(errno), "type it as root"};
+}
+
+outcome list_all(const verb_options &given)
 {
     const std::string disk = guid_meant(given.disk);
     const auto is_of_these = [&](const snapshot &one) { return is_wanted(one, given.group, disk); };
     const auto all = list_snapshots({.is_wanted = is_of_these, .with_sizes = true});
     if (!all)
-        return fail(exit_refused, "/var/lib/kavcdpagt", strerror(errno));
+        end_unread();
     const auto restores = restores_to_show();
-    fputs((as_json ? kept_json(*all, restores) : kept_page(*all, restores)).c_str(), stdout);
-    return exit_ok;
+    return page_outcome(kept_page(*all, restores), kept_records(*all, restores));
 }
 
-void say(const std::string &line)
+// --- One snapshot ----------------------------------------------------------------------------------------
+
+// Throws verb_end for a name that could not be acted on.
+[[noreturn]] void refuse(const std::string &name, const std::string &why)
 {
-    fprintf(stderr, "qelc: %s\n", visible(line).c_str());
+    throw verb_end{exit_refused, name + ": " + why, "qelc snapshots shows the snapshots and their states"};
 }
 
-// False after a complaint.
-bool print_partitions(const attached_snapshot &one, uint64_t number)
+outcome planned(const std::string &name, const std::string &text)
 {
+    return {.items = {{"snapshot", name, "", exit_ok, text}}, .is_dry_run = true};
+}
+
+// The path of each device, or of that partition of it. Null with the reason in WHY.
+std::optional<std::vector<std::string>> paths_of(const attached_snapshot &one,
+                                                 const std::optional<uint64_t> &partition, std::string *why)
+{
+    if (!partition)
+        return one.devices;
     std::vector<std::string> paths;
     for (const std::string &device : one.devices) {
-        std::string why;
-        const auto path = partition_device(device, number, &why);
+        const auto path = partition_device(device, *partition, why);
         if (!path)
-            return fail(exit_refused, one.record.name, why) == exit_ok;
+            return std::nullopt;
         paths.push_back(*path);
     }
-    for (const std::string &path : paths)
-        printf("%s\n", path.c_str());
-    return true;
+    return paths;
 }
 
-void print_devices(const attached_snapshot &one)
+void print_hints(const std::vector<std::string> &devices)
 {
-    for (const std::string &device : one.devices)
-        printf("%s\n", device.c_str());
-    fflush(stdout);
-    for (const std::string &device : one.devices)
+    for (const std::string &device : devices)
         fputs(mount_hints(device).c_str(), stderr);
 }
 
-int attach(const verb_options &given, bool /*as_json*/)
+outcome attach(const verb_options &given)
 {
-    const std::string &name = given.snapshots.front();
-    std::string why;
+    require_root();
+    const std::string name = require_snapshot(given).name;
+    if (given.dry_run)
+        return planned(name, "attached, read-only");
+    std::string why, ignored;
     const auto one = attach_snapshot(name, &why);
-    if (!one)
-        return fail(exit_refused, name, why);
+    const auto paths = one ? paths_of(*one, given.partition, &why) : std::nullopt;
+    if (one && !paths && !one->was_attached)
+        detach_patiently(name, &ignored);
+    if (!paths)
+        refuse(name, why);
+    outcome end;
+    for (size_t i = 0; i < paths->size(); i++) {
+        end.page += visible((*paths)[i]) + "\n";
+        end.items.push_back({"snapshot",
+                             name,
+                             one->record.members[i].source,
+                             exit_ok,
+                             "is attached",
+                             {{"device", (*paths)[i]}}});
+    }
     if (!given.partition)
-        print_devices(*one);
-    else if (!print_partitions(*one, *given.partition)) {
-        if (!one->was_attached)
-            detach_patiently(name, &why);
-        return exit_refused;
-    }
-    return exit_ok;
+        print_hints(one->devices);
+    return end;
 }
 
-// Goes on after a failure.
-int for_each_name(const verb_options &given, bool (*act)(const std::string &name, std::string *why))
+outcome mount(const verb_options &given)
 {
-    int status = exit_ok;
+    require_root();
+    const std::string name = require_snapshot(given).name;
+    std::string why;
+    if (empty_folder(given.folder, &why).empty())
+        refuse(name, why);
+    if (given.dry_run)
+        return planned(name, "mounted on " + given.folder + ", read-only");
+    const auto points = mount_snapshot({name, given.folder, given.partition}, &why);
+    if (!points)
+        refuse(name, why);
+    outcome end;
+    for (const std::string &point : *points) {
+        end.page += visible(point) + "\n";
+        end.items.push_back({"snapshot", name, "", exit_ok, "is mounted", {{"mounted_on", point}}});
+    }
+    return end;
+}
+
+outcome unmount(const verb_options &given)
+{
+    require_root();
+    const std::string name = require_snapshot(given).name;
+    if (given.dry_run)
+        return planned(name, "unmounted and detached");
+    std::string why;
+    if (!unmount_snapshot(name, &why))
+        refuse(name, why);
+    return {.items = {{"snapshot", name, "", exit_ok, "is unmounted and detached"}}};
+}
+
+// --- Several snapshots -----------------------------------------------------------------------------------
+
+std::string objection_to(const std::string &name, std::string (*objection)(const listed_snapshot &found))
+{
+    std::string why;
+    const auto found = look_at_snapshot(name, &why);
+    return found ? objection(*found) : why;
+}
+
+// Goes on after a failure. With --dry-run OBJECTION says what would fail, "" for nothing.
+outcome for_each_name(const verb_options &given, bool (*act)(const std::string &name, std::string *why),
+                      const char *done, std::string (*objection)(const listed_snapshot &found))
+{
+    require_root();
+    std::vector<verb_item> items;
     for (const std::string &name : given.snapshots) {
+        verb_item item{"snapshot", name, "", exit_ok, (given.dry_run ? "" : "is ") + std::string(done)};
         std::string why;
-        if (!act(name, &why))
-            status = fail(exit_refused, name, why);
+        if (!load_snapshot(name))
+            item.refuse(exit_not_found, "there is no such snapshot");
+        else if (given.dry_run)
+            why = objection_to(name, objection);
+        else if (act(name, &why))
+            why.clear();
+        if (item.is_open() && !why.empty())
+            item.refuse(exit_refused, why);
+        items.push_back(std::move(item));
     }
-    return status;
+    outcome end = outcome_of(std::move(items), "qelc snapshots shows the snapshots and their states");
+    end.is_dry_run = given.dry_run;
+    return end;
 }
 
-int detach(const verb_options &given, bool /*as_json*/)
+outcome detach(const verb_options &given)
 {
-    return for_each_name(given, detach_snapshot);
+    return for_each_name(given, detach_snapshot, "detached",
+                         [](const listed_snapshot &) { return std::string(); });
 }
 
 // A restore of it that was not finished cannot go on without it.
@@ -125,79 +196,63 @@ bool remove_with_restores(const std::string &name, std::string *why)
     return true;
 }
 
-int remove(const verb_options &given, bool /*as_json*/)
+std::string removal_objection(const listed_snapshot &found)
 {
-    return for_each_name(given, remove_with_restores);
+    return found.devices.empty() ? "" : "it is attached as " + found.devices.front();
 }
 
-bool may_mount(const std::string &name)
+outcome remove(const verb_options &given)
 {
-    log_to_stderr(LOG_WARNING);
-    return geteuid() == 0 || fail(exit_refused, name, "only root can mount") == exit_ok;
-}
-
-int mount(const verb_options &given, bool /*as_json*/)
-{
-    const std::string &name = given.snapshots.front();
-    const auto points =
-        may_mount(name) ? mount_snapshot({name, given.folder, given.partition}, say) : std::nullopt;
-    for (const std::string &point : points.value_or(std::vector<std::string>{}))
-        printf("%s\n", visible(point).c_str());
-    return points ? exit_ok : exit_refused;
-}
-
-int unmount(const verb_options &given, bool /*as_json*/)
-{
-    const std::string &name = given.snapshots.front();
-    return may_mount(name) && unmount_snapshot(name, say) ? exit_ok : exit_refused;
+    return for_each_name(given, remove_with_restores, "removed", removal_objection);
 }
 
 constexpr verb table[] = {
     {.name = "snapshots",
-     .usage = "[--disk GUID | --group NAME]\n"
+     .usage = "[--disk DISK | --group NAME]\n"
               "       qelc snapshots (mount | umount | restore | attach | detach | remove) NAME...",
      .description = "show the snapshots that are kept on this host",
      .note = "It looks at what is there now; a snapshot whose data is not there is \"gone\".\n",
      .add_options = add_disk_or_group,
-     .run_here = list_all},
+     .act_here = list_all,
+     .only_shows = true},
     {.name = "snapshots attach",
-     .usage = "NAME [--partition N]",
+     .usage = "NAME [--partition N] [--dry-run]",
      .description = "make read-only block devices of a snapshot",
      .note = "Prints the path of each, and on standard error how to mount what is on it; with\n"
              "--partition the path of that partition, and nothing else.\n",
      .add_options = add_attach_options,
-     .run_here = attach},
+     .act_here = attach},
     {.name = "snapshots detach",
-     .usage = "NAME",
-     .description = "end the block devices of a snapshot",
-     .add_options = add_snapshot_name,
-     .run_here = detach},
+     .usage = "NAME... [--dry-run]",
+     .description = "end the block devices of snapshots",
+     .add_options = add_names_to_change,
+     .act_here = detach},
     {.name = "snapshots mount",
-     .usage = "NAME DIR [--partition N]",
+     .usage = "NAME DIR [--partition N] [--dry-run]",
      .description = "attach a snapshot and mount its file system",
      .note = "Read-only, and without a look at the journal: what was only in that at the moment\n"
              "of the snapshot is not seen. The disks of a group become folders in DIR. Without\n"
              "--partition there must be one file system only. Prints where it is mounted.\n",
      .add_options = add_mount_options,
-     .run_here = mount},
+     .act_here = mount},
     {.name = "snapshots umount",
-     .usage = "NAME",
+     .usage = "NAME [--dry-run]",
      .description = "unmount a snapshot and detach it",
      .add_options = add_snapshot_name,
-     .run_here = unmount},
+     .act_here = unmount},
     {.name = "snapshots restore",
-     .usage = "NAME [--to DISK] [--yes] [--no-snapshot]",
+     .usage = "NAME [--to DISK] [--yes] [--dry-run] [--no-snapshot]",
      .description = "overwrite a disk with a snapshot",
      .note = "Only what differs is written; the disk keeps its signature. A snapshot of its\n"
              "present state is taken first. Without --to, and for a group, each disk gets its\n"
              "own state back. If it is ended in the middle, the same command goes on.\n",
      .add_options = add_restore_options,
-     .run_here = restore},
+     .act_here = restore},
     {.name = "snapshots remove",
-     .usage = "NAME...",
+     .usage = "NAME... [--dry-run]",
      .description = "remove snapshots, unless they are attached",
-     .add_options = add_snapshot_names,
-     .run_here = remove},
+     .add_options = add_names_to_change,
+     .act_here = remove},
 };
 } // namespace
 

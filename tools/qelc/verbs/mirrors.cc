@@ -1,8 +1,7 @@
-// Verbs for disks and their mirrors.
+// Verbs for mirrors.
 #include "tools/qelc/views/mirrors.h"
 
 #include "protocol/commands.h"
-#include "tools/common/disks.h"
 #include "tools/qelc/verbs/families.h"
 #include "tools/qelc/verbs/protect.h"
 
@@ -46,6 +45,17 @@ std::string mirrors_complaint(const verb_options &given)
                : "disks and --timeout go with --wait or --watch";
 }
 
+std::string mirror_complaint(const verb_options &given)
+{
+    return given.mirror.empty() && given.where.empty() ? "MIRROR or --in is required" : "";
+}
+
+// The daemon may have to look for the mirror; what comes after that is quicker.
+unsigned seconds_for_mirror(const verb_options & /*given*/)
+{
+    return 180;
+}
+
 constexpr verb sources_verb(const char *name, const char *description, uint32_t code,
                             outcome (*act)(host &at, const verb_options &given))
 {
@@ -60,11 +70,6 @@ constexpr verb sources_verb(const char *name, const char *description, uint32_t 
 }
 
 constexpr verb table[] = {
-    {.name = "disks",
-     .description = "show the disks and their GUIDs",
-     .code = command::get_client_info,
-     .view = disks_page,
-     .json = disks_json},
     {.name = "protect",
      .usage = "PAIR... [--group NAME [--no-create]] [--start T --every INTERVAL]\n"
               "            [--yes] [--dry-run]",
@@ -77,6 +82,17 @@ constexpr verb table[] = {
      .body = protect_body,
      .act = protect,
      .seconds = seconds_for_disks},
+    {.name = "mirror",
+     .usage = "SRC (MIRROR | --in PLACE [--name NAME]) [--timeout INTERVAL]\n"
+              "            [--yes] [--dry-run]",
+     .description = "protect a disk, copy it, and wait until the mirror is level",
+     .note = "With --in, a volume is made for the mirror; it is removed again if the disk cannot\n"
+             "be protected. What is copied goes on if this command ends.\n",
+     .code = command::add_backup,
+     .add_options = add_one_mirror,
+     .complaint = mirror_complaint,
+     .act = mirror,
+     .seconds = seconds_for_mirror},
     sources_verb("unprotect", "end the protection of disks", command::del_backup, unprotect),
     sources_verb("resync", "copy disks to their mirrors from the start", command::init_mirror, resync),
     sources_verb("cancel-resync", "stop the synchronisation of mirrors", command::cancel_init_mirror,

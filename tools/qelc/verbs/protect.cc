@@ -3,17 +3,13 @@
 #include "tools/qelc/verbs/protect.h"
 
 #include "tools/qelc/bodies/group.h"
+#include "tools/qelc/countdown.h"
 #include "tools/qelc/overwrite.h"
 #include "tools/qelc/verbs/families.h"
 
 #include <algorithm>
 
 namespace {
-struct wanted_pair {
-    named_disk source;
-    named_disk mirror;
-};
-
 std::vector<wanted_pair> pairs_meant(host &at, const verb_options &given)
 {
     std::vector<wanted_pair> pairs;
@@ -33,17 +29,10 @@ std::vector<wanted_pair> pairs_meant(host &at, const verb_options &given)
 void check_relationships(host &at, const wanted_pair &pair)
 {
     const auto &[source, mirror] = pair;
-    const std::string end_it = "qelc unprotect SRC ends a relationship; qelc mirrors shows them";
     if (source.guid == mirror.guid)
         refuse(source.name + " cannot be its own mirror", "name another disk as the mirror");
-    if (const mirror_view *former = at.mirror_of(source.guid))
-        refuse(source.name + " is protected already, by " + at.name_of(former->guids.mirror), end_it);
-    for (const mirror_view &other : at.view().mirrors) {
-        for (const named_disk &disk : {source, mirror}) {
-            if (other.guids.mirror == disk.guid)
-                refuse(disk.name + " is the mirror of " + other.disk + " already", end_it);
-        }
-    }
+    check_source(at, source);
+    check_is_no_mirror(at, mirror);
 }
 
 // What the disks themselves tell against it.
@@ -58,20 +47,6 @@ void check_disks(host &at, const wanted_pair &pair)
                source.mounted.empty()
                    ? "did you mean " + mirror.name + "=" + source.name + "? Otherwise unmount it"
                    : "unmount it first");
-}
-
-void check_pairs(host &at, const std::vector<wanted_pair> &pairs)
-{
-    std::vector<std::string> named;
-    for (const wanted_pair &pair : pairs) {
-        check_relationships(at, pair);
-        check_disks(at, pair);
-        for (const named_disk &disk : {pair.source, pair.mirror}) {
-            if (std::ranges::find(named, disk.guid) != named.end())
-                refuse(disk.name + " is named twice", "name each disk once");
-            named.push_back(disk.guid);
-        }
-    }
 }
 
 // --- The group ---------------------------------------------------------------------------------------
@@ -181,31 +156,90 @@ outcome verdict(host &at, const verb_options &given, const std::vector<wanted_pa
         items.push_back(schedule_item(at, source_of(given, pairs.back().source.guid), times_of(given)));
     if (made_group && std::ranges::none_of(items, &verb_item::is_open))
         at.ask(command::del_backup_grp, group_end_document(given.group));
-    outcome end = outcome_of(std::move(items), see_log);
-    if (end.status == exit_ok)
-        end.hint = "nothing is copied before you type: qelc resync" + pairs_text(pairs);
-    return end;
+    return outcome_of(std::move(items), see_log);
+}
+// How long the daemon may look for mirrors that it does not see.
+unsigned seconds_for_absent(host &at, const std::vector<wanted_pair> &pairs)
+{
+    constexpr unsigned seconds_for_one = 40;
+    const auto absent =
+        std::ranges::count_if(pairs, [&](const wanted_pair &pair) { return !at.is_known(pair.mirror.guid); });
+    return static_cast<unsigned>(absent) * seconds_for_one;
+}
+
+std::string absent_text(host &at, const std::vector<wanted_pair> &pairs)
+{
+    std::string names;
+    for (const auto &[source, mirror] : pairs) {
+        if (!at.is_known(mirror.guid))
+            names += (names.empty() ? "" : ", ") + mirror.name;
+    }
+    return "the daemon looks for " + names + ", which it does not see yet,";
 }
 } // namespace
+
+std::vector<mirror_pair> guids_of(const std::vector<wanted_pair> &pairs)
+{
+    std::vector<mirror_pair> guids;
+    for (const auto &[source, mirror] : pairs)
+        guids.push_back({source.guid, mirror.guid});
+    return guids;
+}
+
+void check_is_no_mirror(host &at, const named_disk &disk)
+{
+    for (const mirror_view &other : at.view().mirrors) {
+        if (other.guids.mirror == disk.guid)
+            refuse(disk.name + " is the mirror of " + other.disk + " already",
+                   "qelc unprotect " + other.disk + " ends that; qelc mirrors shows all mirrors");
+    }
+}
+
+void check_source(host &at, const named_disk &source)
+{
+    if (const mirror_view *former = at.mirror_of(source.guid))
+        refuse(source.name + " is protected already, by " + at.name_of(former->guids.mirror),
+               "qelc unprotect " + source.name + " ends that; qelc resync " + source.name +
+                   " copies it again");
+    check_is_no_mirror(at, source);
+}
+
+void check_pairs(host &at, const std::vector<wanted_pair> &pairs)
+{
+    std::vector<std::string> named;
+    for (const wanted_pair &pair : pairs) {
+        check_relationships(at, pair);
+        check_disks(at, pair);
+        for (const named_disk &disk : {pair.source, pair.mirror}) {
+            if (std::ranges::find(named, disk.guid) != named.end())
+                refuse(disk.name + " is named twice", "name each disk once");
+            named.push_back(disk.guid);
+        }
+    }
+}
+
+outcome protect_pairs(host &at, const std::vector<wanted_pair> &pairs, const verb_options &given)
+{
+    const bool made_group = make_group(at, given, pairs);
+    if (given.dry_run)
+        return {.items = plan(given, pairs, made_group), .is_dry_run = true};
+    const std::string body =
+        protection_document(guids_of(pairs), source_of(given, pairs.back().source.guid), times_of(given));
+    {
+        countdown patience(absent_text(at, pairs), seconds_for_absent(at, pairs));
+        at.ask(command::add_backup, body, [&] { patience.show(); });
+    }
+    return verdict(at, given, pairs, made_group);
+}
 
 outcome protect(host &at, const verb_options &given)
 {
     at.require_adopted();
     const std::vector<wanted_pair> pairs = pairs_meant(at, given);
     check_pairs(at, pairs);
-    std::vector<mirror_pair> guids;
-    for (const auto &[source, mirror] : pairs)
-        guids.push_back({source.guid, mirror.guid});
-    confirm_overwriting(at, guids, given);
-    const bool made_group = make_group(at, given, pairs);
-    if (given.dry_run)
-        return {.items = plan(given, pairs, made_group), .is_dry_run = true};
-    for (const wanted_pair &pair : pairs) {
-        if (!at.is_known(pair.mirror.guid))
-            fprintf(stderr, "%s is not there yet; the daemon looks for it for up to 40 s\n",
-                    pair.mirror.guid.c_str());
-    }
-    at.ask(command::add_backup,
-           protection_document(guids, source_of(given, guids.back().source), times_of(given)));
-    return verdict(at, given, pairs, made_group);
+    confirm_overwriting(at, guids_of(pairs), given);
+    outcome end = protect_pairs(at, pairs, given);
+    if (end.status == exit_ok && !end.is_dry_run)
+        end.hint = "nothing is copied before you type: qelc resync" + pairs_text(pairs);
+    return end;
 }

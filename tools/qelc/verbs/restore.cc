@@ -1,21 +1,18 @@
 #include "tools/qelc/verbs/restore.h"
 
-#include "base/log.h"
 #include "platform/linux/agent/snapshot_acts.h"
 #include "platform/linux/devices/scsi_guid.h"
-#include "tools/common/visible.h"
-#include "tools/qelc/ask.h"
+#include "tools/common/human_text.h"
 #include "tools/qelc/bodies/snapshot.h"
+#include "tools/qelc/confirm.h"
+#include "tools/qelc/here.h"
+#include "tools/qelc/nearest.h"
 #include "tools/qelc/new_snapshots.h"
 #include "tools/qelc/views/restore.h"
-#include "tools/qelc/views/volumes.h"
-
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <csignal>
-#include <iostream>
 #include <thread>
 
 namespace {
@@ -36,34 +33,23 @@ void stop_at_signals()
         sigaction(signal, &action, nullptr);
 }
 
-void say(const std::string &line)
-{
-    fprintf(stderr, "qelc: %s\n", visible(line).c_str());
-}
-
 // --- The question ----------------------------------------------------------------------------------------
 
-bool is_typed(const snapshot &of, const std::vector<restore_target> &targets)
+bool is_name_typed(const snapshot &of, const std::vector<restore_target> &targets)
 {
     const bool is_group = !of.group.empty();
-    const std::string name = is_group ? of.group : targets.front().disk.facts.name;
-    fprintf(stderr, "Type the name of the %s to overwrite (%s), or anything else to stop: ",
-            is_group ? "group" : "disk", visible(name).c_str());
-    std::string typed;
-    std::getline(std::cin, typed);
-    return typed == name;
+    return is_typed(is_group ? "group to overwrite" : "disk to overwrite",
+                    is_group ? of.group : targets.front().disk.facts.name);
 }
 
 // From the answer on a signal ends the restore in good order.
-bool is_confirmed(const snapshot &of, const std::vector<restore_target> &targets, bool is_certain)
+bool is_confirmed(const snapshot &of, const std::vector<restore_target> &targets, bool has_to_ask)
 {
     fputs(overwritten_page(of, targets).c_str(), stderr);
-    if (is_certain || is_typed(of, targets)) {
-        stop_at_signals();
-        return true;
-    }
-    say("nothing was written");
-    return false;
+    if (has_to_ask && !is_name_typed(of, targets))
+        return false;
+    stop_at_signals();
+    return true;
 }
 
 // --- The snapshot of the present state -------------------------------------------------------------------
@@ -117,16 +103,56 @@ bool take_snapshot(const restore_target &target, const std::string &restored, st
         say(name + ": it has no note: " + *why);
     return true;
 }
+
+// --- The end ---------------------------------------------------------------------------------------------
+
+std::vector<verb_item> items_of(const restore_end &end)
+{
+    std::vector<verb_item> items;
+    for (const restored_disk &disk : end.disks)
+        items.push_back({"disk", disk.name, disk.guid, exit_ok,
+                         "is restored; " + size_text(disk.written) + " of " + size_text(disk.size) +
+                             " differed and were written"});
+    return items;
+}
+
+std::vector<verb_item> plan_of(const std::vector<restore_target> &targets, const std::string &name)
+{
+    std::vector<verb_item> items;
+    for (const restore_target &target : targets)
+        items.push_back({"disk", target.disk.facts.name, target.disk.guid, exit_ok,
+                         "overwritten with " + name + ", where it differs"});
+    return items;
+}
+
+// A name that is none of a disk.
+void check_disk(const std::string &name)
+{
+    std::string why;
+    if (!name.empty() && !find_disk(name, &why))
+        throw verb_end{exit_not_found, name + ": " + why, "qelc disks shows the disks of the host"};
+}
 } // namespace
 
-int restore(const verb_options &given, bool as_json)
+snapshot require_snapshot(const verb_options &given)
 {
     const std::string &name = given.snapshots.front();
-    log_to_stderr(LOG_WARNING);
-    if (geteuid() != 0)
-        return fail(exit_refused, name, "only root can restore it");
-    if (!given.yes && isatty(STDIN_FILENO) == 0)
-        return fail(exit_refused, name, "--yes is required if standard input is not a terminal");
+    if (auto one = load_snapshot(name))
+        return *std::move(one);
+    std::vector<std::string> names;
+    for (const snapshot &one : load_snapshots().value_or(std::vector<snapshot>{}))
+        names.push_back(one.name);
+    throw verb_end{exit_not_found, name + ": there is no such snapshot" + did_you_mean(name, names),
+                   "qelc snapshots shows those that there are"};
+}
+
+outcome restore(const verb_options &given)
+{
+    require_root();
+    const std::string name = require_snapshot(given).name;
+    check_disk(given.restore_to);
+    const bool asks = has_to_ask(given, "it overwrites disks");
+    outcome answer;
     restore_progress progress;
     const restore_partner partner = {
         .say =
@@ -134,15 +160,24 @@ int restore(const verb_options &given, bool as_json)
                 progress.end_line();
                 say(line);
             },
-        .confirm = [&](const snapshot &of,
-                       const auto &targets) { return is_confirmed(of, targets, given.yes); },
+        .confirm =
+            [&](const snapshot &of, const auto &targets) {
+                answer.is_dry_run = given.dry_run;
+                answer.items = given.dry_run ? plan_of(targets, name) : std::vector<verb_item>();
+                return is_confirmed(of, targets, asks) && !given.dry_run;
+            },
         .take_snapshot = [&](const restore_target &target,
                              std::string *why) { return take_snapshot(target, name, why); },
         .progress = [&](const restore_target &target, uint64_t position) { progress.show(target, position); },
         .stop = &stop};
-    if (!restore_snapshot({name, given.restore_to, !given.no_snapshot}, partner))
-        return exit_refused;
-    if (as_json)
-        fputs(success_json().c_str(), stdout);
-    return exit_ok;
+    const restore_end end = restore_snapshot({name, given.restore_to, !given.no_snapshot}, partner);
+    progress.end_line();
+    if (answer.is_dry_run)
+        return answer;
+    answer.items = items_of(end);
+    answer.status = end.is_done ? exit_ok : end.disks.empty() ? exit_refused : exit_partly;
+    answer.reason = end.is_done       ? ""
+                    : end.why.empty() ? "you did not confirm it; nothing was written"
+                                      : end.why;
+    return answer;
 }

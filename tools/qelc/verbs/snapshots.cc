@@ -2,6 +2,7 @@
 #include "client/inventory_records.h"
 #include "protocol/commands.h"
 #include "tools/qelc/bodies/snapshot.h"
+#include "tools/qelc/countdown.h"
 #include "tools/qelc/new_snapshots.h"
 #include "tools/qelc/points_in_time.h"
 #include "tools/qelc/verbs/families.h"
@@ -117,8 +118,11 @@ outcome take_snapshot(host &at, const verb_options &given)
 outcome wait_for_restored(host &at, const verb_options &given)
 {
     at.require_adopted();
-    fputs("the daemon looks for the volumes for up to 40 s\n", stderr);
-    at.ask(command::snap_restore, snapshot_volumes_document(given.disks));
+    {
+        constexpr unsigned seconds = 40;
+        countdown patience("the daemon looks for the volumes", seconds);
+        at.ask(command::snap_restore, snapshot_volumes_document(given.disks), [&] { patience.show(); });
+    }
     at.look_again();
     std::vector<verb_item> items;
     for (const std::string &guid : given.disks) {

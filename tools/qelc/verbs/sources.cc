@@ -78,17 +78,25 @@ void judge(host &at, item_list &items, const request &reply, const char *done)
     }
 }
 
+bool has_open(const item_list &items)
+{
+    return std::ranges::any_of(items, &verb_item::is_open);
+}
+
+outcome copy_open(host &at, item_list items)
+{
+    if (has_open(items))
+        judge(at, items, *at.ask(command::init_mirror, disk_list_document(open_guids(items))),
+              "is to be copied to its mirror as a whole");
+    return outcome_of(std::move(items), which_are_protected);
+}
+
 outcome planned(item_list items, const char *what)
 {
     say_of_open(items, what);
     outcome end = outcome_of(std::move(items), which_are_protected);
     end.is_dry_run = true;
     return end;
-}
-
-bool has_open(const item_list &items)
-{
-    return std::ranges::any_of(items, &verb_item::is_open);
 }
 
 // The groups with a schedule that one of the disks is in.
@@ -144,10 +152,15 @@ outcome resync(host &at, const verb_options &given)
     confirm_overwriting(at, pairs, given);
     if (given.dry_run)
         return planned(std::move(items), "copied to its mirror as a whole");
-    if (has_open(items))
-        judge(at, items, *at.ask(command::init_mirror, disk_list_document(open_guids(items))),
-              "is to be copied to its mirror as a whole");
-    return outcome_of(std::move(items), which_are_protected);
+    return copy_open(at, std::move(items));
+}
+
+outcome copy_disks(host &at, const std::vector<named_disk> &disks)
+{
+    item_list items;
+    for (const named_disk &disk : disks)
+        items.push_back({"disk", disk.name, disk.guid});
+    return copy_open(at, std::move(items));
 }
 
 outcome cancel_resync(host &at, const verb_options &given)

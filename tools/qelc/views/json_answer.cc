@@ -1,6 +1,5 @@
 #include "tools/qelc/views/json_answer.h"
 
-#include "tools/common/disks.h"
 #include "tools/qelc/points_in_time.h"
 #include "tools/qelc/views/groups.h"
 #include "tools/qelc/views/schedules.h"
@@ -25,26 +24,6 @@ json_object schedule_object(const mirror_schedule &schedule)
     set_times(object, schedule.times);
     object["next"] = time_or_null(next_snapshot(schedule.times));
     object["group"] = schedule.group.empty() ? json_object() : json_object(schedule.group);
-    return object;
-}
-
-json_object disk_object(const disk_view &disk)
-{
-    json_object partitions = json_object::array();
-    for (const partition_view &part : disk.partitions)
-        partitions.push_back({{"name", part.name},
-                              {"guid", part.guid},
-                              {"size", part.size},
-                              {"used", part.used},
-                              {"file_system", part.file_system}});
-    json_object object;
-    object["name"] = disk.name;
-    object["guid"] = disk.guid;
-    object["size"] = disk.size;
-    object["table"] = disk.table.empty() ? json_object() : json_object(disk.table);
-    object["vendor"] = disk.vendor;
-    object["system"] = disk.is_system;
-    object["partitions"] = std::move(partitions);
     return object;
 }
 
@@ -99,11 +78,6 @@ json_object mirror_object(const mirror_view &mirror)
     set_progress(object, mirror.progress);
     object["schedules"] = std::move(schedules);
     return object;
-}
-
-bool disks_json(const char *report, json_object &results)
-{
-    return list_all(disks_of(report), disk_object, results);
 }
 
 bool mirrors_json(const char *report, json_object &results)

@@ -3,7 +3,7 @@
 #include "tools/common/human_text.h"
 #include "tools/common/text_table.h"
 #include "tools/common/visible.h"
-#include "tools/qelc/views/json_answer.h"
+#include "tools/qelc/points_in_time.h"
 #include "tools/snapshots/attachment.h"
 #include "tools/snapshots/contents.h"
 
@@ -30,31 +30,31 @@ std::string keepers_of(const snapshot &one)
     return text;
 }
 
-json_object object_of(const listed_snapshot &one)
+json_object text_or_null(const std::string &text)
+{
+    return text.empty() ? json_object() : json_object(text);
+}
+
+json_object members_of(const snapshot &one)
 {
     json_object members = json_object::array();
-    for (const snapshot_member &member : one.record.members)
+    for (const snapshot_member &member : one.members)
         members.push_back({{"source", member.source},
                            {"mirror", member.mirror},
                            {"keeper", member.keeper},
                            {"place", member.place}});
-    return {{"name", one.record.name},
-            {"time", one.record.time},
-            {"group", one.record.group},
-            {"note", one.record.note},
-            {"state", state_text(one)},
-            {"why", one.why},
-            {"size", one.size ? json_object(*one.size) : json_object()},
-            {"devices", one.devices},
-            {"members", members}};
+    return members;
 }
 
-json_object object_of(const restore_view &one)
+json_object restores_of(const snapshot &one, const std::vector<restore_view> &restores)
 {
-    return {{"snapshot", one.record.snapshot},
-            {"disk", one.disk},
-            {"guid", one.record.disk},
-            {"running", one.is_running}};
+    json_object list = json_object::array();
+    for (const restore_view &restore : restores) {
+        if (restore.record.snapshot == one.name)
+            list.push_back(
+                {{"disk", restore.disk}, {"guid", restore.record.disk}, {"running", restore.is_running}});
+    }
+    return list;
 }
 
 std::string line_of(const restore_view &one)
@@ -91,13 +91,27 @@ std::vector<restore_view> restores_to_show()
     return all;
 }
 
+std::string owner_of(const snapshot &one, const std::map<std::string, std::string> &titles)
+{
+    const auto title = one.group.empty() ? titles.find(whose(one)) : titles.end();
+    return title == titles.end() ? whose(one) : title->second;
+}
+
+std::string time_of(const snapshot &one)
+{
+    const auto point = parse_point_in_time(one.time);
+    return point ? local_time_text(*point) : one.time;
+}
+
 std::string kept_page(const std::vector<listed_snapshot> &all, const std::vector<restore_view> &restores)
 {
     text_table rows = {{"Name", "Time", "Disk or group", "Keeper", "Size", "State", "Note"}};
     std::string lines;
+    const auto titles = all.empty() ? std::map<std::string, std::string>() : disk_titles();
     for (const listed_snapshot &one : all) {
-        rows.push_back({one.record.name, one.record.time, whose(one.record), keepers_of(one.record),
-                        one.size ? size_text(*one.size) : "-", state_text(one), one.record.note});
+        rows.push_back({one.record.name, time_of(one.record), owner_of(one.record, titles),
+                        keepers_of(one.record), one.size ? size_text(*one.size) : "-", state_text(one),
+                        one.record.note});
         if (one.state == snapshot_state::unknown)
             lines += "  " + visible(one.record.name) + ": " + visible(one.why) + "\n";
     }
@@ -106,15 +120,21 @@ std::string kept_page(const std::vector<listed_snapshot> &all, const std::vector
     return (all.empty() ? "no snapshots\n" : align(rows)) + lines;
 }
 
-std::string kept_json(const std::vector<listed_snapshot> &all, const std::vector<restore_view> &restores)
+json_object kept_records(const std::vector<listed_snapshot> &all, const std::vector<restore_view> &restores)
 {
     json_object list = json_object::array();
     for (const listed_snapshot &one : all)
-        list.push_back(object_of(one));
-    json_object answer{{"snapshots", list}};
-    for (const restore_view &one : restores)
-        answer["restores"].push_back(object_of(one));
-    return answer.dump(-1, ' ', false, json_object::error_handler_t::replace) + "\n";
+        list.push_back({{"name", one.record.name},
+                        {"time", one.record.time},
+                        {"group", text_or_null(one.record.group)},
+                        {"note", text_or_null(one.record.note)},
+                        {"state", state_text(one)},
+                        {"why", text_or_null(one.why)},
+                        {"size", one.size ? json_object(*one.size) : json_object()},
+                        {"devices", one.devices},
+                        {"members", members_of(one.record)},
+                        {"restores", restores_of(one.record, restores)}});
+    return list;
 }
 
 std::string mount_hints(const std::string &device)

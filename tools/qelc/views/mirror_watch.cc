@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -238,12 +239,22 @@ private:
     std::chrono::steady_clock::time_point answered_ = std::chrono::steady_clock::now();
     unsigned at_rest_ = 0; // looks at which nothing ran, though not all was level
 };
+
+// The copies are the daemon's: whoever leaves stops none.
+void say_and_end(int signal)
+{
+    constexpr char text[] = "\nwhat is being copied goes on without this command\n";
+    static_cast<void>(!write(STDERR_FILENO, text, sizeof text - 1));
+    std::signal(signal, SIG_DFL);
+    raise(signal);
+}
 } // namespace
 
 outcome follow_mirrors(host &at, const verb_options &given)
 {
     const auto begin = std::chrono::steady_clock::now();
     const std::vector<std::string> guids = guids_meant(at, given);
+    std::signal(SIGINT, say_and_end);
     follower seen(given.watch.has_value());
     verb_end why{};
     for (;; std::this_thread::sleep_for(std::chrono::seconds(given.watch.value_or(1)))) {

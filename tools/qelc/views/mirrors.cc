@@ -8,6 +8,7 @@
 #include "tools/common/text_table.h"
 #include "tools/common/visible.h"
 #include "tools/qelc/points_in_time.h"
+#include "tools/qelc/views/short_guid.h"
 
 #include <ctime>
 
@@ -69,11 +70,11 @@ std::vector<std::string> progress_row(const mirror_view &mirror)
 }
 
 // The second GUID stands below the first one, so that a line fits on a terminal.
-void add_rows(text_table &rows, const mirror_view &mirror)
+void add_rows(text_table &rows, const mirror_view &mirror, const mirror_pair &shown)
 {
     const size_t first = rows.size();
-    rows.push_back({mirror.disk, mirror.guids.source});
-    rows.push_back({"", mirror.guids.mirror});
+    rows.push_back({mirror.disk, shown.source});
+    rows.push_back({"", shown.mirror});
     for (const mirror_schedule &schedule : mirror.schedules) {
         const size_t place = first + static_cast<size_t>(&schedule - mirror.schedules.data());
         auto &row = place < rows.size() ? rows[place] : rows.emplace_back(2);
@@ -81,6 +82,17 @@ void add_rows(text_table &rows, const mirror_view &mirror)
         row.push_back(interval_text(schedule.times.interval));
         row.push_back(schedule.group);
     }
+}
+
+// As short as they can be told apart, on a terminal.
+mirror_pair shown_guids(const mirror_pair &guids, const std::vector<mirror_view> &mirrors)
+{
+    if (!are_tables_cut())
+        return guids;
+    std::vector<std::string> all;
+    for (const mirror_view &one : mirrors)
+        all.insert(all.end(), {one.guids.source, one.guids.mirror});
+    return {short_guid(guids.source, all), short_guid(guids.mirror, all)};
 }
 
 std::string untracked_lines(const std::vector<mirror_view> &mirrors)
@@ -165,7 +177,7 @@ optional_text mirrors_page(const char *report)
     text_table identities{{"Disk", "Source, then mirror", "Next snapshot", "Every", "Group"}};
     for (const mirror_view &mirror : *mirrors) {
         progress.push_back(progress_row(mirror));
-        add_rows(identities, mirror);
+        add_rows(identities, mirror, shown_guids(mirror.guids, *mirrors));
     }
     return align(progress) + untracked_lines(*mirrors) + "\n" + align(identities);
 }

@@ -3,6 +3,7 @@
 #include "platform/linux/host/text.h"
 #include "tools/common/human_text.h"
 #include "tools/common/visible.h"
+#include "tools/qelc/views/kept.h"
 
 #include <unistd.h>
 
@@ -64,7 +65,7 @@ std::string overwritten_page(const snapshot &of, const std::vector<restore_targe
         names += (names.empty() ? "" : ", ") + target.disk.facts.name;
     }
     return text + "\nEverything on " + visible(names) + " will be overwritten with the state of " +
-           visible(of.time) + " (" + visible(of.name) + ").\n";
+           visible(time_of(of)) + " (" + visible(of.name) + ").\n";
 }
 
 void restore_progress::show(const restore_target &target, uint64_t position)

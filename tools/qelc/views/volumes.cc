@@ -1,10 +1,9 @@
 #include "tools/qelc/views/volumes.h"
 
-#include "tools/common/exchange.h"
 #include "tools/common/human_text.h"
 #include "tools/common/text_table.h"
 #include "tools/common/visible.h"
-#include "tools/qelc/views/json_answer.h"
+#include "tools/qelc/views/short_guid.h"
 
 #include <nlohmann/json.hpp>
 
@@ -30,50 +29,36 @@ json_object volume_object(const volume_view &view)
     object["source"] = text_or_null(view.source);
     return object;
 }
-
-// Success as in the other answers. A name in a file system need not be UTF-8.
-std::string text_of_answer(const json_object &content)
-{
-    json_object answer{{"status", status_ok}, {"meaning", meaning_of(status_ok)}};
-    answer.update(content);
-    return answer.dump(-1, ' ', false, json_object::error_handler_t::replace) + "\n";
-}
 } // namespace
 
 std::string volumes_table(const std::vector<volume_view> &volumes)
 {
     if (volumes.empty())
         return "no volumes\n";
-    text_table rows{{"Volume", "Size", "Taken", "Where", "Device", "GUID", "Mirror of"}};
+    text_table rows{{"Volume", "Size", "Taken", "Mirror of", "Device", "Where", "GUID"}};
     std::string faults;
+    std::vector<std::string> guids;
+    for (const volume_view &view : volumes)
+        guids.insert(guids.end(), {view.volume.guid, view.source});
+    const auto shown = [&](const std::string &guid) {
+        return are_tables_cut() ? short_guid(guid, guids) : guid;
+    };
     for (const volume_view &view : volumes) {
         const volume_record &volume = view.volume;
-        const std::string source = view.source_name.empty() ? view.source : view.source_name;
+        const std::string source = view.source_name.empty() ? shown(view.source) : view.source_name;
         rows.push_back({volume.name, size_text(volume.size), view.taken ? size_text(*view.taken) : "-",
-                        volume.place, view.device.value_or("-"), volume.guid, source.empty() ? "-" : source});
+                        source.empty() ? "-" : source, view.device.value_or("-"), volume.place,
+                        shown(volume.guid)});
         if (!view.fault.empty())
             faults += "  " + visible(volume.name + ": " + view.fault) + "\n";
     }
     return align(rows) + (faults.empty() ? "" : "\n" + faults);
 }
 
-std::string volumes_json(const std::vector<volume_view> &volumes)
+json_object volume_records(const std::vector<volume_view> &volumes)
 {
     json_object list = json_object::array();
     for (const volume_view &view : volumes)
         list.push_back(volume_object(view));
-    return text_of_answer({{"volumes", std::move(list)}});
-}
-
-std::string new_volume_json(const new_volume &made)
-{
-    return text_of_answer({{"name", made.name},
-                           {"device", made.device},
-                           {"guid", made.guid},
-                           {"disk_guid", text_or_null(made.disk_guid)}});
-}
-
-std::string success_json()
-{
-    return text_of_answer(json_object::object());
+    return list;
 }
