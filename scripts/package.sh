@@ -6,26 +6,28 @@ cd "$(dirname "$0")/.."
 
 usage() {
     cat <<'END'
-usage: scripts/package.sh [--twice] [--commit COMMIT]
+usage: scripts/package.sh [--twice] [--commit COMMIT] [--into FOLDER]
 
   --twice          builds a second time, in another folder, and compares: the packages must be equal byte for byte
   --commit COMMIT  the tree of that commit, not the one that lies here
+  --into FOLDER    another one than build/package; what is in it goes
 END
 }
 
 twice=
 commit=
+out=$PWD/build/package
 while (($# > 0)); do
     case $1 in
         --twice) twice=yes ;;
         --commit) commit=${2-} && shift ;;
+        --into) out=$(realpath -m "${2:?}") && shift ;;
         -h | --help) usage; exit 0 ;;
         *) usage >&2; exit 2 ;;
     esac
     shift
 done
 
-out=$PWD/build/package
 work=$PWD/build/package-work # always the same path, for those who build with ccache
 rm -rf "$work"
 trap 'rm -rf "$work"' EXIT

@@ -191,13 +191,32 @@ check_ends() {
     former=$(supervisor)
     kill "$former"
     check_within 20 "one that ends with status 0, too" restarted "$former"
+}
+
+installed() {
+    dpkg-query --show --showformat='${Version}' qelcd
+}
+
+# goes_on WHAT COMMAND...: which installs another version, with a mirror that has something to do.
+goes_on() {
+    local former
     former=$(supervisor)
     dd if=/dev/urandom of="$disk" bs=4K seek=4000 count=3 oflag=direct conv=notrunc status=none
-    check "an upgrade" install /packages/next/*.deb
+    check "$@"
     check "has restarted it" restarted "$former"
     check_within 30 "level" mirror_is synchronised
     check "nothing was compared as a whole" test "$(compared_as_a_whole)" = 0
     check "the schedule is as it was" cmp /packages/schedule <(grep -o '<CDPSchedule>.*' "$config")
+}
+
+check_versions() {
+    local before after
+    before=$(installed)
+    goes_on "an upgrade" install /packages/next/*.deb
+    after=$(installed)
+    check "to a later version" dpkg --compare-versions "$after" gt "$before"
+    goes_on "the way back" eval 'dpkg --install /packages/qelc*.deb >/packages/said 2>&1'
+    check "which is told" grep "going back from $after to $before" /packages/said
 }
 
 first() {
@@ -210,6 +229,7 @@ first() {
     check_snapshots
     check_freeze
     check_ends
+    check_versions
     check "the databases were asked for without an error" none journal_has 'Failed to get DBOEM'
     check "it is enabled" systemctl enable qelcd
     echo "$guid" >/packages/guid

@@ -1,10 +1,11 @@
 #!/bin/bash
 # The packages on a host of their own, a container with systemd on a minimal Debian 12: installation, start,
-# mirror, snapshot, upgrade, a boot, removal. install.sh FOLDER-WITH-PACKAGES
+# mirror, snapshot, upgrade and back, a boot, removal. install.sh FOLDER-WITH-PACKAGES [FOLDER-WITH-LATER-ONES]
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd -P)
 daemon=$(readlink -f "$1"/qelcd_*.deb)
 manager=$(readlink -f "$1"/qelc-manager_*.deb)
+later=${2-}
 ((EUID == 0)) || { echo "Containers need root." >&2; exit 1; }
 cache=${XDG_CACHE_HOME:-$HOME/.cache}/qelcd-package
 work=$(mktemp -d /var/tmp/qelcd-install.XXXXXX)
@@ -44,8 +45,13 @@ make_system() {
     cp "$daemon" "$manager" "$root/packages"
 }
 
-# A later version: the same files under a higher number, as far as dpkg can see.
+# A later version: the one that was given, or the same files under a higher number, as far as dpkg can see.
 make_upgrade() {
+    if [[ -n $later ]]; then
+        mkdir "$root/packages/next"
+        cp "$later"/qelcd_*.deb "$later"/qelc-manager_*.deb "$root/packages/next"
+        return
+    fi
     local package=$1 changed=$work/upgrade
     dpkg-deb -R "$package" "$changed"
     sed -i 's/^Version: .*/&+next/; s/(= \([^)]*\))/(= \1+next)/' "$changed/DEBIAN/control"
