@@ -47,8 +47,6 @@ inline void expect_valid(const std::string &answers)
     EXPECT_EQ(output_of("python3 /var/tmp/validate " QELC_SCHEMA), "all seen\n");
 }
 
-using tools = with_tools<system_test>;
-
 // With sda and its partitions in the report.
 class mirror_tools : public with_tools<adopted_test> {
 protected:
@@ -66,16 +64,4 @@ inline scripted_relationship mirror(int number, const char *state, unsigned perc
 {
     const std::string text = std::to_string(number);
     return {"/dev/sda" + text, "L" + text, "M" + text, state, "Running", "Up", link, "", percent};
-}
-
-// The lines of a file, of which some begin with a time of day.
-inline std::string without_times(const char *path)
-{
-    std::istringstream lines(read_file(path));
-    std::string all;
-    for (std::string line; std::getline(lines, line); all += line + "\n") {
-        if (line.size() > 9 && line[2] == ':' && line[5] == ':')
-            line.erase(0, line.find(' ', 9) + 1); // and its zone
-    }
-    return all;
 }

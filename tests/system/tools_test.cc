@@ -3,7 +3,26 @@
 #include "tests/system/tools_fixture.h"
 
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
 #include <thread>
+
+namespace {
+using tools = with_tools<system_test>;
+
+// The lines of a file, of which some begin with a time of day.
+std::string without_times(const char *path)
+{
+    std::istringstream lines(read_file(path));
+    std::string all;
+    for (std::string line; std::getline(lines, line); all += line + "\n") {
+        if (line.size() > 9 && line[2] == ':' && line[5] == ':')
+            line.erase(0, line.find(' ', 9) + 1); // and its zone
+    }
+    return all;
+}
+
+} // namespace
 
 TEST_F(tools, QelcPrintsStatusAndAnswerAndEndsWithWhatTheyMean)
 {
