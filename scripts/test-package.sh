@@ -4,7 +4,9 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-scripts/package.sh "$@"
+# shellcheck source=scripts/readme_commands.sh
+source scripts/readme_commands.sh
+bash -ec "$first_command $*"
 root=$(mktemp -d "${TMPDIR:-/tmp}/qelcd-root.XXXXXX")
 trap 'rm -rf "$root"' EXIT
 for package in build/package/qelc*.deb; do

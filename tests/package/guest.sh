@@ -5,6 +5,7 @@ set -euo pipefail
 set -o errtrace
 trap 'fail "line $LINENO: $BASH_COMMAND"' ERR
 export DEBIAN_FRONTEND=noninteractive LC_ALL=C
+mapfile -t commands </packages/commands
 config=/etc/kavtessaron/qelcd.conf
 
 # Only here do the loop devices of this host have names by which they can be told from those of others. They outlast it.
@@ -82,6 +83,14 @@ compared_as_a_whole() {
     journal | grep -c 'compared with its mirror as a whole' || true
 }
 
+# readme FIRST COUNT: runs these of the README's commands as they stand there.
+readme() {
+    local command
+    for command in "${commands[@]:$1:$2}"; do
+        check "README: ${command%%  *}" bash -ec "cd /packages/clone && $command"
+    done
+}
+
 install() {
     apt-get install -y -qq --no-install-recommends "$@"
 }
@@ -89,11 +98,11 @@ install() {
 # --- First boot -------------------------------------------------------------------------------------------
 
 check_installation() {
-    check "the packages install" install /packages/qelcd_*.deb /packages/qelc-manager_*.deb
+    readme 0 1
     check "with a configuration" qelc check-config
     check "and a GUID" grep '<ClientGUID>[0-9a-f-]\{36\}<' "$config"
     check "nothing listens" none listens
-    check "nor will it after a boot" none systemctl is-enabled qelcd
+    check "nor will it after a boot" none systemctl is-enabled qelcd qelc-manager
     check "the initiator's records are Debian's" test "$(readlink /var/lib/iscsi/nodes)" = /etc/iscsi/nodes
 }
 
@@ -144,23 +153,29 @@ disks() {
     mount -t xfs "$attached" /srv/mirrors
 }
 
+# With the README's commands.
 make_mirror() {
-    systemd-run --quiet --unit=manager qelc-manager
-    check "a manager" qelc-manager adopt 127.0.0.1 --ip 127.0.0.1
-    check_within 20 "the disk" eval 'qelc disks | grep -w "${disk#/dev/}"'
-    guid=$(qelc disks | awk -v name="${disk#/dev/}" '$1 == name { print $5 }')
-    qelc volume create --like "$disk" --in /srv/mirrors >/packages/volume
-    pair=$(sed -n 's/^qelc protect \([^ ]*\) .*/\1/p' /packages/volume)
-    check "protection" qelc protect --yes "$pair" --start "2035-01-01 00:00" --every 3600
-    check "a first copy" qelc resync --yes "$guid"
-    check_within 60 "a level mirror" mirror_is synchronised
+    export DISK=${disk#/dev/}
+    readme 1 100
+    check "the daemon's sockets are there" serves
+    check "it will serve after a boot, too" systemctl is-enabled qelcd
+    check "and so will the manager" systemctl is-enabled qelc-manager
+    guid=$(qelc --wide disks | awk -v name="$DISK" '$1 == name { print $5 }')
+    check "a level mirror" mirror_is synchronised
     check "its writes are tracked" journal_has 'are tracked in pages'
+    check "a snapshot is kept" is_kept
+    check_within 20 "the manager hears of it" eval 'qelc-manager hosts | grep "$DISK: synchronised"'
+    check "a schedule" qelc schedule set --disk "$guid" --start "2035-01-01 00:00" --every 3600
     grep -o '<CDPSchedule>.*' "$config" >/packages/schedule || fail "no schedule"
+}
+
+is_kept() {
+    qelc snapshots | grep -w reflink | grep -w ok
 }
 
 check_snapshots() {
     check "a snapshot" qelc snapshot --disk "$guid"
-    check "is kept" eval 'qelc snapshots | grep -w reflink | grep -w ok'
+    check "is kept" is_kept
 }
 
 # What the guard of a freeze does is allowed within the limits of the service, on what was mounted after its start.
@@ -222,16 +237,12 @@ check_versions() {
 first() {
     check_installation
     check_start_that_fails
-    check "the service starts" systemctl start qelcd
-    check "its sockets are there" serves
     make_disks
     make_mirror
-    check_snapshots
     check_freeze
     check_ends
     check_versions
     check "the databases were asked for without an error" none journal_has 'Failed to get DBOEM'
-    check "it is enabled" systemctl enable qelcd
     echo "$guid" >/packages/guid
 }
 
@@ -260,11 +271,13 @@ second() {
     check "no process is left" none pgrep qelcd
     check "nothing is pinned" none test -e /sys/fs/bpf/qelcd
     check "no loop device is left" none eval 'losetup --noheadings --output BACK-FILE | grep /srv/mirrors/'
-    apt-get purge -y -qq qelcd >/packages/said
+    check "the manager outlives it" eval 'qelc-manager hosts | grep -w "$(hostname)"'
+    apt-get purge -y -qq qelcd qelc-manager >/packages/said
     check "a purge tells of the volume" grep 'a volume for mirrors stays: /srv/mirrors/' /packages/said
     check "and of the snapshots" grep 'a kept snapshot stays: /srv/mirrors/' /packages/said
     check "what is on disks is as it was" cmp /packages/data <(find /srv/mirrors -type f -exec md5sum {} + | sort)
-    check "no state is left" none compgen -G '/var/lib/{twinvault,kavcdpagt,qelcd-volumes,iscsi}'
+    check "no state is left" none compgen -G '/var/lib/{twinvault,kavcdpagt,qelcd-volumes,iscsi,qelc-manager,private/qelc-manager}'
+    check "nor a manager" none pgrep qelc-manager
     check "nor a configuration" none test -e /etc/kavtessaron
 }
 

@@ -1,6 +1,7 @@
 #!/bin/bash
 # The packages on a host of their own, a container with systemd on a minimal Debian 12: installation, start,
 # mirror, snapshot, upgrade and back, a boot, removal. install.sh FOLDER-WITH-PACKAGES [FOLDER-WITH-LATER-ONES]
+# In the environment: COMMANDS, those of the README after the one that builds the packages, one a line.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd -P)
 daemon=$(readlink -f "$1"/qelcd_*.deb)
@@ -43,6 +44,11 @@ make_system() {
     tar -C "$root" -xf "$kept"
     mkdir "$root/packages"
     cp "$daemon" "$manager" "$root/packages"
+    mkdir -p "$root/packages/clone/build/package"
+    cp "$daemon" "$manager" "$root/packages/clone/build/package"
+    printf '%s\n' "${COMMANDS:?}" >"$root/packages/commands"
+    # Nobody is there to answer, and there is no network to get more from than what is needed.
+    printf '%s\n' 'APT::Get::Assume-Yes "true";' 'APT::Install-Recommends "false";' >"$root/etc/apt/apt.conf.d/90test"
 }
 
 # A later version: the one that was given, or the same files under a higher number, as far as dpkg can see.
