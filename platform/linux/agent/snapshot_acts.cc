@@ -46,6 +46,13 @@ bool attach_member(const locked_snapshot &of, const snapshot_member &member, std
     return answer.is_done && is_block_device(*device);
 }
 
+// The list has the device of each member that is attached, in their order.
+bool are_all_attached(const listed_snapshot &found)
+{
+    return found.devices.size() == found.record.members.size() &&
+           std::ranges::all_of(found.devices, is_block_device);
+}
+
 // Undoes an attachment that failed in the middle.
 void detach_members(const locked_snapshot &of, size_t count)
 {
@@ -99,6 +106,10 @@ std::optional<attached_snapshot> attach_snapshot(const std::string &name, std::s
         return std::nullopt;
     }
     attached_snapshot attached{one->found.record, {}, state == snapshot_state::attached};
+    if (are_all_attached(one->found)) {
+        attached.devices = one->found.devices;
+        return attached;
+    }
     for (const snapshot_member &member : attached.record.members) {
         attached.devices.emplace_back();
         if (!attach_member(*one, member, &attached.devices.back(), why)) {
