@@ -4,6 +4,7 @@
 set -euo pipefail
 export PATH=$PWD/$1/bin:$PATH LC_ALL=C
 rounds=${2-200}
+[[ -x $1/bin/qelc ]] || { echo "$1/bin/qelc is not there" >&2; exit 1; }
 commands=("$(type -P true)" "qelc --list" "qelc --version" "qelc --socket /nowhere mirrors" "qelc help mirrors")
 times=$(mktemp -d)
 trap 'rm -rf "$times"' EXIT
