@@ -139,7 +139,7 @@ service manager_service(uint16_t port)
 {
     return {"qelc-manager.service",
             {"qelc-manager", "standin-manager"},
-            {"--bind", own_address, "--port", std::to_string(port)}};
+            {"--bind", own_address, "--port", std::to_string(port), "--state", "/var/lib/qelc-manager"}};
 }
 
 bool listens(uint16_t port)
