@@ -8,7 +8,7 @@ mib=1024
 folder=$(mktemp -d /tmp/bench-restore.XXXXXX)
 remove_disks() {
     trap - ERR
-    qelc snapshots detach "${name-}" 2>/dev/null
+    qelc snapshots detach "${name-}" >/dev/null 2>&1
     kill -KILL "${loop_holders[@]}"
     rm -rf "$folder"
 }
