@@ -277,8 +277,8 @@ std::optional<int> parse_command_line(int argc, const char *const *argv, options
         return exit_usage;
     }
     wanted.code = wanted.given_verb ? wanted.given_verb->code : find_code(wanted.command).value_or(0);
-    if (wanted.given_verb && wanted.given_verb->patience > 0 && app.count("--timeout") == 0)
-        wanted.peer.timeout = wanted.given_verb->patience;
+    if (wanted.given_verb && wanted.given_verb->look && app.count("--timeout") == 0)
+        wanted.peer.timeout = look_patience;
     if (wanted.given_verb && wanted.given_verb->seconds && app.count("--timeout") == 0)
         wanted.peer.timeout = std::max(wanted.peer.timeout, wanted.given_verb->seconds(wanted.for_verb));
     return std::nullopt;

@@ -18,6 +18,9 @@ inline std::string no_complaint(const verb_options & /*given*/)
     return "";
 }
 
+// Of who looks at a host: one whose daemon does not answer in this time is not well. In seconds.
+constexpr unsigned look_patience = 10;
+
 struct verb {
     const char *name;       // one word, or two: the kind and the verb
     const char *usage = ""; // what follows the name
@@ -49,11 +52,8 @@ struct verb {
     int (*run_here)(const verb_options &given, bool as_json) = nullptr;
 
     // For a verb that shows the state of a host, in whatever state that is: returns what the program ends
-    // with.
+    // with. The daemon gets look_patience, unless --timeout is given.
     int (*look)(const peer_options &peer, const verb_options &given, bool as_json) = nullptr;
-
-    // How many seconds the daemon may take unless --timeout is given; 0: as many as with other verbs.
-    unsigned patience = 0;
 
     // For one with ACT or ACT_HERE that changes nothing.
     bool only_shows = false;

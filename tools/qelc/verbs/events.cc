@@ -41,8 +41,7 @@ constexpr verb table[] = {
      .description = "print a line of JSON for each change, until it is interrupted",
      .note = "Changes of the daemon, the adoption, mirrors and snapshots. The first line says what they\n"
              "begin from. It goes on while the daemon is away.\n",
-     .look = print_changes,
-     .patience = look_patience},
+     .look = print_changes},
 };
 } // namespace
 

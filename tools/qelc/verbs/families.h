@@ -22,9 +22,6 @@ std::span<const verb> top_verbs();
 std::span<const verb> metrics_verbs();
 std::span<const verb> events_verbs();
 
-// Of who looks at a host: one whose daemon does not answer in this time is not well. In seconds.
-constexpr unsigned look_patience = 10;
-
 // The schedule that was given; both times are 0 if none was.
 snapshot_times times_of(const verb_options &given);
 

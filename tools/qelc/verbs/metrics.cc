@@ -19,8 +19,7 @@ constexpr verb table[] = {
      .description = "print the state of the host as metrics for Prometheus",
      .note = "In a form for the textfile collector of its node exporter. Ends with 0 also if the\n"
              "daemon does not run: qelcd_up is 0 then.\n",
-     .look = print_metrics,
-     .patience = look_patience},
+     .look = print_metrics},
 };
 } // namespace
 

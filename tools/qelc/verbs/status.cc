@@ -29,8 +29,7 @@ constexpr verb table[] = {
      .note = "The first line and the exit status are those of a monitoring plugin: 0 OK, 1 WARNING,\n"
              "2 CRITICAL, 3 UNKNOWN. Unless --timeout is given, the daemon has 10 seconds.\n",
      .add_options = add_health_limits,
-     .look = show_status,
-     .patience = look_patience},
+     .look = show_status},
 };
 } // namespace
 

@@ -145,8 +145,7 @@ constexpr verb table[] = {
      .note = "q quits, s sorts by what is worst, by name or by what is most behind, the arrow keys choose\n"
              "a mirror, enter shows all of it.\n",
      .add_options = add_health_limits,
-     .look = show_top,
-     .patience = look_patience},
+     .look = show_top},
 };
 } // namespace
 
