@@ -20,12 +20,35 @@ namespace {
 using namespace std::chrono_literals;
 using std::chrono::steady_clock;
 
-uint64_t sectors_read(const std::string &path)
+// The field of that index, as Documentation/block/stat.rst of the kernel numbers them.
+uint64_t counter(const std::string &path, int index)
 {
     std::ifstream stat("/sys/block/" + path.substr(5) + "/stat");
-    uint64_t reads = 0, merged = 0, sectors = 0;
-    stat >> reads >> merged >> sectors;
-    return sectors;
+    uint64_t value = 0;
+    for (int i = 0; i <= index; i++)
+        stat >> value;
+    return value;
+}
+
+uint64_t sectors_read(const std::string &path)
+{
+    return counter(path, 2);
+}
+
+uint64_t sectors_written(const std::string &path)
+{
+    return counter(path, 6);
+}
+
+// While nobody asks whether it is level.
+double seconds_until_followed(page_writer &writer, const std::string &mirror)
+{
+    const uint64_t before = sectors_written(mirror);
+    const auto start = steady_clock::now();
+    writer.write();
+    while (sectors_written(mirror) == before)
+        std::this_thread::sleep_for(1ms);
+    return seconds_since(start);
 }
 
 void measure_write(const std::string &source, const std::string &mirror, const std::string &guid)
@@ -33,7 +56,7 @@ void measure_write(const std::string &source, const std::string &mirror, const s
     page_writer writer(source);
     constexpr int rounds = 9;
     uint64_t read_source = 0, read_mirror = 0;
-    double longest = 0;
+    double longest = 0, longest_unasked = 0;
     for (int i = 0; i < rounds; i++) {
         const uint64_t source_before = sectors_read(source), mirror_before = sectors_read(mirror);
         writer.write();
@@ -44,9 +67,12 @@ void measure_write(const std::string &source, const std::string &mirror, const s
         read_source = std::max(read_source, sectors_read(source) - source_before);
         read_mirror = std::max(read_mirror, sectors_read(mirror) - mirror_before);
         std::this_thread::sleep_for(300ms);
+        longest_unasked = std::max(longest_unasked, seconds_until_followed(writer, mirror));
+        std::this_thread::sleep_for(300ms);
     }
-    printf("| %.0f | %.1f | %.1f | %.3f |\n", static_cast<double>(writer.size()) / (1 << 30),
-           static_cast<double>(read_source) / 2, static_cast<double>(read_mirror) / 2, longest);
+    printf("| %.0f | %.1f | %.1f | %.3f | %.3f |\n", static_cast<double>(writer.size()) / (1 << 30),
+           static_cast<double>(read_source) / 2, static_cast<double>(read_mirror) / 2, longest,
+           longest_unasked);
 }
 
 void measure_rate(page_writer &writer, const std::string &guid, double kib_per_second, double seconds)

@@ -40,7 +40,7 @@ mount -t bpf bpf /sys/fs/bpf
 mkdir -p /run/disks
 mount -t tmpfs -o size=9G bench /run/disks
 
-printf '\n### One page written\n\n| GiB | source read, KiB | mirror read, KiB | level again after, s |\n|---:|---:|---:|---:|\n'
+printf '\n### One page written\n\n| GiB | source read, KiB | mirror read, KiB | level again after, s | copied when nobody asks after, s |\n|---:|---:|---:|---:|---:|\n'
 for gib in "${sizes[@]}"; do
     measure write "$folder" "$gib"
 done

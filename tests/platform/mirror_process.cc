@@ -121,6 +121,20 @@ bool mirror_process::reaches(const std::string &state, std::chrono::milliseconds
     return eventually([&] { return ask("stat").find(state) != std::string::npos; }, limit);
 }
 
+uint64_t mirror_process::sleeps() const
+{
+    uint64_t sum = 0;
+    for (const auto &thread :
+         std::filesystem::directory_iterator("/proc/" + std::to_string(pid_) + "/task")) {
+        if (read_file(thread.path() / "comm") != "mirror\n")
+            continue;
+        const std::string status = read_file(thread.path() / "status");
+        const std::string name = "\nvoluntary_ctxt_switches:";
+        sum += strtoull(status.c_str() + status.find(name) + name.size(), nullptr, 10);
+    }
+    return sum;
+}
+
 void mirror_process::kill()
 {
     if (pid_ > 0) {
@@ -155,11 +169,11 @@ std::string test_disk::content() const
     return device->read(0, std::filesystem::file_size(image));
 }
 
-uint64_t test_disk::sectors_written() const
+uint64_t test_disk::counter(int index) const
 {
     std::istringstream fields(read_file("/sys/block/" + device->name() + "/stat"));
     uint64_t field = 0;
-    for (int i = 0; i < 7; i++)
+    for (int i = 0; i <= index; i++)
         fields >> field;
     return field;
 }

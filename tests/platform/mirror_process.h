@@ -27,6 +27,8 @@ public:
     // Whether some relationship's stat has that in time.
     bool reaches(const std::string &state, std::chrono::milliseconds limit = patience) const;
     void kill();
+    // How often its workers have gone to sleep.
+    uint64_t sleeps() const;
 
 private:
     pid_t pid_ = -1;
@@ -47,12 +49,16 @@ public:
     void fill(size_t from, size_t bytes) const; // with something else at each place
     void write(size_t offset, const std::string &bytes) const { device->write(offset, bytes); }
     std::string content() const;
-    uint64_t sectors_written() const;
+    uint64_t sectors_read() const { return counter(2); }
+    uint64_t sectors_written() const { return counter(6); }
     bool is_claimed() const; // also by a process that was killed, until its last write has ended
 
     const std::string guid;
     const std::string image;
     std::optional<loop_disk> device;
+
+private:
+    uint64_t counter(int index) const; // as Documentation/block/stat.rst of the kernel numbers them
 };
 
 // The number in that variable of the environment, with which somebody asks for more than the usual.

@@ -8,6 +8,7 @@
 #include "tests/support/eventually.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -24,6 +25,7 @@
 namespace {
 
 namespace fs = std::filesystem;
+using std::chrono::steady_clock;
 
 class TrackedMirror : public Mirror {
 protected:
@@ -107,6 +109,63 @@ TEST_F(TrackedMirror, GoesOnAfterKillsWithoutLookingAtEverything)
     log += engine->ask("log");
     EXPECT_EQ(log.find("compared with its"), std::string::npos) << log;
     EXPECT_LE(mirror->sectors_written() - before, 4 * written) << "pages are copied again after a kill";
+}
+
+// The program of another version is left behind by an upgrade, and goes on until the new one has taken over.
+TEST_F(TrackedMirror, IsFollowedByTheNextVersionWithoutLookingAtEverything)
+{
+    uint64_t read = 0; // sectors, until the mirror is level
+    const auto upgrade = [&](bool loses_an_event) {
+        ASSERT_TRUE(engine->reaches(FINISHED));
+        engine->kill();
+        const fs::path folder = fs::directory_iterator("/sys/fs/bpf/qelcd")->path();
+        source->write(21 * MIB, std::string(4096, loses_an_event ? 'l' : 'u'));
+        {
+            const auto maps = open_program(folder, (SIZE / 4096 + 1 + 63) / 64, 1);
+            ASSERT_TRUE(maps);
+            if (loses_an_event) {
+                maps->dirty.values<uint64_t>()[21 * MIB / 4096 / 64] = 0;
+                maps->sums.values<write_sums>()[0].sectors -= 8;
+            }
+        }
+        fs::remove(folder / "sleeper");
+        fs::rename(folder,
+                   folder.string().substr(0, folder.string().rfind('_'))); // the version is behind that
+        read = source->sectors_read();
+        engine.emplace().ask("stat");
+        source->write(22 * MIB, std::string(4096, 'n'));
+        EXPECT_TRUE(engine->reaches(FINISHED));
+        read = source->sectors_read() - read;
+        EXPECT_NO_FATAL_FAILURE(expect_equal_when_level());
+        EXPECT_EQ(std::distance(fs::directory_iterator("/sys/fs/bpf/qelcd"), {}), 1)
+            << "the former one has ended";
+    };
+    upgrade(false);
+    EXPECT_LE(read, SIZE / 512 / 4);
+    engine->ask("log");
+    upgrade(true);
+    EXPECT_NE(engine->ask("log").find("the version before has not seen all"), std::string::npos);
+}
+
+// It is told of a write, and does not look for one. Nobody asks how it is meanwhile.
+TEST_F(TrackedMirror, SleepsWhileNothingIsWrittenAndIsWokenByAWrite)
+{
+    std::this_thread::sleep_for(1s);
+    const uint64_t before = engine->sleeps();
+    std::this_thread::sleep_for(4s);
+    EXPECT_LE(engine->sleeps() - before, 12U)
+        << "three turns of a second and a half; a look each 0.2 s is 20";
+    constexpr int writes = 8;
+    steady_clock::duration behind{};
+    for (int i = 0; i < writes; i++) {
+        std::this_thread::sleep_for(100ms);
+        const uint64_t copied = mirror->sectors_written();
+        const auto start = steady_clock::now();
+        source->write(9 * MIB, std::string(4096, static_cast<char>('a' + i)));
+        EXPECT_TRUE(eventually([&] { return mirror->sectors_written() != copied; }));
+        behind += steady_clock::now() - start;
+    }
+    EXPECT_LT(behind / writes, 350ms) << "found at the end of a turn, 700 ms later on the average";
 }
 
 // A writer numbers its pages and waits for each of them: a state that the disk had has all pages up to some
@@ -295,8 +354,20 @@ TEST_F(Mirror, IsTrackedAtTheEndOfAVeryLargeDisk)
         write_tracker::open("large", large.device->name(), size, tracking_page(size, memory), &why);
     ASSERT_TRUE(tracker) << why;
     EXPECT_EQ(tracker->page_size(), page);
-    for (const uint64_t place : {2 * terabyte, 17 * terabyte, size - 4096}) {
+    const auto is_alarmed = [&](std::chrono::milliseconds limit) {
+        pollfd alarm = {tracker->alarm(), POLLIN, 0};
+        return poll(&alarm, 1, static_cast<int>(limit.count())) == 1;
+    };
+    const struct {
+        uint64_t place;
+        bool sets_alarm;
+    } writes[] = {{2 * terabyte, false}, {17 * terabyte, true}, {size - 4096, true}};
+    for (const auto &[place, sets_alarm] : writes) {
+        if (sets_alarm)
+            tracker->set_alarm();
+        EXPECT_FALSE(is_alarmed(0ms));
         large.write(place / 4096 * 4096, std::string(4096, 'x'));
+        EXPECT_EQ(is_alarmed(sets_alarm ? patience : 0ms), sets_alarm);
         tracker->end_under_way(); // it has ended, whether the tracker was told or not
         ASSERT_TRUE(tracker->take());
         const auto run = tracker->next_taken(0, page);

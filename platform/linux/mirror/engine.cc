@@ -140,7 +140,7 @@ bool change_state(mirror &one, const char *purpose, sync_state state, uint64_t p
     }
     one.record = std::move(changed);
     ++one.orders;
-    one.changed.notify_all();
+    one.changed.notify();
     return true;
 }
 
@@ -194,7 +194,7 @@ mirror_view view_until(mirror &one, steady_clock::time_point end)
     mirror_view view = view_of(one);
     if (view.record.state == one.record.state)
         return view;
-    one.changed.notify_all(); // a look at the disk is due
+    one.changed.notify(); // a look at the disk is due
     const bool is_hopeful = one.tracker && one.levels_in_vain != levels;
     for (auto now = steady_clock::now(); is_hopeful && one.levels == levels && now < end;
          now = steady_clock::now())
@@ -335,7 +335,7 @@ unique_fd hold_at_level(const std::string &dest_guid, std::chrono::milliseconds 
         return unique_fd();
     }
     one->waiting = &request;
-    one->changed.notify_all();
+    one->changed.notify();
     for (auto left = limit; !request.hold.is_open() && left.count() > 0 && !one->leaving;) {
         one->served.wait(held, left);
         left = std::chrono::duration_cast<std::chrono::milliseconds>(end - steady_clock::now());

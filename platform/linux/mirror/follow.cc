@@ -14,16 +14,16 @@ using steady_clock = std::chrono::steady_clock;
 
 constexpr auto turn_time = 1500ms;   // until the disks are looked at again
 constexpr auto shortest_look = 4ms;  // at the sums of a disk that was written to a moment ago
-constexpr auto longest_look = 180ms; // at those of an idle one
+constexpr auto longest_look = 16ms;  // after that the tracker wakes us
 constexpr auto pause_in_doubt = 2ms; // until the books are looked at again
 constexpr auto hold_pause = 20ms;    // while a snapshot of the mirror is taken
 
-// An order ends the wait, and so does a look of somebody who finds that the mirror is not level.
-void wait_shortly(const copying &work, std::chrono::milliseconds limit)
+// An order ends the wait, a look of somebody who finds that the mirror is not level, and the descriptor.
+void wait_shortly(const copying &work, steady_clock::duration limit, int wakes = -1)
 {
     std::unique_lock held(work.one.lock);
     if (is_in_force(work))
-        work.one.changed.wait(held, limit);
+        work.one.changed.wait(held, std::chrono::ceil<std::chrono::milliseconds>(limit), wakes);
 }
 
 // Whether somebody waits for a level mirror.
@@ -65,12 +65,15 @@ void save_at_rest(const copying &work)
 }
 
 // Until a write has ended; or one has begun and its end is not seen at the next look: it may have been
-// missed.
+// missed. While nothing is written for a while, this sleeps.
 void wait_for_writes(copying &work, const tracker_sums &known, steady_clock::time_point end)
 {
     std::chrono::milliseconds &period = work.ends.tracking.look_period;
     bool has_begun = false;
     while (is_followed(work) && !is_awaited(work)) {
+        const bool may_sleep = period >= longest_look;
+        if (may_sleep)
+            work.tracker->set_alarm();
         const tracker_sums now = work.tracker->sums();
         if (now.events != known.events || (has_begun && now.begun != known.begun)) {
             period = 0ms;
@@ -83,7 +86,10 @@ void wait_for_writes(copying &work, const tracker_sums &known, steady_clock::tim
             return;
         }
         period = std::clamp<std::chrono::milliseconds>(period * 2, shortest_look, longest_look);
-        wait_shortly(work, period);
+        if (may_sleep && !has_begun)
+            wait_shortly(work, end - steady_clock::now(), work.tracker->alarm());
+        else
+            wait_shortly(work, has_begun ? shortest_look : period);
     }
 }
 

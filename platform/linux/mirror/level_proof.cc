@@ -14,11 +14,6 @@ constexpr auto longest_surplus = 100ms; // a write is tracked and not yet counte
 constexpr auto longest_under_way = 5s;  // the end of a write was missed, and its number not used again
 constexpr unsigned most_doubts = 20;
 
-int64_t surplus(const write_tracker &tracker, const tracker_sums &sums, uint64_t counted)
-{
-    return static_cast<int64_t>(sums.sectors - counted) - tracker.facts().base;
-}
-
 } // namespace
 
 level_proof::level_proof(copying &work)

@@ -3,6 +3,7 @@
 
 #include "platform/linux/mirror/monotonic_condition.h"
 #include "platform/linux/mirror/record.h"
+#include "platform/linux/mirror/wake_event.h"
 #include "platform/linux/tracking/write_tracker.h"
 
 #include <memory>
@@ -17,13 +18,13 @@ struct hold_request {
 
 struct mirror {
     std::mutex lock; // guards all members below; held while the record is saved, so that saves are in order
-    monotonic_condition changed; // signalled when orders or leaving change
-    mirror_record record;        // as saved, but for its marks, unless saving failed
-    uint64_t copied = 0;         // how far the worker has copied, at or beyond the record's position
-    unsigned orders = 0;         // counts resyncs and stops: a copy that began under another number must end
-    bool leaving = false;        // the worker must end
-    bool is_unsaved = false;     // the record's marks have moved since it was saved
-    uint64_t levels = 0;         // how often it was proven level
+    wake_event changed;      // its worker waits for it: orders, leaving and whoever waits for a level
+    mirror_record record;    // as saved, but for its marks, unless saving failed
+    uint64_t copied = 0;     // how far the worker has copied, at or beyond the record's position
+    unsigned orders = 0;     // counts resyncs and stops: a copy that began under another number must end
+    bool leaving = false;    // the worker must end
+    bool is_unsaved = false; // the record's marks have moved since it was saved
+    uint64_t levels = 0;     // how often it was proven level
     uint64_t levels_in_vain = UINT64_MAX; // what that was when somebody waited for the next one in vain
     uint64_t level_at = 0;                // in seconds_since_boot(): when it was found level last; 0: not yet
     std::shared_ptr<write_tracker> tracker; // null: not tracked; all but its sums belongs to the worker

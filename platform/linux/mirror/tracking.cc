@@ -61,6 +61,40 @@ void start_facts(write_tracker &tracker, const mirror_record &record, const mirr
     dest->disk.copy(facts.mirror_device, sizeof facts.mirror_device - 1);
 }
 
+// Whether the marks of the program of another version cover all writes until now. It is given time: the disk
+// may be written to.
+bool has_seen_all(write_tracker &former, const mirror_end &source)
+{
+    constexpr int looks = 200;
+    for (int i = 0; i < looks; i++) {
+        const auto before = source.watch.sectors_changed();
+        const under_way_sums missed = former.mark_under_way();
+        const tracker_sums sums = former.sums();
+        const auto after = source.watch.sectors_changed();
+        if (!after || sums.unplaced != former.facts().unplaced)
+            return false;
+        const int64_t more = surplus(former, sums, *after);
+        if (before == after && more == 0 && former.sums().sectors == sums.sectors)
+            return true;
+        if (before == after && -more == static_cast<int64_t>(missed.sectors) &&
+            !has_writes_in_flight(source.disk->name))
+            former.end_under_way();
+        std::this_thread::sleep_for(1ms);
+    }
+    return false;
+}
+
+void take_over_former(write_tracker &tracker, const mirror_record &record, const mirror_ends &ends)
+{
+    if (has_seen_all(*tracker.former(), ends.source))
+        tracker.take_over_former();
+    else if (tracker.facts().coverage == covers_nothing)
+        log_warning(
+            "Disk %s is compared with its mirror as a whole: the version before has not seen all that was "
+            "written to it",
+            record.src_guid.c_str());
+}
+
 void check_mirror(write_tracker &tracker, const mirror_record &record, const mirror_ends &ends)
 {
     tracker_facts &facts = tracker.facts();
@@ -87,6 +121,11 @@ std::string announcement(const std::string &src_guid, const write_tracker *track
 
 } // namespace
 
+int64_t surplus(const write_tracker &tracker, const tracker_sums &sums, uint64_t counted)
+{
+    return static_cast<int64_t>(sums.sectors - counted) - tracker.facts().base;
+}
+
 void settle_tracking(mirror &one, mirror_ends &ends)
 {
     tracking_choice &choice = ends.tracking;
@@ -105,6 +144,8 @@ void settle_tracking(mirror &one, mirror_ends &ends)
         write_tracker::open(record.src_guid, ends.source.disk->name, record.size, page, &why);
     if (tracker && tracker->is_new()) {
         start_facts(*tracker, record, ends);
+        if (tracker->former())
+            take_over_former(*tracker, record, ends);
         tracker->keep();
     }
     if (tracker)

@@ -3,6 +3,10 @@
 
 #include "platform/linux/mirror/copying.h"
 
+// By how many sectors that which was tracked is ahead of what the disk counts. Negative: something was
+// missed.
+int64_t surplus(const write_tracker &tracker, const tracker_sums &sums, uint64_t counted);
+
 // Opens the tracker of the source, unless that was tried already, and looks whether the mirror is as it was
 // left. Says in the log which pages it uses, or why there is none.
 void settle_tracking(mirror &one, mirror_ends &ends);

@@ -70,7 +70,7 @@ void end_worker(mirror &one)
     {
         const std::lock_guard held(one.lock);
         one.leaving = true;
-        one.changed.notify_all();
+        one.changed.notify();
         worker = std::exchange(one.worker, std::nullopt);
     }
     if (worker)

@@ -1,19 +1,16 @@
 #include "platform/linux/tracking/program.h"
 
-#include "base/deleter.h"
 #include "base/hash.h"
 #include "platform/linux/host/sysfs.h"
 #include "platform/linux/tracking/program_bytes.h"
 
 #include <bpf/bpf.h>
-#include <bpf/libbpf.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 
 #include <cerrno>
 #include <cstring>
 #include <iterator>
-#include <memory>
 #include <utility>
 
 namespace {
@@ -24,8 +21,9 @@ using attached_link = std::unique_ptr<bpf_link, deleter<bpf_link__destroy>>;
 // In the order in which they are attached: whoever sees a request begin sees it end. The last one is pinned
 // last, so a folder that has it has everything.
 constexpr const char *program_names[] = {"on_complete", "on_requeue", "on_issue"};
-constexpr const char *array_names[] = {"dirty", "overview", "under_way", "sums", "taken", "facts"};
-constexpr size_t kernel_arrays = 4; // the first ones, which the program has itself
+constexpr const char *map_names[] = {"dirty",   "overview", "under_way", "sums",
+                                     "sleeper", "alarm",    "taken",     "facts"};
+constexpr size_t kernel_maps = 6; // the first ones, which the program has itself
 
 std::string pin_of(const std::string &folder, const char *name)
 {
@@ -41,6 +39,11 @@ int say_nothing(libbpf_print_level /*level*/, const char * /*format*/, va_list /
 std::string failure(const char *what)
 {
     return std::string(what) + ": " + strerror(errno);
+}
+
+size_t page_of_memory()
+{
+    return static_cast<size_t>(sysconf(_SC_PAGESIZE));
 }
 
 unique_fd new_array(size_t count, size_t value_size)
@@ -78,7 +81,7 @@ loaded_object load_object(const tracked_disk &disk, uint64_t queues, std::string
         return nullptr;
     }
     if (!set_size(object, "dirty", disk.words) || !set_size(object, "overview", overview_words(disk.words)) ||
-        !set_size(object, "sums", processor_count()) ||
+        !set_size(object, "sums", processor_count()) || !set_size(object, "alarm", page_of_memory()) ||
         !set_size(object, "under_way", queues * PLACES_PER_QUEUE) || !set_constants(object.get(), disk) ||
         bpf_object__load(object.get()) != 0) {
         *why = failure("the kernel does not take the tracking program");
@@ -87,13 +90,13 @@ loaded_object load_object(const tracked_disk &disk, uint64_t queues, std::string
     return object;
 }
 
-bool pin_arrays(const std::string &folder, const loaded_object &object, uint64_t words)
+bool pin_maps(const std::string &folder, const loaded_object &object, uint64_t words)
 {
     const unique_fd taken = new_array(words, sizeof(uint64_t));
     const unique_fd facts = new_array(1, facts_size);
-    for (size_t i = 0; i < kernel_arrays; i++) {
-        const int fd = bpf_object__find_map_fd_by_name(object.get(), array_names[i]);
-        if (bpf_obj_pin(fd, pin_of(folder, array_names[i]).c_str()) != 0)
+    for (size_t i = 0; i < kernel_maps; i++) {
+        const int fd = bpf_object__find_map_fd_by_name(object.get(), map_names[i]);
+        if (bpf_obj_pin(fd, pin_of(folder, map_names[i]).c_str()) != 0)
             return false;
     }
     return taken.is_open() && facts.is_open() &&
@@ -122,6 +125,11 @@ mapped_array open_array(const std::string &folder, const char *name, size_t coun
     return {fd.get(), count, value_size};
 }
 
+program_alarm open_alarm(const std::string &folder)
+{
+    return program_alarm(unique_fd(bpf_obj_get(pin_of(folder, "alarm").c_str())));
+}
+
 bool make_folder(const std::string &folder)
 {
     const std::string parent = folder.substr(0, folder.rfind('/'));
@@ -132,7 +140,7 @@ bool make_folder(const std::string &folder)
 
 mapped_array::mapped_array(int fd, size_t count, size_t value_size)
 {
-    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    const size_t page = page_of_memory();
     size_ = (count * value_size + page - 1) / page * page;
     void *bytes = mmap(nullptr, size_, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
     bytes_ = bytes == MAP_FAILED ? nullptr : bytes;
@@ -156,6 +164,19 @@ mapped_array &mapped_array::operator=(mapped_array &&other) noexcept
     return *this;
 }
 
+program_alarm::program_alarm(unique_fd ring)
+    : ring_(std::move(ring)),
+      reader_(ring_.is_open() ? ring_buffer__new(
+                                    ring_.get(), [](void *, void *, size_t) { return 0; }, nullptr, nullptr)
+                              : nullptr)
+{
+}
+
+void program_alarm::clear()
+{
+    ring_buffer__consume(reader_.get());
+}
+
 uint64_t overview_words(uint64_t words)
 {
     return (words >> OVERVIEW_SHIFT) / 64 + 1;
@@ -168,6 +189,16 @@ size_t processor_count()
 }
 
 std::optional<program_maps> open_program(const std::string &folder, uint64_t words, uint64_t queues)
+{
+    auto maps = open_former_program(folder, words, queues);
+    if (!maps)
+        return std::nullopt;
+    maps->sleeper = open_array(folder, "sleeper", 1, sizeof(uint64_t));
+    maps->alarm = open_alarm(folder);
+    return maps->sleeper.is_open() && maps->alarm.is_open() ? std::move(maps) : std::nullopt;
+}
+
+std::optional<program_maps> open_former_program(const std::string &folder, uint64_t words, uint64_t queues)
 {
     if (access(pin_of(folder, std::end(program_names)[-1]).c_str(), F_OK) != 0)
         return std::nullopt;
@@ -191,7 +222,7 @@ std::optional<program_maps> attach_program(const std::string &folder, const trac
     if (!object)
         return std::nullopt;
     std::optional<program_maps> maps;
-    if (make_folder(folder) && pin_arrays(folder, object, disk.words) && attach_and_pin(folder, object))
+    if (make_folder(folder) && pin_maps(folder, object, disk.words) && attach_and_pin(folder, object))
         maps = open_program(folder, disk.words, queues);
     if (!maps) {
         *why = failure("the tracking program cannot be run and kept");
@@ -202,10 +233,8 @@ std::optional<program_maps> attach_program(const std::string &folder, const trac
 
 void remove_program(const std::string &folder)
 {
-    for (const char *name : program_names)
-        unlink(pin_of(folder, name).c_str());
-    for (const char *name : array_names)
-        unlink(pin_of(folder, name).c_str());
+    for (const std::string &name : list_folder(folder).value_or(std::vector<std::string>{}))
+        unlink(pin_of(folder, name.c_str()).c_str());
     rmdir(folder.c_str());
     rmdir(folder.substr(0, folder.rfind('/')).c_str()); // only the last one can
 }

@@ -94,6 +94,21 @@ struct {
     __type(value, struct write_under_way);
 } under_way SEC(".maps");
 
+// Not zero: the process that reads the sums sleeps.
+struct {
+    __uint(type, BPF_MAP_TYPE_ARRAY);
+    __uint(map_flags, BPF_F_MMAPABLE);
+    __uint(max_entries, 1);
+    __type(key, __u32);
+    __type(value, __u64);
+} sleeper SEC(".maps");
+
+// Wakes it. What is in it means nothing.
+struct {
+    __uint(type, BPF_MAP_TYPE_RINGBUF);
+    __uint(max_entries, 4096); // set by the loader: a page of memory
+} alarm SEC(".maps");
+
 struct page_range {
     __u64 first;
     __u64 last;
@@ -193,6 +208,18 @@ static __always_inline struct write_sums *our_sums(void)
     return bpf_map_lookup_elem(&sums, &key);
 }
 
+// After the sums: whoever says that he sleeps looks at them then. One write wakes him, the others cost a look.
+static __always_inline void wake_reader(void)
+{
+    const __u32 key = 0;
+    volatile __u64 *sleeps = bpf_map_lookup_elem(&sleeper, &key);
+    if (!sleeps || *sleeps == 0)
+        return;
+    __u64 slept = __sync_lock_test_and_set(sleeps, 0);
+    if (slept != 0)
+        bpf_ringbuf_output(&alarm, &slept, sizeof slept, BPF_RB_FORCE_WAKEUP);
+}
+
 // Null for a number that is larger than there are places. Such a request is only seen at its end.
 static __always_inline struct write_under_way *place_of(struct request *rq)
 {
@@ -263,6 +290,7 @@ int BPF_PROG(on_issue, struct request *rq)
         __sync_lock_test_and_set(&place->sectors, is_placed ? rq->__data_len >> 9 : 1);
     }
     __sync_fetch_and_add(&sum->begun, 1);
+    wake_reader();
     return 0;
 }
 
@@ -295,5 +323,6 @@ int BPF_PROG(on_complete, struct request *rq, int error, unsigned int bytes)
     if (is_counted(op))
         __sync_fetch_and_add(&sum->sectors, sectors);
     __sync_fetch_and_add(&sum->events, 1);
+    wake_reader();
     return 0;
 }

@@ -12,6 +12,7 @@
 #include <atomic>
 #include <bit>
 #include <cstdio>
+#include <cstring>
 #include <set>
 
 namespace {
@@ -24,11 +25,43 @@ constexpr uint64_t pages_per_word = 64;
 constexpr uint64_t words_per_group = uint64_t{1} << OVERVIEW_SHIFT;
 
 // Names in the BPF file system may not have every character of a key.
-std::string folder_of(const std::string &key)
+std::string name_of(uint64_t number)
 {
     char name[17];
-    snprintf(name, sizeof name, "%016llx", static_cast<unsigned long long>(fnv1a_64(key)));
-    return all_trackers + "/" + name;
+    snprintf(name, sizeof name, "%016llx", static_cast<unsigned long long>(number));
+    return name;
+}
+
+// Each version of the program has its own folder.
+std::string folder_of(const std::string &key)
+{
+    return all_trackers + "/" + name_of(fnv1a_64(key)) + "_" + name_of(program_version());
+}
+
+std::vector<std::string> folders_of_all_versions(const std::string &key)
+{
+    std::vector<std::string> folders;
+    for (const std::string &name : list_folder(all_trackers).value_or(std::vector<std::string>{})) {
+        if (name.starts_with(name_of(fnv1a_64(key))))
+            folders.push_back(all_trackers + "/" + name);
+    }
+    return folders;
+}
+
+void remove_other_versions(const std::string &key)
+{
+    for (const std::string &folder : folders_of_all_versions(key)) {
+        if (folder != folder_of(key))
+            remove_program(folder);
+    }
+}
+
+// Whether somebody has kept it, for that device and page size.
+bool is_of(const program_maps &maps, const std::string &device, uint64_t page)
+{
+    const auto *facts = maps.facts.values<tracker_facts>();
+    return facts->version != 0 && facts->form == maps_form && device == facts->source_device &&
+           facts->page == page;
 }
 
 bool is_bpf_mounted()
@@ -64,6 +97,15 @@ std::atomic_ref<uint64_t> at(const mapped_array &words, uint64_t index)
 
 } // namespace
 
+// Where the tracker of a disk is, and what it has to fit.
+struct write_tracker::home {
+    std::string key;
+    std::string device; // its sequence number
+    uint64_t disk_size;
+    uint64_t page;
+    uint64_t queues = 0;
+};
+
 uint64_t tracking_page(uint64_t disk_size, uint64_t memory)
 {
     constexpr uint64_t arrays = 2;
@@ -76,40 +118,66 @@ uint64_t tracking_page(uint64_t disk_size, uint64_t memory)
 std::unique_ptr<write_tracker> write_tracker::open(const std::string &key, const std::string &disk_name,
                                                    uint64_t disk_size, uint64_t page, std::string *why)
 {
-    const std::string folder = folder_of(key);
-    const std::string device = read_attribute("/sys/block/" + disk_name + "/diskseq").value_or("");
-    const uint64_t words = words_of(disk_size, page);
+    home where = {.key = key,
+                  .device = read_attribute("/sys/block/" + disk_name + "/diskseq").value_or(""),
+                  .disk_size = disk_size,
+                  .page = page};
     const auto numbers = parse_device_number(read_attribute("/sys/block/" + disk_name + "/dev").value_or(""));
     *why = objection_to(disk_name);
-    if (why->empty() && (!numbers || device.empty() || device.size() >= sizeof tracker_facts::source_device))
+    if (why->empty() &&
+        (!numbers || where.device.empty() || where.device.size() >= sizeof tracker_facts::source_device))
         *why = "the kernel does not number its devices";
     if (!why->empty())
         return nullptr;
-    const uint64_t queues = *queues_of(disk_name);
-    if (auto maps = open_program(folder, words, queues)) {
-        const auto *facts = maps->facts.values<tracker_facts>();
-        if (facts->version == program_version() && device == facts->source_device && facts->page == page)
-            return std::unique_ptr<write_tracker>(
-                new write_tracker(std::move(*maps), disk_size, page, queues));
-    }
-    remove_program(folder);
+    where.queues = *queues_of(disk_name);
+    if (auto kept = open_kept(where))
+        return kept;
+    auto former = open_former(where);
     const tracked_disk disk = {.major = static_cast<int>(major(*numbers)),
                                .minor = static_cast<int>(minor(*numbers)),
                                .page_shift = static_cast<uint32_t>(std::countr_zero(page / sector_size)),
                                .unused = 0,
-                               .words = words};
-    auto maps = attach_program(folder, disk, queues, why);
+                               .words = words_of(disk_size, page)};
+    auto maps = attach_program(folder_of(key), disk, where.queues, why);
     if (!maps)
         return nullptr;
     auto *facts = maps->facts.values<tracker_facts>();
     facts->page = page;
-    device.copy(facts->source_device, sizeof facts->source_device - 1);
-    return std::unique_ptr<write_tracker>(new write_tracker(std::move(*maps), disk_size, page, queues));
+    facts->form = maps_form;
+    where.device.copy(facts->source_device, sizeof facts->source_device - 1);
+    std::unique_ptr<write_tracker> tracker(new write_tracker(std::move(*maps), where));
+    tracker->former_ = std::move(former);
+    return tracker;
 }
 
-write_tracker::write_tracker(program_maps maps, uint64_t disk_size, uint64_t page_size, uint64_t queues)
-    : maps_(std::move(maps)), disk_size_(disk_size), page_size_(page_size),
-      words_(words_of(disk_size, page_size)), queues_(queues)
+std::unique_ptr<write_tracker> write_tracker::open_kept(const home &where)
+{
+    auto maps = open_program(folder_of(where.key), words_of(where.disk_size, where.page), where.queues);
+    if (!maps || !is_of(*maps, where.device, where.page))
+        return nullptr;
+    remove_other_versions(where.key); // it had taken over from them
+    return std::unique_ptr<write_tracker>(new write_tracker(std::move(*maps), where));
+}
+
+// What cannot be used is removed.
+std::unique_ptr<write_tracker> write_tracker::open_former(const home &where)
+{
+    std::unique_ptr<write_tracker> former;
+    for (const std::string &folder : folders_of_all_versions(where.key)) {
+        const bool may_be = !former && folder != folder_of(where.key);
+        auto maps = may_be ? open_former_program(folder, words_of(where.disk_size, where.page), where.queues)
+                           : std::nullopt;
+        if (maps && is_of(*maps, where.device, where.page))
+            former.reset(new write_tracker(std::move(*maps), where));
+        else
+            remove_program(folder);
+    }
+    return former;
+}
+
+write_tracker::write_tracker(program_maps maps, const home &where)
+    : maps_(std::move(maps)), key_(where.key), disk_size_(where.disk_size), page_size_(where.page),
+      words_(words_of(where.disk_size, where.page)), queues_(where.queues)
 {
     // What a former process has left. It may have been killed before it looked at a group.
     for (uint64_t word = 0; word < words_; word++) {
@@ -123,6 +191,22 @@ write_tracker::write_tracker(program_maps maps, uint64_t disk_size, uint64_t pag
 void write_tracker::keep()
 {
     std::atomic_ref(facts().version).store(program_version());
+    former_.reset();
+    remove_other_versions(key_);
+}
+
+void write_tracker::take_over_former()
+{
+    former_->take();
+    for (const uint64_t word : former_->taken_) {
+        at(maps_.dirty, word).fetch_or(at(former_->maps_.taken, word));
+        note_marks(word);
+    }
+    const tracker_facts &known = former_->facts();
+    facts().coverage = known.coverage;
+    facts().settled = known.settled;
+    facts().announced = known.announced;
+    memcpy(facts().mirror_device, known.mirror_device, sizeof known.mirror_device);
 }
 
 tracker_sums write_tracker::sums() const
@@ -138,6 +222,12 @@ tracker_sums write_tracker::sums() const
     }
     total.sectors += std::atomic_ref(facts().unseen).load();
     return total;
+}
+
+void write_tracker::set_alarm()
+{
+    maps_.alarm.clear();
+    at(maps_.sleeper, 0).store(1);
 }
 
 std::span<write_under_way> write_tracker::places() const
@@ -300,17 +390,17 @@ uint64_t write_tracker::pages_marked(uint64_t group) const
 
 void remove_tracker(const std::string &key)
 {
-    remove_program(folder_of(key));
+    for (const std::string &folder : folders_of_all_versions(key))
+        remove_program(folder);
 }
 
 void remove_other_trackers(const std::vector<std::string> &keys)
 {
     std::set<std::string> kept;
     for (const std::string &key : keys)
-        kept.insert(folder_of(key));
+        kept.insert(name_of(fnv1a_64(key)));
     for (const std::string &name : list_folder(all_trackers).value_or(std::vector<std::string>{})) {
-        const std::string folder = all_trackers + "/" + name;
-        if (!kept.contains(folder))
-            remove_program(folder);
+        if (!kept.contains(name.substr(0, name.find('_'))))
+            remove_program(all_trackers + "/" + name);
     }
 }

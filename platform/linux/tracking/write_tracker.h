@@ -46,6 +46,7 @@ struct tracker_facts {
     char source_device[40]{}; // sequence numbers of the two devices, NUL-terminated
     char mirror_device[40]{};
     uint64_t page = 0; // bytes: what a bit stands for
+    uint64_t form = 0; // MAPS_FORM
 };
 static_assert(sizeof(tracker_facts) <= facts_size);
 
@@ -65,10 +66,21 @@ public:
     bool is_new() const { return facts().version == 0; }
     void keep();
 
+    // What another version of the program knows of the disk; it goes on until keep() is called. Null: there
+    // is none.
+    write_tracker *former() const { return former_.get(); }
+    // Marks what the former one has marked or taken, and knows of the mirror what it knew.
+    void take_over_former();
+
     uint64_t page_size() const { return page_size_; } // bytes
 
     tracker_facts &facts() const { return *maps_.facts.values<tracker_facts>(); }
     tracker_sums sums() const;
+
+    // The next request that begins or ends makes the alarm readable, once. Look at the sums after this and
+    // before you wait for it.
+    void set_alarm();
+    int alarm() const { return maps_.alarm.fd(); }
 
     // Marks the pages of all writes that are under way: those whose end is missed are among them.
     under_way_sums mark_under_way();
@@ -88,7 +100,10 @@ public:
     uint64_t pages_behind() const; // marked or taken; for any thread
 
 private:
-    write_tracker(program_maps maps, uint64_t disk_size, uint64_t page_size, uint64_t queues);
+    struct home;
+    write_tracker(program_maps maps, const home &where);
+    static std::unique_ptr<write_tracker> open_kept(const home &where);
+    static std::unique_ptr<write_tracker> open_former(const home &where);
     void mark(uint64_t sector, uint64_t sectors);
     void note_marks(uint64_t word);
     void make_room(size_t words);
@@ -98,6 +113,8 @@ private:
     std::span<write_under_way> places() const;
 
     program_maps maps_;
+    std::string key_;
+    std::unique_ptr<write_tracker> former_;
     uint64_t disk_size_;
     uint64_t page_size_;
     uint64_t words_;
