@@ -208,7 +208,8 @@ static __always_inline struct write_sums *our_sums(void)
     return bpf_map_lookup_elem(&sums, &key);
 }
 
-// After the sums: whoever says that he sleeps looks at them then. One write wakes him, the others cost a look.
+// Called after the sums: the process looks at them once it has said that it sleeps. One write wakes it, the
+// others only look here.
 static __always_inline void wake_reader(void)
 {
     const __u32 key = 0;
