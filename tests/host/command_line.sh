@@ -58,7 +58,8 @@ stop_daemon
 rm "$config"
 check "what one step would do" says 0 "started: $build/bin/qelcd" qelc init --dry-run
 check "is not done" none test -e "$config"
-check "one step" says 0 "is adopted, by its own manager" qelc init
+check "one step, up to a heartbeat" says 0 "qelc-manager: has a heartbeat of private-host" qelc init
+check "which is known from then on" eval 'qelc status | grep "127.0.0.1, last heartbeat [0-9]* s ago"'
 remembered=$(md5sum "$config")
 check "another one changes nothing" says 0 "is adopted already, by its own manager" qelc init
 check "and says so to programs" valid qelc --json init
