@@ -103,6 +103,7 @@ check "the list knows the mirror" says 0 "mirror of $disk" qelc disks
 check "and what it mirrors" says 0 "mirrored to $blank" qelc disks
 check_within 20 "labels" says 0 "ext4 precious" qelc disks
 check "in a group that was made" says 0 "day ${guid[disk]}" qelc group list
+check "by a GUID as short as on other tables" eval "script -qec 'stty cols 80; qelc group list' /dev/null </dev/null | tr -d '\r' | grep -x '  day    ${guid[disk]:0:8}'"
 check "with a schedule" says 0 "1 h" qelc schedule get --group day
 check "once" says 1 "$disk is protected already, by $blank" qelc protect --yes "${guid[disk]:0:6}=$small"
 

@@ -149,6 +149,13 @@ std::optional<known_disk> find_disk(const std::string &name, std::string *why)
     return std::nullopt;
 }
 
+std::string name_of_disk(const std::string &guid)
+{
+    std::string why;
+    const auto disk = find_disk(guid, &why);
+    return disk ? disk->facts.name : guid;
+}
+
 uint64_t logical_block_of(const disk_facts &disk)
 {
     return read_number(disk.folder + "/queue/logical_block_size").value_or(512);
