@@ -157,6 +157,11 @@ TEST_F(tools, QelcBuildsBodiesFromOptions)
         {"snapshot --disk A", R"(<Snap SourceType="0" Source="kav_{A}" IsCluster="0"/>)"},
         {"restore-wait V W", R"(<Snap SnapVolGUID="kav_{V}"/><Snap SnapVolGUID="kav_{W}"/>)"},
         {"group create mirrors", R"(<BGCreate BGName="mirrors" IsCluster="0"/>)"}, // a verb's name
+        {"mirror A B", R"(<BackupList><Backup SrcGUID="A" KavGUID="kav_{B}"/></BackupList>)"
+                       R"(<Schedule StartTime="0" IntervalSeconds="0" Source="A" SourceType="0"/></Tessaron>)"
+                       "\n" +
+                           std::string(xml_head) +
+                           R"(<Tessaron><BackupList><Backup SrcGUID="A"/></BackupList>)"},
         {"group add g A B",
          R"(<BGCreate BGName="g" IsCluster="0"><SrcDisk SrcGUID="A"/><SrcDisk SrcGUID="B"/></BGCreate>)"},
         {"db set --user u --instance i --password-file /nowhere --oracle-home /o --archive-log",
@@ -198,6 +203,14 @@ TEST_F(tools, QelcNamesTheOptionThatDoesNotFit)
         {"mirrors L1", "mirrors: disks and --timeout go with --wait or --watch"},
         {"snapshot --disk A --group g", "snapshot: --disk excludes --group"},
     };
+        {"--print-body mirror A --in /srv",
+         "mirror: --print-body does not go with --in: the volume has no GUID before it is made"},
+        {"snapshots prun", "snapshots: prun does not belong to this verb; did you mean snapshots prune?"},
+        {"snapshot restor x",
+         "snapshot: restor does not belong to this verb; did you mean snapshots restore?"},
+        {"volumes delte v", "volumes: delte does not belong to this verb; did you mean volume delete?"},
+        {"help snapshots prun",
+         "snapshots: prun does not belong to this verb; did you mean snapshots prune?"},
     for (const auto &[arguments, complaint] : cases) {
         const std::string verb = complaint.substr(0, complaint.find(':'));
         const std::string error = "error: " + verb + " could not be done" + complaint.substr(verb.size()) +

@@ -218,6 +218,8 @@ std::vector<std::string> with_help_last(int argc, const char *const *argv)
     if (!words.empty() && words.front() == "help") {
         words.erase(words.begin());
         const std::vector<std::string> known = known_words();
+    if (wanted.given_verb && wanted.print_body && !wanted.for_verb.where.empty())
+        return "--print-body does not go with --in: the volume has no GUID before it is made";
         if (words.empty() || std::ranges::find(known, words.front()) != known.end())
             words.emplace_back("--help");
     }
