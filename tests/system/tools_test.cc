@@ -52,6 +52,9 @@ TEST_F(tools, QelcPrintsStatusAndAnswerAndEndsWithWhatTheyMean)
         {"help snapsot", 2,
          "qelc: snapsot: no such command; did you mean snapshot? (qelc --list names all commands, "
          "qelc --help all verbs)\n"},
+        {"snapshto restore x", 2,
+         "qelc: snapshto: no such command; did you mean snapshots restore? (qelc --list names all commands, "
+         "qelc --help all verbs)\n"},
         {"group crate g", 2,
          "qelc: group: a verb is required; did you mean group create? (--help lists them)\n"},
         {"57 >/dev/full", 1, "qelc: standard output: No space left on device\n"},
@@ -154,14 +157,14 @@ TEST_F(tools, QelcBuildsBodiesFromOptions)
          R"(<Backup SourceType="0" Source="A"><Schedule StartTime="1935352800" IntervalSeconds="86400"/></Backup>)"},
         {"schedule set --off --group g",
          R"(<Backup SourceType="1" Source="g"><Schedule StartTime="0" IntervalSeconds="0"/></Backup>)"},
-        {"snapshot --disk A", R"(<Snap SourceType="0" Source="kav_{A}" IsCluster="0"/>)"},
-        {"restore-wait V W", R"(<Snap SnapVolGUID="kav_{V}"/><Snap SnapVolGUID="kav_{W}"/>)"},
-        {"group create mirrors", R"(<BGCreate BGName="mirrors" IsCluster="0"/>)"}, // a verb's name
         {"mirror A B", R"(<BackupList><Backup SrcGUID="A" KavGUID="kav_{B}"/></BackupList>)"
                        R"(<Schedule StartTime="0" IntervalSeconds="0" Source="A" SourceType="0"/></Tessaron>)"
                        "\n" +
                            std::string(xml_head) +
                            R"(<Tessaron><BackupList><Backup SrcGUID="A"/></BackupList>)"},
+        {"snapshot --disk A", R"(<Snap SourceType="0" Source="kav_{A}" IsCluster="0"/>)"},
+        {"restore-wait V W", R"(<Snap SnapVolGUID="kav_{V}"/><Snap SnapVolGUID="kav_{W}"/>)"},
+        {"group create mirrors", R"(<BGCreate BGName="mirrors" IsCluster="0"/>)"}, // a verb's name
         {"group add g A B",
          R"(<BGCreate BGName="g" IsCluster="0"><SrcDisk SrcGUID="A"/><SrcDisk SrcGUID="B"/></BGCreate>)"},
         {"db set --user u --instance i --password-file /nowhere --oracle-home /o --archive-log",
@@ -200,9 +203,6 @@ TEST_F(tools, QelcNamesTheOptionThatDoesNotFit)
                                                      "a number of seconds, or a number with s, min, h, d "
                                                      "or w"},
         {"--raw unprotect A", "unprotect: --raw does not go with a verb that changes something"},
-        {"mirrors L1", "mirrors: disks and --timeout go with --wait or --watch"},
-        {"snapshot --disk A --group g", "snapshot: --disk excludes --group"},
-    };
         {"--print-body mirror A --in /srv",
          "mirror: --print-body does not go with --in: the volume has no GUID before it is made"},
         {"snapshots prun", "snapshots: prun does not belong to this verb; did you mean snapshots prune?"},
@@ -211,6 +211,9 @@ TEST_F(tools, QelcNamesTheOptionThatDoesNotFit)
         {"volumes delte v", "volumes: delte does not belong to this verb; did you mean volume delete?"},
         {"help snapshots prun",
          "snapshots: prun does not belong to this verb; did you mean snapshots prune?"},
+        {"mirrors L1", "mirrors: disks and --timeout go with --wait or --watch"},
+        {"snapshot --disk A --group g", "snapshot: --disk excludes --group"},
+    };
     for (const auto &[arguments, complaint] : cases) {
         const std::string verb = complaint.substr(0, complaint.find(':'));
         const std::string error = "error: " + verb + " could not be done" + complaint.substr(verb.size()) +

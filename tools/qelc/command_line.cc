@@ -156,6 +156,7 @@ std::string repeated_option(const CLI::App &app)
     return app.get_parent() ? repeated_option(*app.get_parent()) : "";
 }
 
+// Commands, kinds of verbs, and verbs.
 std::vector<std::string> known_words()
 {
     std::vector<std::string> words;
@@ -170,13 +171,23 @@ std::vector<std::string> known_words()
     return words;
 }
 
+// The same for two words that may be meant as one verb, else for the first one alone.
+std::string did_you_mean_either(const std::string &first, const std::string &second)
+{
+    const std::vector<std::string> known = known_words();
+    const std::string both = second.empty() ? "" : did_you_mean(first + " " + second, known);
+    return both.empty() ? did_you_mean(first, known) : both;
+}
+
 // What is wrong with the command line; "" for nothing. FAILURE is what the parser says.
 std::string complaint_about(const CLI::App &app, const options &wanted, const std::string &failure)
 {
     const CLI::App &last = parsed_app(app);
     const bool is_command = wanted.with_options || (&last == &app && !wanted.command.empty());
     if (is_command && !find_code(wanted.command))
-        return "no such command" + did_you_mean(wanted.command, known_words()) +
+        return "no such command" +
+               did_you_mean_either(wanted.command,
+                                   wanted.body_words.empty() ? "" : wanted.body_words.front()) +
                " (qelc --list names all commands, qelc --help all verbs)";
     // What the parser finds missing may be so because of an unknown argument.
     std::string stray = unknown_argument(app);
@@ -188,7 +199,8 @@ std::string complaint_about(const CLI::App &app, const options &wanted, const st
         return stray + " does not belong " +
                (wanted.given_verb ? "to this verb"
                 : is_command      ? "to this command"
-                                  : "here");
+                                  : "here") +
+               (wanted.given_verb ? did_you_mean(full_name_of(last) + " " + stray, known_words()) : "");
     if (last.get_require_subcommand_min() > 0 && last.get_subcommands().empty())
         return "a verb is required" +
                (wanted.command.empty()
@@ -206,9 +218,24 @@ std::string complaint_about(const CLI::App &app, const options &wanted, const st
         return "this verb asks no daemon: --host, --print-body and --raw do not go with it";
     if (wanted.given_verb && wanted.given_verb->look && (wanted.print_body || wanted.raw))
         return "--print-body and --raw do not go with this verb";
+    if (wanted.given_verb && wanted.print_body && !wanted.for_verb.where.empty())
+        return "--print-body does not go with --in: the volume has no GUID before it is made";
     if (wanted.given_verb && wanted.given_verb->act && !wanted.given_verb->only_shows && wanted.raw)
         return "--raw does not go with a verb that changes something";
     return wanted.given_verb ? wanted.given_verb->complaint(wanted.for_verb) : "";
+}
+
+// Words that name no verb are parsed as they stand, for the error. That is harmless, as they are not known:
+// the first one, or the second one after a kind of verbs.
+bool is_verb_named(const std::vector<std::string> &words)
+{
+    const std::vector<std::string> known = known_words();
+    const auto is_known = [&](const std::string &name) {
+        return std::ranges::find(known, name) != known.end();
+    };
+    const bool has_second = words.size() > 1 && !words[1].starts_with('-') &&
+                            std::ranges::find(verb_kinds(), words[0], &verb_kind::name) != verb_kinds().end();
+    return is_known(has_second ? words[0] + " " + words[1] : words[0]);
 }
 
 // "help VERB..." is "VERB... --help", if there is such a verb.
@@ -217,10 +244,7 @@ std::vector<std::string> with_help_last(int argc, const char *const *argv)
     std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
     if (!words.empty() && words.front() == "help") {
         words.erase(words.begin());
-        const std::vector<std::string> known = known_words();
-    if (wanted.given_verb && wanted.print_body && !wanted.for_verb.where.empty())
-        return "--print-body does not go with --in: the volume has no GUID before it is made";
-        if (words.empty() || std::ranges::find(known, words.front()) != known.end())
+        if (words.empty() || is_verb_named(words))
             words.emplace_back("--help");
     }
     std::ranges::reverse(words); // as the parser takes them

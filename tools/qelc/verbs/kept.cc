@@ -209,7 +209,8 @@ outcome remove(const verb_options &given)
 constexpr verb table[] = {
     {.name = "snapshots",
      .usage = "[--disk DISK | --group NAME]\n"
-              "       qelc snapshots (mount | umount | restore | attach | detach | remove) NAME...",
+              "       qelc snapshots (mount | umount | restore | attach | detach | remove) NAME...\n"
+              "       qelc snapshots prune [--dry-run]",
      .description = "show the snapshots that are kept on this host",
      .note = "It looks at what is there now; a snapshot whose data is not there is \"gone\".\n",
      .add_options = add_disk_or_group,
