@@ -31,6 +31,12 @@ TEST_F(tools, QelcPrintsStatusAndAnswerAndEndsWithWhatTheyMean)
     daemon.start();
     const std::string tcp = "--host 127.0.0.1:" + std::to_string(client_port) + " ";
     const std::string document = std::string(xml_head) + "<Tessaron>";
+    const auto none = [](const std::string &word, const std::string &near) {
+        return "error: " + word + " could not be done: there is no such verb or command; did you mean " +
+               near + "?\nhint: qelc --help lists the verbs, qelc --list the commands\n";
+    };
+    const std::string no_verb = "error: group could not be done: ",
+                      its_verbs = "hint: qelc help group lists its verbs\n";
     const struct {
         std::string arguments;
         int status;
@@ -46,17 +52,13 @@ TEST_F(tools, QelcPrintsStatusAndAnswerAndEndsWithWhatTheyMean)
         {"mirrors --watch", 0, "no mirrors\n"},
         {"scan_client", 1, "status 52: a manager has already adopted this client\n"},
         {"--raw rescan_devices", 1, "qelc: status 1: failure\n"},
-        {"mirors", 2,
-         "qelc: mirors: no such command; did you mean mirrors? (qelc --list names all commands, "
-         "qelc --help all verbs)\n"},
-        {"help snapsot", 2,
-         "qelc: snapsot: no such command; did you mean snapshot? (qelc --list names all commands, "
-         "qelc --help all verbs)\n"},
-        {"snapshto restore x", 2,
-         "qelc: snapshto: no such command; did you mean snapshots restore? (qelc --list names all commands, "
-         "qelc --help all verbs)\n"},
+        {"mirors", 2, none("mirors", "mirrors")},
+        {"help snapsot", 2, none("snapsot", "snapshot")},
+        {"snapshto restore x", 2, none("snapshto", "snapshots restore")},
         {"group crate g", 2,
-         "qelc: group: a verb is required; did you mean group create? (--help lists them)\n"},
+         no_verb + "crate is none of its verbs; did you mean group create?\n" + its_verbs},
+        {"group lst --yes", 2, no_verb + "lst is none of its verbs; did you mean group list?\n" + its_verbs},
+        {"group", 2, no_verb + "a verb is required\n" + its_verbs},
         {"57 >/dev/full", 1, "qelc: standard output: No space left on device\n"},
         {"mirrors >/dev/full", 1, "qelc: standard output: No space left on device\n"},
         {"--timeout 1 rescan_devices", 3, "qelc: /var/run/qelcd.sock: time-out: no answer within 1 s\n"},

@@ -185,10 +185,13 @@ std::string complaint_about(const CLI::App &app, const options &wanted, const st
     const CLI::App &last = parsed_app(app);
     const bool is_command = wanted.with_options || (&last == &app && !wanted.command.empty());
     if (is_command && !find_code(wanted.command))
-        return "no such command" +
+        return "there is no such verb or command" +
                did_you_mean_either(wanted.command,
-                                   wanted.body_words.empty() ? "" : wanted.body_words.front()) +
-               " (qelc --list names all commands, qelc --help all verbs)";
+                                   wanted.body_words.empty() ? "" : wanted.body_words.front());
+    const bool is_kind = last.get_require_subcommand_min() > 0 && last.get_subcommands().empty();
+    if (is_kind && !wanted.command.empty())
+        return wanted.command + " is none of its verbs" +
+               did_you_mean(full_name_of(last) + " " + wanted.command, known_words());
     // What the parser finds missing may be so because of an unknown argument.
     std::string stray = unknown_argument(app);
     if (stray.empty() && wanted.given_verb)
@@ -201,12 +204,8 @@ std::string complaint_about(const CLI::App &app, const options &wanted, const st
                 : is_command      ? "to this command"
                                   : "here") +
                (wanted.given_verb ? did_you_mean(full_name_of(last) + " " + stray, known_words()) : "");
-    if (last.get_require_subcommand_min() > 0 && last.get_subcommands().empty())
-        return "a verb is required" +
-               (wanted.command.empty()
-                    ? ""
-                    : did_you_mean(full_name_of(last) + " " + wanted.command, known_words())) +
-               " (--help lists them)";
+    if (is_kind)
+        return "a verb is required";
     if (!failure.empty()) {
         const std::string repeated = repeated_option(last);
         return repeated.empty() ? failure : repeated + " is given more than once";
@@ -223,6 +222,17 @@ std::string complaint_about(const CLI::App &app, const options &wanted, const st
     if (wanted.given_verb && wanted.given_verb->act && !wanted.given_verb->only_shows && wanted.raw)
         return "--raw does not go with a verb that changes something";
     return wanted.given_verb ? wanted.given_verb->complaint(wanted.for_verb) : "";
+}
+
+// What to type after a complaint; "" for what is no verb.
+std::string hint_for(const std::string &subject, bool is_verb)
+{
+    if (is_verb)
+        return "qelc help " + subject + " shows its options";
+    if (std::ranges::find(verb_kinds(), subject, &verb_kind::name) != verb_kinds().end())
+        return "qelc help " + subject + " lists its verbs";
+    return subject.empty() || find_code(subject) ? ""
+                                                 : "qelc --help lists the verbs, qelc --list the commands";
 }
 
 // Words that name no verb are parsed as they stand, for the error. That is harmless, as they are not known:
@@ -293,9 +303,9 @@ std::optional<int> parse_command_line(int argc, const char *const *argv, options
         wanted.command = name;
     const std::string subject = name.empty() ? wanted.command : name;
     if (const std::string complaint = complaint_about(app, wanted, failure); !complaint.empty()) {
-        if (!wanted.given_verb && !wanted.json)
+        const std::string hint = hint_for(subject, wanted.given_verb);
+        if (hint.empty() && !wanted.json)
             return fail(exit_usage, subject.empty() ? "command line" : subject, complaint);
-        const std::string hint = wanted.given_verb ? "qelc help " + subject + " shows its options" : "";
         return print_outcome(subject, {exit_usage, complaint, hint}, wanted.json);
     }
     if (subject.empty() && !wanted.list) {

@@ -23,7 +23,7 @@ heartbeat_end wait_for_heartbeat(const manager_view &manager, time_t from, unsig
     if (end == heartbeat_end::came)
         return end;
     const int64_t begin = clock_monotonic();
-    countdown patience("the first heartbeat is awaited", seconds);
+    countdown patience("a heartbeat is awaited", seconds);
     while (end != heartbeat_end::came && clock_monotonic() - begin < seconds) {
         if (end == heartbeat_end::not_told && clock_monotonic() - begin >= seconds_to_begin)
             break;

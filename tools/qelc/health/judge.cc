@@ -103,8 +103,7 @@ finding judge_heartbeat(const host_health &seen, const health_limits &limits)
     const std::string text = "the last heartbeat to the manager was " + time_text(age) + " ago";
     const grade how = grade_beyond(age, limits.heartbeat_warning, limits.heartbeat_critical);
     if (!seen.heartbeat->is_taken)
-        return {how, text + in_brackets("qelc-manager does not run"),
-                "to start it: systemctl enable --now qelc-manager"};
+        return {how, text + in_brackets("qelc-manager does not run"), "qelc init starts it"};
     return {how, text, see_beats};
 }
 
@@ -124,6 +123,9 @@ finding judge_silence(const host_health &seen)
     if (seen.process)
         return {grade::critical, "qelcd runs, but does not answer: " + end.reason, last_lines};
     const bool is_usable = !seen.config || seen.config->faults.empty();
+    if (seen.config && seen.config->is_missing)
+        return {grade::critical, "qelcd does not run, it has no configuration yet",
+                "qelc init writes one and starts all that has to run"};
     return {grade::critical, "qelcd does not run" + in_brackets(is_usable ? "" : seen.config->faults.front()),
             is_usable ? std::string(last_lines) + "; to start it: systemctl start qelcd"
                       : "when that is mended: systemctl start qelcd"};
