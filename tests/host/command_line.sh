@@ -89,6 +89,7 @@ check "a mirror that is too small" says 1 "$small is smaller than $disk" qelc pr
 check "what is on it" says 0 "$disk 32 MiB, MBR, ${disk}p1, ${disk}p2" qelc protect --dry-run /dev/disk/by-me="$blank"
 check "and that it is blank" says 0 "$blank 32 MiB, blank" qelc protect --dry-run "$disk=${guid[blank]^^}"
 check "nothing has happened" none has_mirror
+check "a plan of nothing is none" none eval "qelc unprotect --dry-run $small 2>/dev/null | grep dry"
 mkfs.ext4 -q -F -L precious -M /srv/old -O ^metadata_csum -E offset=$((1 << 20)) "${device[disk]}" 8M
 printf '\x80\x96\x98\x6a' | dd of="${device[disk]}" bs=1 seek=$(((1 << 20) + 1024 + 0x2c)) conv=notrunc status=none
 check "and where it was mounted" says 0 "${disk}p1 ext4 \"precious\" last mounted on /srv/old, 2026-09-0" \

@@ -157,7 +157,7 @@ TEST_F(health, TheLastHeartbeatIsToldWhereItsManagerRunsOnTheHost)
     const std::string unknown = ", last heartbeat not known here\n";
     EXPECT_EQ(manager_line(), "  manager    127.0.0.1" + unknown);
     save_heartbeat(two_hours);
-    const std::string late = "private-host: the last heartbeat to the manager was 2 h ago";
+    const std::string late = "private-host: no heartbeat for 2 h";
     EXPECT_EQ(status(), "2 CRITICAL  " + late + " (qelc-manager does not run)");
     const pid_t service = start_service();
     EXPECT_EQ(status(), "2 CRITICAL  " + late);

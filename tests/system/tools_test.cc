@@ -213,6 +213,7 @@ TEST_F(tools, QelcNamesTheOptionThatDoesNotFit)
         {"volumes delte v", "volumes: delte does not belong to this verb; did you mean volume delete?"},
         {"help snapshots prun",
          "snapshots: prun does not belong to this verb; did you mean snapshots prune?"},
+        {"status --heartbeat", "status: --heartbeat needs a value: INTERVAL[,INTERVAL]"},
         {"mirrors L1", "mirrors: disks and --timeout go with --wait or --watch"},
         {"snapshot --disk A --group g", "snapshot: --disk excludes --group"},
     };

@@ -179,6 +179,17 @@ std::string did_you_mean_either(const std::string &first, const std::string &sec
     return both.empty() ? did_you_mean(first, known) : both;
 }
 
+// "--every: 1 required INTERVAL missing", as the parser says it, in words.
+std::string in_words(const std::string &failure)
+{
+    constexpr std::string_view before = ": 1 required ", after = " missing";
+    const size_t name = failure.find(before);
+    if (name == std::string::npos || !failure.ends_with(after))
+        return failure;
+    const std::string type = failure.substr(name + before.size());
+    return failure.substr(0, name) + " needs a value: " + type.substr(0, type.size() - after.size());
+}
+
 // What is wrong with the command line; "" for nothing. FAILURE is what the parser says.
 std::string complaint_about(const CLI::App &app, const options &wanted, const std::string &failure)
 {
@@ -208,7 +219,7 @@ std::string complaint_about(const CLI::App &app, const options &wanted, const st
         return "a verb is required";
     if (!failure.empty()) {
         const std::string repeated = repeated_option(last);
-        return repeated.empty() ? failure : repeated + " is given more than once";
+        return repeated.empty() ? in_words(failure) : repeated + " is given more than once";
     }
     if (is_command && wanted.json)
         return "--json goes with a verb";

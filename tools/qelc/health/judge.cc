@@ -100,7 +100,7 @@ finding judge_heartbeat(const host_health &seen, const health_limits &limits)
     if (seen.heartbeat->last == 0)
         return {grade_beyond(age, limits.heartbeat_warning, 0), "no heartbeat has reached qelc-manager",
                 see_beats};
-    const std::string text = "the last heartbeat to the manager was " + time_text(age) + " ago";
+    const std::string text = "no heartbeat for " + time_text(age);
     const grade how = grade_beyond(age, limits.heartbeat_warning, limits.heartbeat_critical);
     if (!seen.heartbeat->is_taken)
         return {how, text + in_brackets("qelc-manager does not run"), "qelc init starts it"};

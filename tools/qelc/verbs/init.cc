@@ -6,6 +6,7 @@
 #include "tools/common/known_host.h"
 #include "tools/qelc/config_check.h"
 #include "tools/qelc/daemon_wait.h"
+#include "tools/qelc/health/daemon_process.h"
 #include "tools/qelc/heartbeat_wait.h"
 #include "tools/qelc/here.h"
 #include "tools/qelc/host.h"
@@ -252,6 +253,13 @@ void adopt_host(const host &at, uint16_t client_port, init_steps &steps)
     await_heartbeat(*manager, begin, steps);
 }
 
+// From when on a heartbeat shows that they come: not before the daemon was started.
+time_t recent_time()
+{
+    const auto daemon = find_daemon();
+    return std::max<time_t>(time(nullptr) - seconds_to_silence, daemon ? daemon->since : 0);
+}
+
 // A host with another manager is done; its own one has to run.
 void find_manager(const verb_options &given, init_steps &steps)
 {
@@ -274,7 +282,7 @@ void find_manager(const verb_options &given, init_steps &steps)
     }
     steps.done("host", host_name(), "is adopted already, by its own manager");
     if (!steps.is_plan())
-        await_heartbeat(*manager, time(nullptr) - seconds_to_silence, steps);
+        await_heartbeat(*manager, recent_time(), steps);
 }
 } // namespace
 

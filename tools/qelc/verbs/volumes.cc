@@ -54,7 +54,8 @@ outcome make_volume(const verb_options &given)
     const auto made =
         create_volume({given.disk, given.where, given.volume, given.yes, given.dry_run}, say, &why);
     if (!made)
-        throw verb_end{exit_refused, why, which_there_are};
+        throw verb_end{exit_refused, why,
+                       "qelc help volume create says what a place may be; " + std::string(which_there_are)};
     outcome end;
     end.is_dry_run = given.dry_run;
     if (given.dry_run) {
