@@ -1,7 +1,9 @@
 #include "tools/qelc/health/heartbeat.h"
 
 #include "base/deleter.h"
+#include "config/config.h"
 #include "platform/linux/host/text.h"
+#include "protocol/stream.h"
 #include "tools/common/host_list.h"
 
 #include <arpa/inet.h>
@@ -35,15 +37,30 @@ bool is_on_this_host(const manager_view &manager)
         return inet_pton(AF_INET, std::string(text).c_str(), &address) == 1 && is_own(address, all);
     });
 }
+// Whether a program listens where the daemon sends its heartbeats to; true if that cannot be found out. The
+// port is not listened on here, so that no heartbeat can come to this program.
+bool is_server_port_taken()
+{
+    const auto config = qelcfg_read(config_path);
+    if (!config)
+        return true;
+    const unique_fd socket = reused_sock();
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(config->server_port));
+    return bind(socket.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0;
+}
 } // namespace
 
-// A list that a former manager of this host has left is no sign of a manager elsewhere.
+// A list that a former manager of this host has left says nothing of one elsewhere, or of another program.
 std::optional<heartbeat_view> find_heartbeat(const manager_view &manager)
 {
     if (manager.host_id.empty() || !is_on_this_host(manager))
         return std::nullopt;
     const host_list list = find_hosts(default_state_folder, manager.host_id);
-    if (!list.hosts.empty() && (list.failure == 0 || is_service_missing(list.failure)))
-        return heartbeat_view{list.hosts.front().last, list.failure == 0};
-    return list.failure == 0 ? std::optional(heartbeat_view{}) : std::nullopt;
+    if (list.failure == 0)
+        return heartbeat_view{list.hosts.empty() ? 0 : list.hosts.front().last, true};
+    if (list.hosts.empty() || !is_service_missing(list.failure) || is_server_port_taken())
+        return std::nullopt;
+    return heartbeat_view{list.hosts.front().last, false};
 }
