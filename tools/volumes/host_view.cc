@@ -183,7 +183,7 @@ std::string unused_guid(const std::set<std::string> &taken)
         disk_signature signature{};
         if (getrandom(signature.data(), signature.size(), 0) != static_cast<ssize_t>(signature.size()))
             continue;
-        const std::string guid = guid_of_signature(signature).value_or("");
+        std::string guid = guid_of_signature(signature).value_or("");
         // All ones are what the daemon says of a disk that it cannot read.
         if (!guid.empty() && !guid.starts_with("ffffffff") && !taken.contains(guid))
             return guid;
