@@ -15,11 +15,11 @@ start_protected level=xfs/level copied=xfs/copied gone=xfs/gone
 resync 99999999 level gone
 check_within 60 "level" told_level level
 check_within 60 "level" told_level gone
-check "a schedule" qelc schedule set --yes --disk "${guid[level]}" --start now --every 1h
+check "a schedule" qelc schedule set --yes --disk "${guid[level]}" --start now --every 10min
 check "a snapshot" qelc snapshot --disk "${guid[level]}"
 stop_daemon
-printf '\xef\xbe\xad\xde' | dd of="${device[xfs/gone]}" bs=1 seek=440 conv=notrunc status=none
+kill "${loop_holders[-1]}" # the one of the last disk
 start_again
 check_within 30 "gone" eval 'qelc mirrors | grep "mirror down"'
-resync 1500000 copied
-"$here/../support/screen" 80x16 "qelc top" "wait ########" "svg $2" text "key q"
+{ sleep 3; resync 1500000 copied; } >/dev/null & # once it is on the screen
+"$here/../support/screen" 90x12 "qelc top" "wait ########" "svg $2" text "key q"

@@ -58,7 +58,8 @@ stop_daemon
 rm "$config"
 check "what one step would do" says 0 "started: $build/bin/qelcd" qelc init --dry-run
 check "is not done" none test -e "$config"
-check "one step" says 0 "is adopted, by its own manager" qelc init
+check "one step, up to a heartbeat" says 0 "qelc-manager: has a heartbeat of private-host" qelc init
+check "which is known from then on" eval 'qelc status | grep "127.0.0.1, last heartbeat [0-9]* s ago"'
 remembered=$(md5sum "$config")
 check "another one changes nothing" says 0 "is adopted already, by its own manager" qelc init
 check "and says so to programs" valid qelc --json init
@@ -88,6 +89,7 @@ check "a mirror that is too small" says 1 "$small is smaller than $disk" qelc pr
 check "what is on it" says 0 "$disk 32 MiB, MBR, ${disk}p1, ${disk}p2" qelc protect --dry-run /dev/disk/by-me="$blank"
 check "and that it is blank" says 0 "$blank 32 MiB, blank" qelc protect --dry-run "$disk=${guid[blank]^^}"
 check "nothing has happened" none has_mirror
+check "a plan of nothing is none" none eval "qelc unprotect --dry-run $small 2>/dev/null | grep dry"
 mkfs.ext4 -q -F -L precious -M /srv/old -O ^metadata_csum -E offset=$((1 << 20)) "${device[disk]}" 8M
 printf '\x80\x96\x98\x6a' | dd of="${device[disk]}" bs=1 seek=$(((1 << 20) + 1024 + 0x2c)) conv=notrunc status=none
 check "and where it was mounted" says 0 "${disk}p1 ext4 \"precious\" last mounted on /srv/old, 2026-09-0" \
@@ -102,6 +104,7 @@ check "the list knows the mirror" says 0 "mirror of $disk" qelc disks
 check "and what it mirrors" says 0 "mirrored to $blank" qelc disks
 check_within 20 "labels" says 0 "ext4 precious" qelc disks
 check "in a group that was made" says 0 "day ${guid[disk]}" qelc group list
+check "by a GUID as short as on other tables" eval "script -qec 'stty cols 80; qelc group list' /dev/null </dev/null | tr -d '\r' | grep -x '  day    ${guid[disk]:0:8}'"
 check "with a schedule" says 0 "1 h" qelc schedule get --group day
 check "once" says 1 "$disk is protected already, by $blank" qelc protect --yes "${guid[disk]:0:6}=$small"
 

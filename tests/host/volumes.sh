@@ -89,7 +89,8 @@ check "programs are told" valid qelc --json volumes
 check "and were told of the new one" valid cat /var/tmp/made
 check "what would be deleted" eval 'qelc volume delete second --dry-run | grep "^second: deleted"'
 check "one that is not there is not deleted" says 4 "did you mean second?" qelc volume delete secund --yes
-check "it cannot be deleted" refused "qelc unprotect ${guid[disk]}" qelc volume delete mirror --yes
+check "it cannot be deleted" refused "is the mirror of ${device[disk]#/dev/}; end that first: qelc unprotect ${device[disk]#/dev/}" \
+    qelc volume delete mirror --yes
 check "nor without a question" refused "there is no terminal to ask at" qelc volume delete second
 
 step "a boot"

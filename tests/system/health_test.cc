@@ -13,6 +13,7 @@ protected:
     {
         std::filesystem::remove_all("/var/lib/kavcdpagt");
         std::filesystem::create_directories("/var/lib/kavcdpagt");
+        std::filesystem::remove_all("/var/lib/qelc-manager");
     }
 
     static std::string ago(uint64_t seconds)
@@ -35,6 +36,33 @@ protected:
         const std::string text = std::to_string(number);
         write_progress({"L" + text, "M" + text, size, size, 0, 9, 4096, false,
                         seconds_since_boot() - seconds_ago, tracked_writes::yes, ""});
+    }
+
+    // What a manager on this host has saved of it.
+    static void save_heartbeat(uint64_t seconds_ago, const std::string &id = config_settings().guid)
+    {
+        std::filesystem::create_directories("/var/lib/qelc-manager");
+        const std::string last = std::to_string(static_cast<uint64_t>(time(nullptr)) - seconds_ago);
+        write_file(
+            "/var/lib/qelc-manager/hosts",
+            filled(
+                R"({"hosts":[{"id":"%","name":"h","address":"a","ips":"","first":%,"last":%,"mirrors":0}]})",
+                id, last, last));
+    }
+
+    // Its service, which knows that; it takes no heartbeats.
+    static pid_t start_service()
+    {
+        const pid_t service = stoi(output_of("$BIN/standin-manager --state /var/lib/qelc-manager --port " +
+                                             std::to_string(client_port + 2) + " >/dev/null 2>&1 & echo $!"));
+        EXPECT_TRUE(eventually([] { return run("$BIN/standin-manager hosts").first == 0; }));
+        return service;
+    }
+
+    static void stop_service(pid_t service)
+    {
+        kill(service, SIGKILL);
+        EXPECT_TRUE(eventually([&] { return !is_alive(service); }));
     }
 
     // The exit status and the first line. The answer for programs goes to ANSWERS.
@@ -118,6 +146,43 @@ TEST_F(health, SnapshotsAreJudgedByTheJournal)
     EXPECT_NE(page.second.find("\n             failed since yesterday: 1 of 2 disks and groups\n"),
               std::string::npos)
         << page.second;
+    expect_valid(answers);
+}
+
+TEST_F(health, TheLastHeartbeatIsToldWhereItsManagerRunsOnTheHost)
+{
+    constexpr uint64_t two_hours = 7300; // and so much that it stays 2 h for a while
+    start();
+    const auto manager_line = [] { return output_of("$BIN/qelc status | grep '  manager '"); };
+    const std::string unknown = ", last heartbeat not known here\n";
+    EXPECT_EQ(manager_line(), "  manager    127.0.0.1" + unknown);
+    save_heartbeat(two_hours);
+    const std::string late = "private-host: no heartbeat for 2 h";
+    EXPECT_EQ(manager_line(), "  manager    127.0.0.1" + unknown) << "the manager of the test takes them";
+    const pid_t service = start_service();
+    EXPECT_EQ(status(), "2 CRITICAL  " + late);
+    EXPECT_EQ(status("--heartbeat 1h"), "1 WARNING  " + late);
+    EXPECT_EQ(status("--heartbeat 4h"), "0 OK  private-host: nothing is mirrored");
+    EXPECT_EQ(manager_line(), "  manager    127.0.0.1, last heartbeat 2 h ago\n");
+    EXPECT_NE(answers.find(R"("heartbeat_age":7)"), std::string::npos) << answers;
+    EXPECT_NE(run("$BIN/qelc metrics").second.find("\nqelcd_heartbeat_age_seconds 7"), std::string::npos);
+    EXPECT_EQ(
+        output_of("! command -v promtool >/dev/null || $BIN/qelc metrics | promtool check metrics 2>&1"), "");
+    stop_service(service);
+    save_heartbeat(two_hours, "another");
+    const pid_t next = start_service();
+    EXPECT_EQ(status("--heartbeat 1s"), "1 WARNING  private-host: no heartbeat has reached qelc-manager");
+    stop_service(next);
+    save_heartbeat(two_hours);
+    qelcd::stop();
+    log.tolerate("*");
+    const std::string free_port = "<ServerPort>" + std::to_string(client_port + 3) + "</ServerPort>";
+    write_config({.manager_guid = "M-1", .manager_ips = {"192.0.2.7"}, .more = free_port});
+    daemon.start();
+    EXPECT_EQ(manager_line(), "  manager    192.0.2.7" + unknown) << "the list is one of a former manager";
+    output_of("ip address add 192.0.2.7/32 dev lo");
+    EXPECT_EQ(status(), "2 CRITICAL  " + late + " (qelc-manager does not run)");
+    EXPECT_EQ(manager_line(), "  manager    192.0.2.7, last heartbeat 2 h ago\n");
     expect_valid(answers);
 }
 

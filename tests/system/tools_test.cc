@@ -31,6 +31,12 @@ TEST_F(tools, QelcPrintsStatusAndAnswerAndEndsWithWhatTheyMean)
     daemon.start();
     const std::string tcp = "--host 127.0.0.1:" + std::to_string(client_port) + " ";
     const std::string document = std::string(xml_head) + "<Tessaron>";
+    const auto none = [](const std::string &word, const std::string &near) {
+        return "error: " + word + " could not be done: there is no such verb or command; did you mean " +
+               near + "?\nhint: qelc --help lists the verbs, qelc --list the commands\n";
+    };
+    const std::string no_verb = "error: group could not be done: ",
+                      its_verbs = "hint: qelc help group lists its verbs\n";
     const struct {
         std::string arguments;
         int status;
@@ -46,14 +52,13 @@ TEST_F(tools, QelcPrintsStatusAndAnswerAndEndsWithWhatTheyMean)
         {"mirrors --watch", 0, "no mirrors\n"},
         {"scan_client", 1, "status 52: a manager has already adopted this client\n"},
         {"--raw rescan_devices", 1, "qelc: status 1: failure\n"},
-        {"mirors", 2,
-         "qelc: mirors: no such command; did you mean mirrors? (qelc --list names all commands, "
-         "qelc --help all verbs)\n"},
-        {"help snapsot", 2,
-         "qelc: snapsot: no such command; did you mean snapshot? (qelc --list names all commands, "
-         "qelc --help all verbs)\n"},
+        {"mirors", 2, none("mirors", "mirrors")},
+        {"help snapsot", 2, none("snapsot", "snapshot")},
+        {"snapshto restore x", 2, none("snapshto", "snapshots restore")},
         {"group crate g", 2,
-         "qelc: group: a verb is required; did you mean group create? (--help lists them)\n"},
+         no_verb + "crate is none of its verbs; did you mean group create?\n" + its_verbs},
+        {"group lst --yes", 2, no_verb + "lst is none of its verbs; did you mean group list?\n" + its_verbs},
+        {"group", 2, no_verb + "a verb is required\n" + its_verbs},
         {"57 >/dev/full", 1, "qelc: standard output: No space left on device\n"},
         {"mirrors >/dev/full", 1, "qelc: standard output: No space left on device\n"},
         {"--timeout 1 rescan_devices", 3, "qelc: /var/run/qelcd.sock: time-out: no answer within 1 s\n"},
@@ -154,6 +159,11 @@ TEST_F(tools, QelcBuildsBodiesFromOptions)
          R"(<Backup SourceType="0" Source="A"><Schedule StartTime="1935352800" IntervalSeconds="86400"/></Backup>)"},
         {"schedule set --off --group g",
          R"(<Backup SourceType="1" Source="g"><Schedule StartTime="0" IntervalSeconds="0"/></Backup>)"},
+        {"mirror A B", R"(<BackupList><Backup SrcGUID="A" KavGUID="kav_{B}"/></BackupList>)"
+                       R"(<Schedule StartTime="0" IntervalSeconds="0" Source="A" SourceType="0"/></Tessaron>)"
+                       "\n" +
+                           std::string(xml_head) +
+                           R"(<Tessaron><BackupList><Backup SrcGUID="A"/></BackupList>)"},
         {"snapshot --disk A", R"(<Snap SourceType="0" Source="kav_{A}" IsCluster="0"/>)"},
         {"restore-wait V W", R"(<Snap SnapVolGUID="kav_{V}"/><Snap SnapVolGUID="kav_{W}"/>)"},
         {"group create mirrors", R"(<BGCreate BGName="mirrors" IsCluster="0"/>)"}, // a verb's name
@@ -195,6 +205,15 @@ TEST_F(tools, QelcNamesTheOptionThatDoesNotFit)
                                                      "a number of seconds, or a number with s, min, h, d "
                                                      "or w"},
         {"--raw unprotect A", "unprotect: --raw does not go with a verb that changes something"},
+        {"--print-body mirror A --in /srv",
+         "mirror: --print-body does not go with --in: the volume has no GUID before it is made"},
+        {"snapshots prun", "snapshots: prun does not belong to this verb; did you mean snapshots prune?"},
+        {"snapshot restor x",
+         "snapshot: restor does not belong to this verb; did you mean snapshots restore?"},
+        {"volumes delte v", "volumes: delte does not belong to this verb; did you mean volume delete?"},
+        {"help snapshots prun",
+         "snapshots: prun does not belong to this verb; did you mean snapshots prune?"},
+        {"status --heartbeat", "status: --heartbeat needs a value: INTERVAL[,INTERVAL]"},
         {"mirrors L1", "mirrors: disks and --timeout go with --wait or --watch"},
         {"snapshot --disk A --group g", "snapshot: --disk excludes --group"},
     };

@@ -4,6 +4,7 @@
 #include "tools/qelc/health/changes.h"
 #include "tools/qelc/health/judge.h"
 #include "tools/qelc/views/metrics.h"
+#include "tools/qelc/views/status.h"
 #include "tools/qelc/views/top_page.h"
 
 #include <gtest/gtest.h>
@@ -111,6 +112,44 @@ TEST(Health, OfASeriesOfSnapshotsIsJudgedByItsScheduleAndItsLastMark)
         host_health seen = host_with({});
         seen.snapshots = {one.series};
         EXPECT_EQ(judge(seen, one.limits).how, one.how) << judge(seen, one.limits).text;
+    }
+}
+
+TEST(Health, OfAHeartbeatIsJudgedByItsAgeWhereItIsKnown)
+{
+    const health_limits few{.heartbeat_warning = 60, .heartbeat_critical = 600};
+    const struct {
+        std::optional<heartbeat_view> heartbeat;
+        time_t beats_since;
+        grade how;
+        const char *text, *manager;
+    } cases[] = {
+        {{}, 0, grade::ok, "nothing is mirrored", "1.2.3.4, last heartbeat not known here"},
+        {{{now + 9, true}}, 0, grade::ok, "nothing is mirrored", "1.2.3.4, last heartbeat 0 s ago"},
+        {{{now - 59, true}}, 0, grade::ok, "nothing is mirrored", "1.2.3.4, last heartbeat 59 s ago"},
+        {{{now - 60, true}}, 0, grade::warning, "no heartbeat for 60 s", "last heartbeat 60 s ago"},
+        {{{now - 60, false}}, 0, grade::warning, "60 s (qelc-manager does not run)", "60 s ago"},
+        {{{now - 600, true}}, now, grade::critical, "no heartbeat for 10 min", "last heartbeat 10 min ago"},
+        {{{0, true}}, now - 59, grade::ok, "nothing is mirrored", "1.2.3.4, no heartbeat yet"},
+        {{{0, true}},
+         now - 9999,
+         grade::warning,
+         "no heartbeat has reached qelc-manager",
+         "no heartbeat yet"},
+        {{{0, true}}, 0, grade::ok, "nothing is mirrored", "1.2.3.4, no heartbeat yet"},
+    };
+    for (const auto &one : cases) {
+        host_health seen = host_with({});
+        seen.manager = {"G", "1.2.3.4", "I"};
+        seen.heartbeat = one.heartbeat;
+        seen.beats_since = one.beats_since;
+        const verdict found = judge(seen, few);
+        const std::string page = status_page(seen, found, few);
+        EXPECT_EQ(found.how, one.how) << page;
+        EXPECT_NE(found.text.find(one.text), std::string::npos) << page;
+        EXPECT_NE(page.find(one.manager + std::string("\n")), std::string::npos) << page;
+        const bool has_come = one.heartbeat && one.heartbeat->last > 0;
+        EXPECT_EQ(metrics_page(seen).find("\nqelcd_heartbeat_age_seconds ") != std::string::npos, has_come);
     }
 }
 

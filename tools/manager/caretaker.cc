@@ -1,9 +1,9 @@
 #include "tools/manager/caretaker.h"
 
 #include "base/thread.h"
+#include "tools/common/host_document.h"
 #include "tools/manager/answer.h"
 #include "tools/manager/commands.h"
-#include "tools/manager/host_document.h"
 #include "tools/manager/state_folder.h"
 
 #include <poll.h>

@@ -2,8 +2,8 @@
 
 #include "tools/common/exchange.h"
 #include "tools/common/report_view.h"
+#include "tools/common/service_socket.h"
 #include "tools/common/visible.h"
-#include "tools/manager/state_folder.h"
 
 #include <arpa/inet.h>
 #include <sys/socket.h>

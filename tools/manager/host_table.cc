@@ -121,11 +121,6 @@ known_host *find_host(host_table &table, const std::string &word, std::string &w
 }
 } // namespace
 
-std::string key_of(const known_host &host)
-{
-    return host.id.empty() ? host.address : host.id;
-}
-
 heartbeat_note note_heartbeat(host_table &table, const std::string &address, const char *report, int64_t now)
 {
     const xml_doc doc = xml_parse_text(report);

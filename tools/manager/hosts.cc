@@ -1,11 +1,11 @@
 #include "tools/manager/hosts.h"
 
+#include "tools/common/host_list.h"
 #include "tools/common/human_text.h"
 #include "tools/common/text_table.h"
 #include "tools/common/visible.h"
 #include "tools/manager/commands.h"
-#include "tools/manager/host_document.h"
-#include "tools/manager/state_folder.h"
+#include "tools/manager/host_table.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -94,25 +94,25 @@ void print_json(const std::vector<known_host> &hosts, time_t now, const std::str
     puts(object.dump(-1, ' ', false, json::error_handler_t::replace).c_str());
 }
 
-// The service's own list, or the saved one with what is WRONG.
-std::vector<known_host> find_hosts(const std::string &folder, std::string &wrong)
+// Why this is not the service's own list; "" if it is.
+std::string complaint_about(const host_list &list)
 {
-    std::string text;
-    const int failure = ask_service(folder, "hosts", text);
-    if (failure == EACCES)
-        wrong = "only root may ask the service";
-    else if (failure != 0)
-        wrong = "the service does not run; this is what it knew at its end";
-    if (failure != 0)
-        text = read_saved_hosts(folder).value_or("");
-    return read_hosts(text).value_or(std::vector<known_host>{});
+    if (list.failure == 0)
+        return "";
+    if (list.failure == EACCES)
+        return "only root may ask the service";
+    return (is_service_missing(list.failure)
+                ? "the service does not run"
+                : std::string("the service does not answer: ") + strerror(list.failure)) +
+           "; this is what it knew at its end";
 }
 } // namespace
 
 int list_hosts(const std::string &folder, bool as_json)
 {
-    std::string wrong;
-    std::vector<known_host> hosts = find_hosts(folder, wrong);
+    host_list list = find_hosts(folder);
+    std::vector<known_host> &hosts = list.hosts;
+    const std::string wrong = complaint_about(list);
     const time_t now = time(nullptr);
     sort_by_alarm(hosts, now);
     if (as_json)

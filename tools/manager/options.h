@@ -4,8 +4,8 @@
 #include "protocol/commands.h"
 #include "tools/common/bodies.h"
 #include "tools/common/exchange.h"
+#include "tools/common/service_socket.h"
 #include "tools/manager/commands.h"
-#include "tools/manager/state_folder.h"
 
 #include <cstdint>
 #include <optional>

@@ -1,9 +1,9 @@
 #include "tools/manager/state_folder.h"
 
 #include "protocol/stream.h"
-#include "tools/common/exchange.h"
+#include "tools/common/host_document.h"
+#include "tools/common/host_list.h"
 #include "tools/manager/commands.h"
-#include "tools/manager/host_document.h"
 
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -13,37 +13,10 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <sstream>
 
 namespace {
-std::string list_path(const std::string &folder)
-{
-    return folder + "/hosts";
-}
-
-std::string socket_path(const std::string &folder)
-{
-    return folder + "/socket";
-}
-
-// Neither end may keep the other one waiting.
-constexpr unsigned patience = 5; // seconds
-
-std::string read_to_end(const unique_fd &peer, size_t most)
-{
-    std::string text;
-    char piece[4096];
-    for (ssize_t count = 1; count > 0 && text.size() < most;) {
-        count = read(peer.get(), piece, sizeof piece);
-        text.append(piece, static_cast<size_t>(std::max<ssize_t>(count, 0)));
-    }
-    return text;
-}
-
 std::string answer_to(const std::string &question, host_table &table)
 {
     const size_t blank = std::min(question.find(' '), question.size());
@@ -54,13 +27,7 @@ std::string answer_to(const std::string &question, host_table &table)
     if (verb == "release")
         return release_host(table, word);
     const std::lock_guard held(table.lock);
-    return verb == "hosts" ? hosts_document(table.hosts) : "no such command";
-}
-
-bool send_all(const unique_fd &peer, const std::string &text)
-{
-    const int count = static_cast<int>(text.size());
-    return qelc_writen(peer.get(), text.data(), count) == count && shutdown(peer.get(), SHUT_WR) == 0;
+    return verb == "hosts" ? hosts_document(table.hosts, word) : "no such command";
 }
 } // namespace
 
@@ -71,9 +38,9 @@ void load_hosts(const std::string &folder, host_table &table)
         return;
     const std::optional<std::vector<known_host>> hosts = read_hosts(*text);
     if (!hosts) {
-        const std::string beside = list_path(folder) + ".unusable";
-        complain(list_path(folder), "is no list of hosts; it is put beside as " + beside);
-        rename(list_path(folder).c_str(), beside.c_str());
+        const std::string beside = hosts_path(folder) + ".unusable";
+        complain(hosts_path(folder), "is no list of hosts; it is put beside as " + beside);
+        rename(hosts_path(folder).c_str(), beside.c_str());
         return;
     }
     for (const known_host &host : *hosts)
@@ -82,7 +49,7 @@ void load_hosts(const std::string &folder, host_table &table)
 
 int save_hosts(const std::string &folder, const std::string &document)
 {
-    const std::string path = list_path(folder);
+    const std::string path = hosts_path(folder);
     const std::string fresh = path + ".new";
     unique_fd file(open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, S_IRUSR | S_IWUSR));
     const int count = static_cast<int>(document.size());
@@ -96,7 +63,7 @@ unique_fd open_socket(const std::string &folder)
 {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    const std::string path = socket_path(folder);
+    const std::string path = service_socket_path(folder);
     if (path.size() >= sizeof address.sun_path) {
         complain(path, "the path is too long for a socket");
         return unique_fd();
@@ -117,29 +84,10 @@ unique_fd open_socket(const std::string &folder)
 void answer_command(const unique_fd &socket, host_table &table)
 {
     const unique_fd peer(accept4(socket.get(), nullptr, nullptr, SOCK_CLOEXEC));
-    const timeval limit{.tv_sec = patience, .tv_usec = 0};
+    const timeval limit{.tv_sec = service_patience, .tv_usec = 0};
     if (!peer.is_open() || setsockopt(peer.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) != 0 ||
         setsockopt(peer.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) != 0)
         return;
     constexpr size_t longest_question = 4096;
-    send_all(peer, answer_to(read_to_end(peer, longest_question), table));
-}
-
-int ask_service(const std::string &folder, const std::string &question, std::string &answer)
-{
-    std::string error;
-    errno = 0;
-    const unique_fd peer = connect_local(socket_path(folder), 2 * patience, error);
-    if (!peer.is_open() || !send_all(peer, question))
-        return errno ? errno : EIO;
-    answer = read_to_end(peer, SIZE_MAX);
-    return 0;
-}
-
-std::optional<std::string> read_saved_hosts(const std::string &folder)
-{
-    const std::ifstream file(list_path(folder));
-    std::stringstream text;
-    text << file.rdbuf();
-    return file ? std::optional(text.str()) : std::nullopt;
+    send_text(peer, answer_to(read_text(peer, longest_question), table));
 }

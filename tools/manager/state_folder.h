@@ -3,11 +3,10 @@
 #pragma once
 
 #include "base/fd.h"
+#include "tools/common/service_socket.h"
 #include "tools/manager/host_table.h"
 
 #include <string>
-
-constexpr char default_state_folder[] = "/var/lib/qelc-manager";
 
 // The hosts of the former run go into TABLE. A file that cannot be used is put beside, with a complaint.
 void load_hosts(const std::string &folder, host_table &table);
@@ -18,11 +17,5 @@ int save_hosts(const std::string &folder, const std::string &document);
 // Not open after a complaint. Only for the one service of the folder.
 unique_fd open_socket(const std::string &folder);
 
-// Answers the command that waits at the socket: "hosts", "forget HOST" or "release HOST".
+// Answers the command that waits at the socket: "hosts", "hosts ID", "forget HOST" or "release HOST".
 void answer_command(const unique_fd &socket, host_table &table);
-
-// For the commands. Asks the service and sets ANSWER. Returns 0 or an error number: the service does not run.
-int ask_service(const std::string &folder, const std::string &question, std::string &answer);
-
-// The list of a service that does not run, as it was at its end. None if there is none.
-std::optional<std::string> read_saved_hosts(const std::string &folder);

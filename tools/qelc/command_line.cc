@@ -156,6 +156,7 @@ std::string repeated_option(const CLI::App &app)
     return app.get_parent() ? repeated_option(*app.get_parent()) : "";
 }
 
+// Commands, kinds of verbs, and verbs.
 std::vector<std::string> known_words()
 {
     std::vector<std::string> words;
@@ -170,14 +171,38 @@ std::vector<std::string> known_words()
     return words;
 }
 
+// The same for two words that may be meant as one verb, else for the first one alone.
+std::string did_you_mean_either(const std::string &first, const std::string &second)
+{
+    const std::vector<std::string> known = known_words();
+    const std::string both = second.empty() ? "" : did_you_mean(first + " " + second, known);
+    return both.empty() ? did_you_mean(first, known) : both;
+}
+
+// "--every: 1 required INTERVAL missing", as the parser says it, in words.
+std::string in_words(const std::string &failure)
+{
+    constexpr std::string_view before = ": 1 required ", after = " missing";
+    const size_t name = failure.find(before);
+    if (name == std::string::npos || !failure.ends_with(after))
+        return failure;
+    const std::string type = failure.substr(name + before.size());
+    return failure.substr(0, name) + " needs a value: " + type.substr(0, type.size() - after.size());
+}
+
 // What is wrong with the command line; "" for nothing. FAILURE is what the parser says.
 std::string complaint_about(const CLI::App &app, const options &wanted, const std::string &failure)
 {
     const CLI::App &last = parsed_app(app);
     const bool is_command = wanted.with_options || (&last == &app && !wanted.command.empty());
     if (is_command && !find_code(wanted.command))
-        return "no such command" + did_you_mean(wanted.command, known_words()) +
-               " (qelc --list names all commands, qelc --help all verbs)";
+        return "there is no such verb or command" +
+               did_you_mean_either(wanted.command,
+                                   wanted.body_words.empty() ? "" : wanted.body_words.front());
+    const bool is_kind = last.get_require_subcommand_min() > 0 && last.get_subcommands().empty();
+    if (is_kind && !wanted.command.empty())
+        return wanted.command + " is none of its verbs" +
+               did_you_mean(full_name_of(last) + " " + wanted.command, known_words());
     // What the parser finds missing may be so because of an unknown argument.
     std::string stray = unknown_argument(app);
     if (stray.empty() && wanted.given_verb)
@@ -188,16 +213,13 @@ std::string complaint_about(const CLI::App &app, const options &wanted, const st
         return stray + " does not belong " +
                (wanted.given_verb ? "to this verb"
                 : is_command      ? "to this command"
-                                  : "here");
-    if (last.get_require_subcommand_min() > 0 && last.get_subcommands().empty())
-        return "a verb is required" +
-               (wanted.command.empty()
-                    ? ""
-                    : did_you_mean(full_name_of(last) + " " + wanted.command, known_words())) +
-               " (--help lists them)";
+                                  : "here") +
+               (wanted.given_verb ? did_you_mean(full_name_of(last) + " " + stray, known_words()) : "");
+    if (is_kind)
+        return "a verb is required";
     if (!failure.empty()) {
         const std::string repeated = repeated_option(last);
-        return repeated.empty() ? failure : repeated + " is given more than once";
+        return repeated.empty() ? in_words(failure) : repeated + " is given more than once";
     }
     if (is_command && wanted.json)
         return "--json goes with a verb";
@@ -206,9 +228,35 @@ std::string complaint_about(const CLI::App &app, const options &wanted, const st
         return "this verb asks no daemon: --host, --print-body and --raw do not go with it";
     if (wanted.given_verb && wanted.given_verb->look && (wanted.print_body || wanted.raw))
         return "--print-body and --raw do not go with this verb";
+    if (wanted.given_verb && wanted.print_body && !wanted.for_verb.where.empty())
+        return "--print-body does not go with --in: the volume has no GUID before it is made";
     if (wanted.given_verb && wanted.given_verb->act && !wanted.given_verb->only_shows && wanted.raw)
         return "--raw does not go with a verb that changes something";
     return wanted.given_verb ? wanted.given_verb->complaint(wanted.for_verb) : "";
+}
+
+// What to type after a complaint; "" for what is no verb.
+std::string hint_for(const std::string &subject, bool is_verb)
+{
+    if (is_verb)
+        return "qelc help " + subject + " shows its options";
+    if (std::ranges::find(verb_kinds(), subject, &verb_kind::name) != verb_kinds().end())
+        return "qelc help " + subject + " lists its verbs";
+    return subject.empty() || find_code(subject) ? ""
+                                                 : "qelc --help lists the verbs, qelc --list the commands";
+}
+
+// Words that name no verb are parsed as they stand, for the error. That is harmless, as they are not known:
+// the first one, or the second one after a kind of verbs.
+bool is_verb_named(const std::vector<std::string> &words)
+{
+    const std::vector<std::string> known = known_words();
+    const auto is_known = [&](const std::string &name) {
+        return std::ranges::find(known, name) != known.end();
+    };
+    const bool has_second = words.size() > 1 && !words[1].starts_with('-') &&
+                            std::ranges::find(verb_kinds(), words[0], &verb_kind::name) != verb_kinds().end();
+    return is_known(has_second ? words[0] + " " + words[1] : words[0]);
 }
 
 // "help VERB..." is "VERB... --help", if there is such a verb.
@@ -217,8 +265,7 @@ std::vector<std::string> with_help_last(int argc, const char *const *argv)
     std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
     if (!words.empty() && words.front() == "help") {
         words.erase(words.begin());
-        const std::vector<std::string> known = known_words();
-        if (words.empty() || std::ranges::find(known, words.front()) != known.end())
+        if (words.empty() || is_verb_named(words))
             words.emplace_back("--help");
     }
     std::ranges::reverse(words); // as the parser takes them
@@ -267,9 +314,9 @@ std::optional<int> parse_command_line(int argc, const char *const *argv, options
         wanted.command = name;
     const std::string subject = name.empty() ? wanted.command : name;
     if (const std::string complaint = complaint_about(app, wanted, failure); !complaint.empty()) {
-        if (!wanted.given_verb && !wanted.json)
+        const std::string hint = hint_for(subject, wanted.given_verb);
+        if (hint.empty() && !wanted.json)
             return fail(exit_usage, subject.empty() ? "command line" : subject, complaint);
-        const std::string hint = wanted.given_verb ? "qelc help " + subject + " shows its options" : "";
         return print_outcome(subject, {exit_usage, complaint, hint}, wanted.json);
     }
     if (subject.empty() && !wanted.list) {

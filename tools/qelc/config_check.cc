@@ -127,7 +127,7 @@ config_remarks check_config(const std::string &path)
 {
     config_remarks remarks;
     if (const std::string problem = read_problem(path); !problem.empty())
-        return {{problem}, {}};
+        return {{problem}, {}, access(path.c_str(), F_OK) != 0 && errno == ENOENT};
     xmlResetLastError();
     const xml_doc doc = xml_parse_file(path.c_str());
     const xmlNode *root = doc ? xml_root(doc) : nullptr;

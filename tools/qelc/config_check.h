@@ -10,6 +10,7 @@
 struct config_remarks {
     std::vector<std::string> faults; // with one of them the daemon does not serve
     std::vector<std::string> hints;  // it serves, but not all will be as the file wants it
+    bool is_missing = false;         // there is no such file
 };
 
 // Each remark begins with the path, and the line where there is one. What the daemon's own reader has to say

@@ -35,9 +35,9 @@ std::string hint_for(const std::string &error, exit_status status, bool is_local
                     : "does the daemon run there, on that port, and is no firewall between?";
 }
 
-const char *text_of(const std::unique_ptr<request> &reply)
+const char *text_of(const request &reply)
 {
-    return reply->recv_xml ? reply->recv_xml.get() : "";
+    return reply.recv_xml ? reply.recv_xml.get() : "";
 }
 
 std::vector<std::string> databases_of(const xmlNode *client)
@@ -70,13 +70,7 @@ std::optional<manager_view> host::manager() const
 {
     const std::unique_ptr<request> reply = ask(command::local_list);
     require_success(*reply, see_log);
-    const xml_doc doc = xml_parse_text(text_of(reply));
-    if (!doc)
-        end_unreadable();
-    const xmlNode *manager = find_child(xml_root(doc), "Manager");
-    if (!manager)
-        return std::nullopt;
-    return manager_view{report_value(manager, "GUID"), report_value(manager, "IPs")};
+    return manager_in(*reply);
 }
 
 void host::require_adopted() const
@@ -89,7 +83,7 @@ std::vector<group_view> host::groups() const
 {
     const std::unique_ptr<request> reply = ask(command::kav_get_group);
     require_success(*reply);
-    auto groups = groups_of(text_of(reply));
+    auto groups = groups_of(text_of(*reply));
     if (!groups)
         end_unreadable();
     return *std::move(groups);
@@ -99,7 +93,7 @@ std::optional<snapshot_times> host::group_schedule(const std::string &name) cons
 {
     const std::unique_ptr<request> reply =
         ask(command::kav_get_cdp_schedule, snapshot_source_document({true, name}));
-    return reply->recv_head.ret == status_ok ? ::schedule_of(text_of(reply)) : std::nullopt;
+    return reply->recv_head.ret == status_ok ? ::schedule_of(text_of(*reply)) : std::nullopt;
 }
 
 // The daemon answers for a disk what it knew when it last looked at the mirrors; the report is newer.
@@ -127,10 +121,10 @@ const host_view &host::look_again()
     require_adopted();
     const std::unique_ptr<request> reply = ask(command::get_client_info);
     require_success(*reply, see_log);
-    const xml_doc doc = xml_parse_text(text_of(reply));
+    const xml_doc doc = xml_parse_text(text_of(*reply));
     const xmlNode *client = report_client(doc);
     auto disks = disks_of(client);
-    auto mirrors = mirrors_of(text_of(reply));
+    auto mirrors = mirrors_of(text_of(*reply));
     if (!disks || !mirrors)
         end_unreadable();
     view_ = {*std::move(disks), *std::move(mirrors), databases_of(client)};
@@ -226,6 +220,19 @@ const group_view &require_group(const std::vector<group_view> &groups, const std
         names.push_back(group.name);
     throw verb_end{exit_not_found, "there is no group " + name + did_you_mean(name, names),
                    "qelc group list shows the groups"};
+}
+
+std::optional<manager_view> manager_in(const request &reply)
+{
+    const xml_doc doc = xml_parse_text(text_of(reply));
+    if (!doc)
+        end_unreadable();
+    const xmlNode *manager = find_child(xml_root(doc), "Manager"),
+                  *client = find_child(xml_root(doc), "Client");
+    if (!manager)
+        return std::nullopt;
+    return manager_view{report_value(manager, "GUID"), report_value(manager, "IPs"),
+                        client ? report_value(client, "GUID") : ""};
 }
 
 void require_success(const request &reply, const std::string &hint)

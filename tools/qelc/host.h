@@ -4,6 +4,7 @@
 
 #include "tools/common/disks.h"
 #include "tools/qelc/disk_names.h"
+#include "tools/qelc/manager_view.h"
 #include "tools/qelc/outcome.h"
 #include "tools/qelc/views/groups.h"
 #include "tools/qelc/views/mirrors.h"
@@ -17,11 +18,6 @@ struct host_view {
     std::vector<disk_view> disks; // without those that are mirrors
     std::vector<mirror_view> mirrors;
     std::vector<std::string> databases; // instances
-};
-
-struct manager_view {
-    std::string guid;
-    std::string ips; // with blanks between them
 };
 
 class host {
@@ -75,6 +71,10 @@ private:
 // The group of that name; throws verb_end if there is none.
 const group_view &require_group(const std::vector<group_view> &groups, const std::string &name);
 const group_view *find_group(const std::vector<group_view> &groups, const std::string &name);
+
+// The manager in the answer of local_list; throws verb_end for another text. None: nobody has adopted the
+// host.
+std::optional<manager_view> manager_in(const request &reply);
 
 // Throws verb_end for an answer that is no success.
 void require_success(const request &reply, const std::string &hint = "");

@@ -42,7 +42,7 @@ std::string headline_of(const std::string &command, const outcome &end)
 
 void print_items(const outcome &end)
 {
-    if (end.is_dry_run && !end.items.empty())
+    if (end.is_dry_run && std::ranges::any_of(end.items, &verb_item::is_open))
         puts("dry run, nothing is changed; this would be done:");
     for (const verb_item &item : end.items) {
         if (item.is_open())

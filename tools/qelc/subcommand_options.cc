@@ -389,6 +389,9 @@ void add_health_limits(CLI::App &app, verb_options &given)
     add("--snapshot-age", limits.snapshot_warning, limits.snapshot_critical,
         "how old the last snapshot of what has a schedule may\n"
         "be; without it, a warning when one was missed");
+    add("--heartbeat", limits.heartbeat_warning, limits.heartbeat_critical,
+        "how long ago the last heartbeat may have come to a\n"
+        "manager on this host (30s,10min)");
 }
 
 // --- Of commands -------------------------------------------------------------------------------------

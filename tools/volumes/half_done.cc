@@ -20,10 +20,11 @@ std::string use_of(const volume_record &volume)
     if (!sources)
         return "the relationships of this host cannot be read";
     for (const auto &[mirror, source] : *sources) {
-        if (mirror == volume.guid)
-            return "it is the mirror of " + source + "; end that first: qelc unprotect " + source;
-        if (source == volume.guid)
-            return "it is protected itself; end that first: qelc unprotect " + source;
+        if (mirror != volume.guid && source != volume.guid)
+            continue;
+        const std::string name = name_of_disk(source);
+        return (mirror == volume.guid ? "it is the mirror of " + name : "it is protected itself") +
+               "; end that first: qelc unprotect " + name;
     }
     return "";
 }

@@ -149,6 +149,13 @@ std::optional<known_disk> find_disk(const std::string &name, std::string *why)
     return std::nullopt;
 }
 
+std::string name_of_disk(const std::string &guid)
+{
+    std::string why;
+    const auto disk = find_disk(guid, &why);
+    return disk ? disk->facts.name : guid;
+}
+
 uint64_t logical_block_of(const disk_facts &disk)
 {
     return read_number(disk.folder + "/queue/logical_block_size").value_or(512);
@@ -176,7 +183,7 @@ std::string unused_guid(const std::set<std::string> &taken)
         disk_signature signature{};
         if (getrandom(signature.data(), signature.size(), 0) != static_cast<ssize_t>(signature.size()))
             continue;
-        const std::string guid = guid_of_signature(signature).value_or("");
+        std::string guid = guid_of_signature(signature).value_or("");
         // All ones are what the daemon says of a disk that it cannot read.
         if (!guid.empty() && !guid.starts_with("ffffffff") && !taken.contains(guid))
             return guid;

@@ -20,6 +20,9 @@ std::optional<std::vector<known_disk>> known_disks();
 // The disk that a person means with NAME: sdb, /dev/sdb, a link to it, or a GUID. Null with WHY.
 std::optional<known_disk> find_disk(const std::string &name, std::string *why);
 
+// The name of the disk with that GUID, sdb; the GUID itself if this host does not see it.
+std::string name_of_disk(const std::string &guid);
+
 // In bytes; 512 if the kernel does not tell.
 uint64_t logical_block_of(const disk_facts &disk);
 

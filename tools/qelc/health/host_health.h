@@ -3,9 +3,11 @@
 
 #include "tools/qelc/config_check.h"
 #include "tools/qelc/health/daemon_process.h"
+#include "tools/qelc/health/heartbeat.h"
 #include "tools/qelc/health/mark_journal.h"
 #include "tools/qelc/health/mirror_health.h"
 #include "tools/qelc/health/snapshot_series.h"
+#include "tools/qelc/manager_view.h"
 #include "tools/qelc/outcome.h"
 
 #include <ctime>
@@ -13,11 +15,6 @@
 #include <set>
 #include <string>
 #include <vector>
-
-struct manager_seen {
-    std::string guid;
-    std::string addresses; // with commas between; "" for none
-};
 
 // Null is what nobody can tell. Of another host that is all but what its daemon answers.
 struct host_health {
@@ -32,9 +29,12 @@ struct host_health {
     bool answers = false;
     bool is_barred = false; // this user may not ask, so nobody knows whether it would answer
     std::optional<bool> is_adopted;
-    std::optional<manager_seen> manager;
+    std::optional<manager_view> manager;
     std::optional<std::vector<mirror_health>> mirrors;
     std::vector<std::string> databases; // instances
+
+    std::optional<heartbeat_view> heartbeat;
+    time_t beats_since = 0; // heartbeats are sent since then, or for longer; 0: not known
 
     std::optional<size_t> recorded_mirrors; // that are to be, whether the daemon runs or not
     std::optional<std::vector<snapshot_series>> snapshots;

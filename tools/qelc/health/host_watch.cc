@@ -3,18 +3,20 @@
 #include "base/clock.h"
 #include "config/config.h"
 #include "protocol/commands.h"
-#include "tools/common/report_view.h"
 #include "tools/qelc/host.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstring>
 
 namespace {
 using record_list = std::vector<mirror_record>;
+
+constexpr int64_t nanoseconds = 1'000'000'000; // of a second
 
 std::string name_of_this_host()
 {
@@ -26,13 +28,6 @@ std::string name_of_this_host()
 record_list records_here()
 {
     return load_mirrors(bad_files::left_alone).value_or(record_list{});
-}
-
-manager_seen manager_in(const request &reply)
-{
-    const xml_doc doc = xml_parse_text(reply.recv_xml ? reply.recv_xml.get() : "");
-    const xmlNode *node = doc ? find_child(xml_root(doc), "Manager") : nullptr;
-    return node ? manager_seen{report_value(node, "GUID"), report_value(node, "IPs")} : manager_seen{};
 }
 
 // For the names of disks, while the daemon tells none: those that they had last.
@@ -71,9 +66,11 @@ void host_watch::take_answers(host_health &seen) const
     host at(peer_);
     const std::unique_ptr<request> reply = at.ask(command::local_list);
     seen.answers = true;
-    at.require_adopted();
-    seen.is_adopted = true;
+    require_success(*reply, see_log);
     seen.manager = manager_in(*reply);
+    if (!seen.manager)
+        at.require_adopted();
+    seen.is_adopted = true;
     const host_view &view = at.view();
     const record_list records = is_local_ ? records_here() : record_list{};
     seen.mirrors.emplace();
@@ -127,9 +124,20 @@ void host_watch::look_at_snapshots(host_health &seen)
     }
 }
 
+void host_watch::look_for_heartbeat(host_health &seen)
+{
+    if (seen.manager)
+        seen.heartbeat = find_heartbeat(*seen.manager);
+    asked_manager_ = clock_monotonic();
+}
+
 void host_watch::look_here(host_health &seen)
 {
     seen.process = find_daemon();
+    if (seen.process) // an adoption writes the configuration
+        seen.beats_since =
+            std::max(seen.process->since, static_cast<time_t>(landmarks_.config / nanoseconds));
+    look_for_heartbeat(seen);
     if (access(config_path, R_OK) == 0 || errno != EACCES)
         seen.config = check_config(config_path);
     if (const auto records = load_mirrors(bad_files::left_alone))
@@ -162,7 +170,7 @@ host_watch::landmarks host_watch::landmarks_now() const
     now.worker = find_worker();
     struct stat facts {};
     if (stat(config_path, &facts) == 0)
-        now.config = int64_t{facts.st_mtim.tv_sec} * 1'000'000'000 + facts.st_mtim.tv_nsec;
+        now.config = facts.st_mtim.tv_sec * nanoseconds + facts.st_mtim.tv_nsec;
     for (const mirror_record &one : records_here())
         now.mirrors.emplace(one.src_guid, one.dest_guid);
     return now;
@@ -170,7 +178,8 @@ host_watch::landmarks host_watch::landmarks_now() const
 
 host_health host_watch::glance()
 {
-    constexpr int64_t patience = 5; // seconds, with a host that does not show by itself what changes
+    // Seconds, with what does not show by itself that it changes: some hosts, and the manager.
+    constexpr int64_t patience = 5;
     if (asked_ == 0 || landmarks_now() != landmarks_)
         return look();
     const record_list records = is_local_ ? records_here() : record_list{};
@@ -185,5 +194,7 @@ host_health host_watch::glance()
     }
     if (is_local_)
         look_at_snapshots(last_);
+    if (is_local_ && clock_monotonic() - asked_manager_ >= patience)
+        look_for_heartbeat(last_);
     return last_;
 }

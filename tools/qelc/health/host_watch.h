@@ -33,6 +33,7 @@ private:
     void ask(host_health &seen) const;
     void take_answers(host_health &seen) const;
     void look_here(host_health &seen);
+    void look_for_heartbeat(host_health &seen);
     void look_at_snapshots(host_health &seen);
     landmarks landmarks_now() const;
 
@@ -43,5 +44,6 @@ private:
     bool has_looked_ = false;
     host_health last_;
     landmarks landmarks_;
-    int64_t asked_ = 0; // in seconds of clock_monotonic
+    int64_t asked_ = 0; // in seconds of clock_monotonic, as the next one
+    int64_t asked_manager_ = 0;
 };

@@ -88,6 +88,25 @@ std::vector<finding> judge_series(const snapshot_series &one, time_t now, const 
     return found;
 }
 
+// --- The heartbeat -----------------------------------------------------------------------------------
+
+constexpr char see_beats[] = "the log of the daemon says why: journalctl -t qelcd";
+
+// Of one that has never come nobody knows for how long it is missed: it is not critical.
+finding judge_heartbeat(const host_health &seen, const health_limits &limits)
+{
+    const time_t since = seen.heartbeat->last > 0 ? seen.heartbeat->last : seen.beats_since;
+    const uint64_t age = since > 0 && seen.time > since ? static_cast<uint64_t>(seen.time - since) : 0;
+    if (seen.heartbeat->last == 0)
+        return {grade_beyond(age, limits.heartbeat_warning, 0), "no heartbeat has reached qelc-manager",
+                see_beats};
+    const std::string text = "no heartbeat for " + time_text(age);
+    const grade how = grade_beyond(age, limits.heartbeat_warning, limits.heartbeat_critical);
+    if (!seen.heartbeat->is_taken)
+        return {how, text + in_brackets("qelc-manager does not run"), "qelc init starts it"};
+    return {how, text, see_beats};
+}
+
 // --- The host ----------------------------------------------------------------------------------------
 
 constexpr char last_lines[] = "its last lines say why: journalctl -t qelcd";
@@ -104,6 +123,9 @@ finding judge_silence(const host_health &seen)
     if (seen.process)
         return {grade::critical, "qelcd runs, but does not answer: " + end.reason, last_lines};
     const bool is_usable = !seen.config || seen.config->faults.empty();
+    if (seen.config && seen.config->is_missing)
+        return {grade::critical, "qelcd does not run, it has no configuration yet",
+                "qelc init writes one and starts all that has to run"};
     return {grade::critical, "qelcd does not run" + in_brackets(is_usable ? "" : seen.config->faults.front()),
             is_usable ? std::string(last_lines) + "; to start it: systemctl start qelcd"
                       : "when that is mended: systemctl start qelcd"};
@@ -123,6 +145,8 @@ std::vector<finding> all_findings(const host_health &seen, const health_limits &
         for (finding &each : judge_series(one, seen.time, limits))
             found.push_back(std::move(each));
     }
+    if (seen.heartbeat)
+        found.push_back(judge_heartbeat(seen, limits));
     std::erase_if(found, [](const finding &one) { return one.how == grade::ok; });
     std::ranges::stable_sort(found, is_worse, &finding::how);
     return found;

@@ -89,8 +89,8 @@ constexpr verb table[] = {
               "            [--config-only [FILE]]",
      .description = "make this host its own manager",
      .note = "For a host without the storage system's manager. Writes a first configuration, with a\n"
-             "new ClientGUID, unless there is one; starts the daemon and qelc-manager, and adopts\n"
-             "the host. What is done already stays as it is.\n",
+             "new ClientGUID, unless there is one; starts the daemon and qelc-manager, adopts the\n"
+             "host, and waits until a heartbeat has come. What is done already stays as it is.\n",
      .add_options = add_new_config,
      .complaint = init_complaint,
      .act_here = init},

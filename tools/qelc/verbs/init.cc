@@ -3,8 +3,11 @@
 #include "config/config.h"
 #include "platform/linux/agent/limited_run.h"
 #include "platform/linux/host/text.h"
+#include "tools/common/known_host.h"
 #include "tools/qelc/config_check.h"
 #include "tools/qelc/daemon_wait.h"
+#include "tools/qelc/health/daemon_process.h"
+#include "tools/qelc/heartbeat_wait.h"
 #include "tools/qelc/here.h"
 #include "tools/qelc/host.h"
 #include "tools/qelc/new_config.h"
@@ -17,6 +20,7 @@
 #include <chrono>
 #include <climits>
 #include <cstring>
+#include <ctime>
 #include <thread>
 
 namespace {
@@ -206,8 +210,28 @@ std::string adopt(uint16_t client_port)
 
 bool is_own(const manager_view &manager)
 {
-    const auto addresses = split(manager.ips, ' ');
+    const auto addresses = split(manager.addresses, ' ');
     return std::ranges::find(addresses, own_address) != addresses.end();
+}
+
+// They go to another port than the adoption came from. After failures the daemon waits up to 69 seconds.
+void await_heartbeat(const manager_view &manager, time_t from, init_steps &steps)
+{
+    constexpr unsigned patience = 75;
+    const char *name = "qelc-manager";
+    switch (wait_for_heartbeat(manager, from, patience)) {
+    case heartbeat_end::came:
+        steps.done("service", name, "has a heartbeat of " + host_name());
+        break;
+    case heartbeat_end::missing:
+        steps.failed("service", name, "no heartbeat has come within " + std::to_string(patience) + " s",
+                     "the daemon says why: journalctl -t qelcd; one that comes later is seen in qelc status");
+        break;
+    case heartbeat_end::not_told:
+        steps.done("service", name,
+                   "whether heartbeats come is not known here; journalctl -t qelcd names those that fail");
+        break;
+    }
 }
 
 // What the daemon says then is what counts.
@@ -218,12 +242,22 @@ void adopt_host(const host &at, uint16_t client_port, init_steps &steps)
         steps.done("host", name, "adopted by its own manager");
         return;
     }
+    const time_t begin = time(nullptr);
     const std::string why = adopt(client_port);
     const auto manager = at.manager();
-    if (manager && is_own(*manager))
-        steps.done("host", name, "is adopted, by its own manager");
-    else
+    if (!manager || !is_own(*manager)) {
         steps.failed("host", name, why.empty() ? "the daemon does not name its manager" : why, see_log);
+        return;
+    }
+    steps.done("host", name, "is adopted, by its own manager");
+    await_heartbeat(*manager, begin, steps);
+}
+
+// From when on a heartbeat shows that they come: not before the daemon was started.
+time_t recent_time()
+{
+    const auto daemon = find_daemon();
+    return std::max<time_t>(time(nullptr) - seconds_to_silence, daemon ? daemon->since : 0);
 }
 
 // A host with another manager is done; its own one has to run.
@@ -234,16 +268,21 @@ void find_manager(const verb_options &given, init_steps &steps)
     const auto config = access(path, F_OK) == 0 ? qelcfg_read(path) : nullptr;
     const auto manager = steps.is_plan() && !does_daemon_answer() ? std::nullopt : at.manager();
     if (manager && !is_own(*manager)) {
-        steps.done("host", host_name(), "is adopted already, by the manager at " + manager->ips);
+        steps.done("host", host_name(), "is adopted already, by the manager at " + manager->addresses);
         return;
     }
     const uint16_t server_port = config ? static_cast<uint16_t>(config->server_port) : given.server_port;
     const uint16_t client_port = config ? static_cast<uint16_t>(config->client_port) : given.client_port;
     start_manager(server_port, steps);
-    if (manager && steps.go_on())
-        steps.done("host", host_name(), "is adopted already, by its own manager");
-    else if (steps.go_on())
+    if (!steps.go_on())
+        return;
+    if (!manager) {
         adopt_host(at, client_port, steps);
+        return;
+    }
+    steps.done("host", host_name(), "is adopted already, by its own manager");
+    if (!steps.is_plan())
+        await_heartbeat(*manager, recent_time(), steps);
 }
 } // namespace
 

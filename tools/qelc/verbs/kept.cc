@@ -119,7 +119,7 @@ outcome mount(const verb_options &given)
     const std::string name = require_snapshot(given).name;
     std::string why;
     if (empty_folder(given.folder, &why).empty())
-        refuse(name, why);
+        throw verb_end{exit_refused, why, "name an empty folder; mkdir makes one"};
     if (given.dry_run)
         return planned(name, "mounted on " + given.folder + ", read-only");
     const auto points = mount_snapshot({name, given.folder, given.partition}, &why);
@@ -156,7 +156,8 @@ std::string objection_to(const std::string &name, std::string (*objection)(const
 
 // Goes on after a failure. With --dry-run OBJECTION says what would fail, "" for nothing.
 outcome for_each_name(const verb_options &given, bool (*act)(const std::string &name, std::string *why),
-                      const char *done, std::string (*objection)(const listed_snapshot &found))
+                      const char *done, std::string (*objection)(const listed_snapshot &found),
+                      const char *hint = "qelc snapshots shows the snapshots and their states")
 {
     require_root();
     std::vector<verb_item> items;
@@ -173,7 +174,7 @@ outcome for_each_name(const verb_options &given, bool (*act)(const std::string &
             item.refuse(exit_refused, why);
         items.push_back(std::move(item));
     }
-    outcome end = outcome_of(std::move(items), "qelc snapshots shows the snapshots and their states");
+    outcome end = outcome_of(std::move(items), hint);
     end.is_dry_run = given.dry_run;
     return end;
 }
@@ -203,13 +204,15 @@ std::string removal_objection(const listed_snapshot &found)
 
 outcome remove(const verb_options &given)
 {
-    return for_each_name(given, remove_with_restores, "removed", removal_objection);
+    return for_each_name(given, remove_with_restores, "removed", removal_objection,
+                         "qelc snapshots shows their states; qelc snapshots detach NAME ends a device");
 }
 
 constexpr verb table[] = {
     {.name = "snapshots",
      .usage = "[--disk DISK | --group NAME]\n"
-              "       qelc snapshots (mount | umount | restore | attach | detach | remove) NAME...",
+              "       qelc snapshots (mount | umount | restore | attach | detach | remove) NAME...\n"
+              "       qelc snapshots prune [--dry-run]",
      .description = "show the snapshots that are kept on this host",
      .note = "It looks at what is there now; a snapshot whose data is not there is \"gone\".\n",
      .add_options = add_disk_or_group,

@@ -29,6 +29,13 @@ optional_text sources_body(const verb_options &given)
     return disk_list_document(given.disks);
 }
 
+// One after the other: it is protected, and copied.
+optional_text mirror_body(const verb_options &given)
+{
+    return protection_document({{given.disk, given.mirror}}, {false, given.disk}, {}) +
+           disk_list_document({given.disk});
+}
+
 unsigned seconds_for_disks(const verb_options &given)
 {
     constexpr unsigned disk_seconds = 60;
@@ -91,6 +98,7 @@ constexpr verb table[] = {
      .code = command::add_backup,
      .add_options = add_one_mirror,
      .complaint = mirror_complaint,
+     .body = mirror_body,
      .act = mirror,
      .seconds = seconds_for_mirror},
     sources_verb("unprotect", "end the protection of disks", command::del_backup, unprotect),

@@ -24,7 +24,8 @@ int show_status(const peer_options &peer, const verb_options &given, bool as_jso
 
 constexpr verb table[] = {
     {.name = "status",
-     .usage = "[--behind WARNING[,CRITICAL]] [--snapshot-age WARNING[,CRITICAL]]",
+     .usage = "[--behind WARNING[,CRITICAL]] [--snapshot-age WARNING[,CRITICAL]]\n"
+              "            [--heartbeat WARNING[,CRITICAL]]",
      .description = "show the state of the host at one look",
      .note = "The first line and the exit status are those of a monitoring plugin: 0 OK, 1 WARNING,\n"
              "2 CRITICAL, 3 UNKNOWN. Unless --timeout is given, the daemon has 10 seconds.\n",

@@ -140,7 +140,8 @@ int show_top(const peer_options &peer, const verb_options &given, bool as_json)
 
 constexpr verb table[] = {
     {.name = "top",
-     .usage = "[--behind WARNING[,CRITICAL]] [--snapshot-age WARNING[,CRITICAL]]",
+     .usage = "[--behind WARNING[,CRITICAL]] [--snapshot-age WARNING[,CRITICAL]]\n"
+              "            [--heartbeat WARNING[,CRITICAL]]",
      .description = "show the state of the host in the terminal, all the time",
      .note = "q quits, s sorts by what is worst, by name or by what is most behind, the arrow keys choose\n"
              "a mirror, enter shows all of it.\n",

@@ -1,6 +1,7 @@
 // Verbs for volumes of this host, on which mirrors may lie. They ask no daemon.
 #include "tools/qelc/views/volumes.h"
 
+#include "platform/linux/host/sysfs.h"
 #include "tools/common/human_text.h"
 #include "tools/common/visible.h"
 #include "tools/qelc/confirm.h"
@@ -39,7 +40,8 @@ std::string page_of(const new_volume &made)
 {
     std::string page = made.name + "  " + made.device + "  " + made.guid + "\n";
     if (!made.disk_guid.empty())
-        page += "qelc protect " + visible(made.disk_guid) + "=" + made.guid + " takes it as the mirror\n";
+        page += "qelc protect " + visible(name_of_disk(made.disk_guid)) + "=" + made.guid +
+                " takes it as the mirror\n";
     return page;
 }
 
@@ -52,7 +54,8 @@ outcome make_volume(const verb_options &given)
     const auto made =
         create_volume({given.disk, given.where, given.volume, given.yes, given.dry_run}, say, &why);
     if (!made)
-        throw verb_end{exit_refused, why, which_there_are};
+        throw verb_end{exit_refused, why,
+                       "qelc help volume create says what a place may be; " + std::string(which_there_are)};
     outcome end;
     end.is_dry_run = given.dry_run;
     if (given.dry_run) {
@@ -87,9 +90,10 @@ volume_view require_volume(const std::string &name)
 // What would be lost.
 void show_loss(const volume_view &view)
 {
-    fprintf(stderr, "%s (%s, %s taken, GUID %s) and everything on it will be lost.\n",
-            visible(view.volume.place).c_str(), size_text(view.volume.size).c_str(),
-            view.taken ? size_text(*view.taken).c_str() : "nothing", view.volume.guid.c_str());
+    const std::string device = view.device ? disk_name_of(*view.device) + ", " : "";
+    fprintf(stderr, "%s (%s%s, %s, %s taken) and everything on it will be lost.\n",
+            visible(view.volume.name).c_str(), device.c_str(), visible(view.volume.place).c_str(),
+            size_text(view.volume.size).c_str(), view.taken ? size_text(*view.taken).c_str() : "nothing");
 }
 
 outcome remove_volume(const verb_options &given)

@@ -3,6 +3,17 @@
 #include "base/xml.h"
 #include "tools/common/report_view.h"
 #include "tools/common/text_table.h"
+#include "tools/qelc/views/short_guid.h"
+
+namespace {
+std::vector<std::string> guids_of(const std::vector<group_view> &groups)
+{
+    std::vector<std::string> guids;
+    for (const group_view &group : groups)
+        guids.insert(guids.end(), group.disks.begin(), group.disks.end());
+    return guids;
+}
+} // namespace
 
 std::optional<std::vector<group_view>> groups_of(const char *answer)
 {
@@ -31,11 +42,12 @@ optional_text groups_page(const char *answer)
     if (groups->empty())
         return "no groups\n";
     text_table rows{{"Group", "Disk"}};
+    const std::vector<std::string> all = guids_of(*groups);
     for (const group_view &group : *groups) {
         rows.push_back({group.name});
         for (const std::string &disk : group.disks) {
             auto &row = &disk == &group.disks.front() ? rows.back() : rows.emplace_back(1);
-            row.push_back(disk);
+            row.push_back(are_tables_cut() ? short_guid(disk, all) : disk);
         }
     }
     return align(rows);

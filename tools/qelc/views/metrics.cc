@@ -3,6 +3,7 @@
 #include "client/inventory_records.h"
 #include "tools/common/visible.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <functional>
 #include <utility>
@@ -66,6 +67,10 @@ void add_daemon(std::string &page, const host_health &seen)
         family(page, "qelcd_up", "gauge", "Whether the daemon answers.").add({}, seen.answers);
     family(page, "qelcd_adopted", "gauge", "Whether a manager has adopted the host.")
         .add_known({}, seen.is_adopted);
+    if (seen.heartbeat && seen.heartbeat->last > 0)
+        family(page, "qelcd_heartbeat_age_seconds", "gauge",
+               "Since the last heartbeat to a manager on this host.")
+            .add({}, static_cast<double>(std::max<time_t>(seen.time - seen.heartbeat->last, 0)));
     if (seen.config)
         family(page, "qelcd_config_usable", "gauge", "Whether the daemon can use its configuration.")
             .add({}, seen.config->faults.empty());

@@ -48,11 +48,23 @@ std::string daemon_text(const host_health &seen)
     return text + (!mirrors.empty() && are_tracked ? ", tracking by BPF" : "");
 }
 
+std::string heartbeat_text(const host_health &seen)
+{
+    if (!seen.heartbeat)
+        return "last heartbeat not known here";
+    if (seen.heartbeat->last == 0)
+        return "no heartbeat yet";
+    const time_t age = std::max<time_t>(seen.time - seen.heartbeat->last, 0);
+    return "last heartbeat " + time_text(static_cast<uint64_t>(age)) + " ago";
+}
+
 std::string manager_text(const host_health &seen)
 {
-    if (!seen.is_adopted)
+    if (seen.is_adopted == false)
+        return "none has adopted this host";
+    if (!seen.manager || seen.manager->addresses.empty())
         return "";
-    return !*seen.is_adopted ? "none has adopted this host" : seen.manager ? seen.manager->addresses : "";
+    return seen.manager->addresses + ", " + heartbeat_text(seen);
 }
 
 bool is_down(const mirror_health &one)

@@ -2,6 +2,7 @@
 #include "tools/qelc/views/json_answer.h"
 #include "tools/qelc/views/status.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 namespace {
@@ -36,9 +37,15 @@ json_object daemon_object(const host_health &seen)
     return object;
 }
 
-json_object manager_object(const manager_seen &manager)
+json_object manager_object(const host_health &seen)
 {
-    return {{"guid", manager.guid}, {"addresses", text_or_null(manager.addresses)}};
+    const time_t last = seen.heartbeat ? seen.heartbeat->last : 0;
+    json_object object;
+    object["guid"] = seen.manager->guid;
+    object["addresses"] = text_or_null(seen.manager->addresses);
+    object["last_heartbeat"] = time_or_null(last);
+    object["heartbeat_age"] = last == 0 ? json_object() : json_object(std::max<time_t>(seen.time - last, 0));
+    return object;
 }
 
 json_object mirror_health_object(const mirror_health &one, const health_limits &limits)
@@ -92,7 +99,7 @@ json_object status_object(const host_health &seen, const verdict &found, const h
     object["config"] = seen.config ? config_object(*seen.config) : json_object();
     object["daemon"] = daemon_object(seen);
     object["adopted"] = seen.is_adopted ? json_object(*seen.is_adopted) : json_object();
-    object["manager"] = seen.manager ? manager_object(*seen.manager) : json_object();
+    object["manager"] = seen.manager ? manager_object(seen) : json_object();
     object["mirrors"] = list_or_null(
         seen.mirrors, [&](const mirror_health &one) { return mirror_health_object(one, limits); });
     object["snapshots"] = list_or_null(seen.snapshots, series_object);

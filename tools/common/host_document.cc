@@ -1,4 +1,4 @@
-#include "tools/manager/host_document.h"
+#include "tools/common/host_document.h"
 
 #include <nlohmann/json.hpp>
 
@@ -35,11 +35,13 @@ known_host host_of(const json &one)
 }
 } // namespace
 
-std::string hosts_document(const std::map<std::string, known_host> &hosts)
+std::string hosts_document(const std::map<std::string, known_host> &hosts, const std::string &id)
 {
     json list = json::array();
-    for (const auto &[key, host] : hosts)
-        list.push_back(document_of(host));
+    for (const auto &[key, host] : hosts) {
+        if (id.empty() || host.id == id)
+            list.push_back(document_of(host));
+    }
     return json{{"hosts", std::move(list)}}.dump(-1, ' ', false, json::error_handler_t::replace) + "\n";
 }
 
