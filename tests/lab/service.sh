@@ -70,6 +70,38 @@ start_initiator() {
     systemctl start iscsid
 }
 
+newest_snapshot() {
+    qelc --json snapshots | grep -o '"name":"[^"]*' | tail -n 1 | cut -d '"' -f 4
+}
+
+# have_hook: one that keeps the mirror held until something was written.
+have_hook() {
+    local hook=/etc/kavtessaron/mark.d/wait
+    mkdir "${hook%/*}"
+    printf '%s\n' '#!/bin/sh' ': >/run/held' 'until [ -e /run/written ]; do sleep 0.2; done' >"$hook"
+    chmod +x "$hook"
+}
+
+# asked COUNT: the daemon has found so many snapshots possible.
+asked() {
+    (($(journalctl --no-pager -q -o cat -t qelcd | grep -c 'Disk status check finished') >= $1))
+}
+
+# Rewrites the same pages until it is told to stop, once the daemon was asked for COUNT snapshots.
+write_after() { # COUNT
+    until asked "$1"; do sleep 0.2; done
+    until [[ -e /run/stop ]]; do
+        dd if=/dev/urandom of=/mnt/busy bs=1M count=1 oflag=direct conv=notrunc status=none
+        : >/run/written
+        sleep 0.2
+    done
+}
+
+# A file system that was in use has a journal to replay.
+is_clean() {
+    e2fsck -fn "$1" 2>&1 | tee /run/checked && none grep 'journal recovery' /run/checked
+}
+
 step "the service"
 cmake --install "$build" --prefix /usr >/dev/null
 rm -rf /var/lib/twinvault /var/lib/kavcdpagt /var/lib/qelcd-volumes
@@ -95,7 +127,7 @@ check "a snapshot" qelc snapshot --disk "$disk_guid"
 check "is kept in LVM" eval 'qelc snapshots | grep -w lvm | grep -w ok'
 
 step "a snapshot comes back"
-name=$(qelc --json snapshots | grep -o '"name":"[^"]*' | tail -n 1 | cut -d '"' -f 4)
+name=$(newest_snapshot)
 mkdir /run/old
 check "mounted beside its original" qelc snapshots mount "$name" /run/old
 check "with the file" grep precious /run/old/file
@@ -108,6 +140,32 @@ check "restored" qelc snapshots restore "$name" --yes --no-snapshot
 check "the kernel sees its partition" test -b "${disk}1"
 check "it is as it was, and clean" e2fsck -fn "${disk}1"
 check_within 60 "its mirror follows" mirror_is synchronised
+
+# The daemon refuses a snapshot of a mirror that it knows to be behind, so one is asked for while another is taken. When its turn
+# comes, the mirror needs a quarter of a minute to get level.
+step "a freeze"
+mount -o noinit_itable "${disk}1" /mnt
+dd if=/dev/zero of=/mnt/busy bs=1M count=1 status=none
+sync --file-system /mnt
+check_within 60 "level" mirror_is synchronised
+have_hook
+qelc snapshot --disk "$disk_guid" &
+first=$!
+check_within 60 "a mirror is held" test -e /run/held
+printf '%s\n' 'throttle = 64K' 'freeze = yes' 'freeze_after = 1' 'freeze_deadline = 5000' >/etc/kavtessaron/embedded.conf
+write_after 3 &
+writer=$!
+check "another snapshot, of a mirror that does not get level" qelc snapshot --disk "$disk_guid"
+check "stopped the writer for a moment" logged 'disks of a mark were frozen for'
+check "and no longer" timeout 30 dd if=/dev/zero of=/mnt/thawed bs=4K count=1 conv=fsync status=none
+: >/run/stop
+wait "$first"
+wait "$writer"
+umount /mnt
+rm -r /etc/kavtessaron/{mark.d,embedded.conf}
+name=$(newest_snapshot)
+check "the file system in it is clean" is_clean "$(qelc snapshots attach "$name" 2>/dev/null)?offset=1048576"
+check "it is let go" qelc snapshots detach "$name"
 
 step "a channel"
 start_network 10.77.0.2

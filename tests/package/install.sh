@@ -8,7 +8,6 @@ daemon=$(readlink -f "$1"/qelcd_*.deb)
 manager=$(readlink -f "$1"/qelc-manager_*.deb)
 later=${2-}
 ((EUID == 0)) || { echo "Containers need root." >&2; exit 1; }
-cache=${XDG_CACHE_HOME:-$HOME/.cache}/qelcd-package
 work=$(mktemp -d /var/tmp/qelcd-install.XXXXXX)
 root=$work/root
 
@@ -26,26 +25,16 @@ end_devices() {
     done
 }
 
-# Debian as it comes, with the packages that those under test depend on already fetched: the container has no
-# network. It is kept for a day.
+# The host of the packages. It has no network, so what they depend on is fetched before.
 make_system() {
-    local kept
-    find "$cache" -name 'system-*' -mmin +1440 -delete 2>/dev/null || true
-    kept=$cache/system-$(dpkg-deb -f "$daemon" Depends | md5sum | cut -c 1-8).tar
-    mkdir -p "$cache" "$root"
-    if [[ ! -e $kept ]]; then
-        echo "== fetching a minimal Debian 12"
-        mmdebstrap --quiet --variant=minbase --include=systemd-sysv,xfsprogs,fdisk,e2fsprogs --skip=cleanup/apt \
-            --customize-hook="copy-in $daemon $manager /var/tmp" \
-            --customize-hook='chroot "$1" sh -c "apt-get install -qq --download-only --no-install-recommends /var/tmp/*.deb"' \
-            bookworm "$kept.new.tar"
-        mv "$kept.new.tar" "$kept"
-    fi
-    tar -C "$root" -xf "$kept"
-    mkdir "$root/packages"
-    cp "$daemon" "$manager" "$root/packages"
+    local archive
+    archive=$("$here/debian.sh")
+    mkdir "$root"
+    tar -C "$root" -xf "$archive"
     mkdir -p "$root/packages/clone/build/package"
+    cp "$daemon" "$manager" "$root/packages"
     cp "$daemon" "$manager" "$root/packages/clone/build/package"
+    chroot "$root" sh -c 'apt-get install -qq --download-only --no-install-recommends -o Acquire::Retries=3 /packages/*.deb' >/dev/null
     printf '%s\n' "${COMMANDS:?}" >"$root/packages/commands"
     # Nobody is there to answer, and there is no network to get more from than what is needed.
     printf '%s\n' 'APT::Get::Assume-Yes "true";' 'APT::Install-Recommends "false";' >"$root/etc/apt/apt.conf.d/90test"
