@@ -121,20 +121,6 @@ bool mirror_process::reaches(const std::string &state, std::chrono::milliseconds
     return eventually([&] { return ask("stat").find(state) != std::string::npos; }, limit);
 }
 
-uint64_t mirror_process::sleeps() const
-{
-    uint64_t sum = 0;
-    for (const auto &thread :
-         std::filesystem::directory_iterator("/proc/" + std::to_string(pid_) + "/task")) {
-        if (read_file(thread.path() / "comm") != "mirror\n")
-            continue;
-        const std::string status = read_file(thread.path() / "status");
-        const std::string name = "\nvoluntary_ctxt_switches:";
-        sum += strtoull(status.c_str() + status.find(name) + name.size(), nullptr, 10);
-    }
-    return sum;
-}
-
 void mirror_process::kill()
 {
     if (pid_ > 0) {

@@ -27,8 +27,6 @@ public:
     // Whether some relationship's stat has that in time.
     bool reaches(const std::string &state, std::chrono::milliseconds limit = patience) const;
     void kill();
-    // How often its workers have gone to sleep.
-    uint64_t sleeps() const;
 
 private:
     pid_t pid_ = -1;
