@@ -76,8 +76,8 @@ bool has_seen_all(write_tracker &former, const mirror_end &source)
         const int64_t more = surplus(former, sums, *after);
         if (before == after && more == 0 && former.sums().sectors == sums.sectors)
             return true;
-        if (before == after && -more == static_cast<int64_t>(missed.sectors) &&
-            !has_writes_in_flight(source.disk->name))
+        const bool is_missed_end = more < 0 && -more == static_cast<int64_t>(missed.sectors);
+        if (before == after && is_missed_end && !has_writes_in_flight(source.disk->name))
             former.end_under_way();
         std::this_thread::sleep_for(1ms);
     }

@@ -4,6 +4,7 @@
 #include <sys/eventfd.h>
 
 #include <algorithm>
+#include <iterator>
 
 namespace {
 
